@@ -1,0 +1,95 @@
+// The process-wide log: every message of the system passes through here.
+//
+// Errors, warnings, plain log lines, the output of `print` and the reports of
+// the compiler and the virtual machine are formatted into one fixed buffer,
+// written to standard output (coloured when stdout is a terminal) and handed to
+// the listeners that scripts or native code registered. A log call never stops
+// anything; what happens after a failure is the caller's decision.
+//
+// Re-entry is refused rather than queued: while one log call is under way
+// (`logBusy`), a second one on the same thread, for example from a listener
+// that prints, produces nothing at all. `errorNamed` relies on exactly that and
+// is therefore silent by construction.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace vrk {
+
+struct vrkblock;
+
+// Kind of a message as listeners see it.
+enum class ScriptLogType : int { error = 0, warning = 1, log = 2 };
+
+// Size of each of the two formatting buffers.
+inline constexpr std::size_t kLogBufferSize = 0x100000;
+
+// A registered receiver of log messages; returning false unregisters it.
+struct vrklistener {
+    uint32_t id;                                              // handle given out at registration
+    std::function<bool(ScriptLogType, const char*)> callback; // receives the type and the text
+};
+
+class vrklog {
+public:
+    vrklog();
+
+    // "[ERR]: %s\n", red while printing.
+    void error(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    // "[WARN]: %s\n", yellow while printing.
+    void warn(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    // "[LOG]: %s\n".
+    void log(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    // "[LOG]: %s\n" with the text taken literally (no formatting): used by print.
+    void logText(const char* text);
+    // Formatted text without prefix or line end. The formatted text is used as the
+    // format of the final output a second time, so "%" in it is interpreted again.
+    void raw(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    // Report of a wrong builtin call; formats, then calls error() while the busy
+    // guard is still set, so nothing is printed or passed on.
+    void errorNamed(const char* const* name, const char* format, ...)
+        __attribute__((format(printf, 3, 4)));
+
+    // Adds a listener and returns its id (the first is 1).
+    uint32_t addListener(std::function<bool(ScriptLogType, const char*)> callback);
+    // Removes the listener with that id; false if there was none.
+    bool removeListener(uint32_t id);
+    // Number of listeners registered now.
+    std::size_t listenerCount() const { return listeners.size(); }
+
+    // Where the writers format their text. A caller may format into it itself and
+    // pass it as the format: then no second formatting happens.
+    char* buffer() { return logBuffer.data(); }
+
+    uint32_t lastListenerId = 0;      // last id given out, pre-incremented
+    uint8_t inListeners = 0;          // 1 while listeners are being called
+    std::vector<vrklistener> listeners;  // in order of registration
+
+private:
+    // The common path of every writer; `prefix` may be null (raw output).
+    void write(ScriptLogType type, const char* prefix, bool restore_colour, int colour,
+               const char* format, va_list* args, bool literal);
+
+    std::vector<char> logBuffer;       // formatting buffer of the writers
+    std::vector<char> namedLogBuffer;  // formatting buffer of errorNamed
+    std::vector<char> outBuffer;       // final line assembled for stdout
+    uint8_t logBusy = 0;               // re-entry guard
+};
+
+// The process's log object (held by the process context).
+vrklog& log();
+
+// Console colour attributes in the classic 16-colour numbering; mapped to ANSI
+// escapes and written only when stdout is a terminal.
+void set_console_colour(int attribute);
+
+// "\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n" through error, naming the
+// file and line the block's compile state is at.
+void syntaxError(const char* message, vrkblock* block);
+// The same report with the message "deprecated", through warn.
+void syntaxWarning(vrkblock* block);
+
+}  // namespace vrk

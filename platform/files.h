@@ -1,0 +1,27 @@
+// Listing the entries of a folder.
+//
+// Scripts and the preprocessor enumerate folders (wildcard includes, the file
+// builtins); the way to do that is an operating-system matter, so it lives
+// here. A listing gives each entry's plain name (no folder in front) and whether
+// it is itself a folder. The entries "." and ".." are passed on as the system
+// reports them: deciding what to skip is the caller's business. Entries come in
+// byte order of their names, so that what a script sees does not depend on the
+// order in which a file system happens to store them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace vrk::platform {
+
+// One entry of a folder.
+struct folder_entry {
+    std::string name;           // the entry's name inside the folder
+    bool is_directory = false;  // the entry is a folder
+};
+
+// Fills `entries` with the entries of `folder`, sorted by name. Returns false,
+// with `entries` empty, when the folder cannot be opened.
+bool list_folder(const std::string& folder, std::vector<folder_entry>& entries);
+
+}  // namespace vrk::platform

@@ -1,0 +1,72 @@
+// The frame clock on Linux: a monotonic timerfd and an eventfd under one poll.
+#include "platform/frame_clock.h"
+
+#include <cerrno>
+#include <cstdint>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+namespace vrk::platform {
+
+namespace {
+
+// Reads (and so resets) the 8-byte counter of a timerfd or eventfd.
+void drain(int fd) {
+    uint64_t count = 0;
+    ssize_t n = ::read(fd, &count, sizeof(count));
+    (void)n;  // a counter already drained by another reader is no failure
+}
+
+}  // namespace
+
+std::unique_ptr<FrameClock> FrameClock::create(int& error) {
+    const int timer = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    if (timer < 0) {
+        error = errno;
+        return nullptr;
+    }
+    const int event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (event < 0) {
+        error = errno;
+        ::close(timer);
+        return nullptr;
+    }
+    itimerspec period{};
+    period.it_value.tv_nsec = kPeriodMs * 1000000L;
+    period.it_interval.tv_nsec = kPeriodMs * 1000000L;
+    if (::timerfd_settime(timer, 0, &period, nullptr) != 0) {
+        error = errno;
+        ::close(event);
+        ::close(timer);
+        return nullptr;
+    }
+    return std::unique_ptr<FrameClock>(new FrameClock(timer, event));
+}
+
+FrameClock::~FrameClock() {
+    ::close(eventHandle);
+    ::close(timerHandle);
+}
+
+void FrameClock::wake() {
+    const uint64_t one = 1;
+    ssize_t n = ::write(eventHandle, &one, sizeof(one));
+    (void)n;  // the counter can only overflow after 2^64 wakes without a wait
+}
+
+bool FrameClock::wait() {
+    pollfd fds[2] = {{timerHandle, POLLIN, 0}, {eventHandle, POLLIN, 0}};
+    int ready;
+    do {
+        ready = ::poll(fds, 2, -1);
+    } while (ready < 0 && errno == EINTR);
+    if (ready < 0) return false;
+    if (fds[0].revents & POLLIN) drain(timerHandle);
+    if (fds[1].revents & POLLIN) drain(eventHandle);
+    return true;
+}
+
+}  // namespace vrk::platform

@@ -1,0 +1,108 @@
+// Tests of the file-type registration: setRegistryDefault writes only what
+// changed and reports it, and the settings name the executable correctly.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host/log.h"
+#include "host/registration.h"
+#include "platform/filetypes.h"
+
+namespace vrk {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Collects the log lines written while it exists.
+class LogCapture {
+public:
+    LogCapture() {
+        id = log().addListener([this](ScriptLogType, const char* text) {
+            lines.emplace_back(text);
+            return true;
+        });
+    }
+    ~LogCapture() { log().removeListener(id); }
+    std::vector<std::string> lines;  // messages without prefix
+
+private:
+    uint32_t id = 0;
+};
+
+class Registration : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        folder = fs::temp_directory_path() / (std::string("vorka-registration-") + info->name());
+        fs::remove_all(folder);
+    }
+    void TearDown() override { fs::remove_all(folder); }
+
+    static std::string content(const fs::path& path) {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+
+    fs::path folder;
+};
+
+TEST_F(Registration, WritesOnlyWhatChangedAndReportsIt) {
+    const std::string path = (folder / "deep" / "er" / "setting.txt").string();
+    LogCapture capture;
+
+    setRegistryDefault(path, "first");
+    EXPECT_EQ(content(path), "first");
+    ASSERT_EQ(capture.lines.size(), 1u);
+    EXPECT_EQ(capture.lines[0], "RegSet( " + path + " ): set to \"first\"");
+
+    setRegistryDefault(path, "first");
+    EXPECT_EQ(capture.lines.size(), 1u);  // unchanged: silent
+
+    setRegistryDefault(path, "second %s");
+    EXPECT_EQ(content(path), "second %s");
+    ASSERT_EQ(capture.lines.size(), 2u);
+    EXPECT_EQ(capture.lines[1],
+              "RegSet( " + path + " ): changed \"first\" to \"second %s\"\n");
+}
+
+TEST_F(Registration, ReportsSettingsThatCannotBeReadOrWritten) {
+    // A folder where the file should be can be opened but neither read nor written.
+    fs::create_directories(folder / "taken");
+    const std::string path = (folder / "taken").string();
+    LogCapture capture;
+    setRegistryDefault(path, "value");
+    ASSERT_EQ(capture.lines.size(), 3u);
+    EXPECT_EQ(capture.lines[0].rfind("RegGetValue( " + path + " ): ", 0), 0u);
+    EXPECT_EQ(capture.lines[1].rfind("RegSetValueEx( " + path + " ): ", 0), 0u);
+    EXPECT_EQ(capture.lines[2], "RegSet( " + path + " ): set to \"value\"");
+    EXPECT_TRUE(fs::is_directory(folder / "taken"));
+}
+
+TEST(FileTypeSettings, NameBothTypesAndOpenThemWithTheExecutable) {
+    const auto settings = platform::file_type_settings("/opt/my vorka/bin$/vor\"ka%");
+    ASSERT_EQ(settings.size(), 3u);
+    EXPECT_TRUE(settings[0].location.ends_with("/mime/packages/vorkascript.xml"));
+    EXPECT_NE(settings[0].value.find("<glob pattern=\"*.vrs\"/>"), std::string::npos);
+    EXPECT_NE(settings[0].value.find("<glob pattern=\"*.vre\"/>"), std::string::npos);
+    EXPECT_NE(settings[0].value.find("<sub-class-of type=\"text/plain\"/>"), std::string::npos);
+
+    EXPECT_TRUE(settings[1].location.ends_with("/applications/vorkascript.desktop"));
+    EXPECT_TRUE(settings[2].location.ends_with("/applications/vorkascript-program.desktop"));
+    // Quoted, with $ and " escaped inside the quotes, the escaping backslashes
+    // doubled for the desktop file's string rules, and % doubled.
+    const std::string program = "Exec=\"/opt/my vorka/bin\\\\$/vor\\\\\"ka%%\"";
+    EXPECT_NE(settings[1].value.find(program + " -s=%f\n"), std::string::npos);
+    EXPECT_NE(settings[1].value.find("MimeType=text/x-vorkascript;\n"), std::string::npos);
+    EXPECT_NE(settings[2].value.find(program + " -crun=%f\n"), std::string::npos);
+    EXPECT_NE(settings[2].value.find("MimeType=application/x-vorkascript-program;\n"),
+              std::string::npos);
+}
+
+}  // namespace
+}  // namespace vrk

@@ -1,0 +1,277 @@
+// Calling functions: the start of a call (LOAD 4), CALL_PREP, CALL, and the
+// loading of a lambda's captured values.
+//
+// A call `f(a, b)` runs: the function expression; LOAD 4, which puts a temp
+// copy of the function cell on `callblocks`; CALL_PREP with the argument count,
+// which checks the callee and gets an idle block for it; the arguments, each
+// wrapped by ARG; CALL_PREP with `ref` -1, which opens parameter binding; for
+// each argument from the last, POP and a SET with `ref` -1 that swaps the
+// argument cell into the callee's variables; RESET 1; CALL. After the callee
+// has run, the caller puts the displaced variable pointers back.
+#include "host/log.h"
+#include "vm/copies.h"
+#include "vm/errors.h"
+#include "vm/ops.h"
+#include "vm/run.h"
+
+namespace vrk {
+
+namespace {
+
+// The function cell the top slot stands for, or null.
+vrkvar* function_in_top(vrkblock* b) {
+    vrkvar* cell = top_slot(b);
+    if (is_marker(cell, kMarkerLimit)) return nullptr;
+    cell = deref(cell);
+    if (cell->type != Tag::FUNCTION || !cell->block) return nullptr;
+    return cell;
+}
+
+// `this` or `self` of the callee, taken from the container or instance the
+// function was found in. A captured `this` or `self` is the lambda's own and
+// stays.
+void bind_owner(vrkblock* b, vrkblock* callee, vrkvar* owner) {
+    vrkvar* this_cell = callee->this_var();
+    if (owner->type == Tag::CLASS && this_cell) {
+        if (!(this_cell->flags & flag::CAPTURED)) {
+            this_cell->flags |= flag::NO_COUNT;
+            assign(this_cell, deref(owner), b);
+        }
+        return;
+    }
+    vrkvar* self_cell = callee->self_var();
+    if (!self_cell || (self_cell->flags & flag::CAPTURED)) return;
+    self_cell->flags |= flag::NO_COUNT;
+    if (owner->type == Tag::PTR) {
+        assign(self_cell, owner, b);
+    } else {
+        bind_ref(self_cell, owner);
+    }
+}
+
+// Gives the callblocks temp of the finished call back.
+void drop_callblock(vrkblock* b) {
+    free_temp(b, b->callblocks.back());
+    b->callblocks.pop_back();
+}
+
+// After the callee has run: its displaced variables go back, or for a native
+// callee the collected arguments are let go.
+void finish_binding(vrkblock* b) {
+    if (b->params_bound && b->callee) {
+        restore_params(b);
+    } else if (b->callee && b->callee->native) {
+        b->params.clear();
+    }
+}
+
+// A `return`, `break` or `continue` that came up from a callee that is not a
+// function body ends this run as well; a loop signal is not carried further.
+Flow pass_signal(run_state& rs, vrkblock* callee) {
+    vrkblock* b = rs.b;
+    b->resume_at = 0;
+    if (callee->return_signal) {
+        callee->return_signal = 0;
+        if (!b->is_function) b->return_signal = 1;
+    } else {
+        callee->loop_signal = 0;
+        // The signal is cleared before it is copied, so what arrives is 0:
+        // a break never leaves the function it was written in.
+        if (!b->is_loop_body) {
+            b->loop_signal = callee->loop_signal;
+        } else if (b->caller) {
+            b->caller->loop_signal = callee->loop_signal;
+        }
+    }
+    if (!b->callblocks.empty()) drop_callblock(b);
+    b->waiting_on = nullptr;
+    b->self_cell = nullptr;
+    run_cleanup(b);
+    return Flow::end;
+}
+
+// Construction through a class cell called directly: the constructor keeps
+// the argument values in its own parameter cells.
+void call_class(vrkblock* b, vrkvar* cell) {
+    top_slot(b) = cell;
+    if (b->params_bound) {
+        vrkvar* ctor = var_at(cell->block, static_cast<int64_t>(ClassSlot::constructor));
+        if (!is_marker(ctor, kMarkerLimit)) ctor = deref(ctor);
+        if (!is_marker(ctor, kMarkerLimit) && ctor->block) {
+            auto& vars = *ctor->block->vars;
+            const std::size_t n = b->params.size();
+            for (std::size_t i = 0; i < n; ++i) {
+                const std::size_t j = n - 1 - i;
+                if (j >= vars.size() || is_marker(b->params[i], kMarkerLimit)) continue;
+                if (!is_marker(vars[j], kMarkerLimit)) assign(b->params[i], vars[j], b);
+                vars[j] = b->params[i];
+            }
+        }
+        b->params_bound = 0;
+    }
+    b->params.clear();
+}
+
+}  // namespace
+
+void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller) {
+    if (!function_cell || !target || function_cell->type != Tag::FUNCTION) return;
+    if ((function_cell->attrs & attr::NATIVE_FUNCTION) || !function_cell->value.closure) return;
+    const auto& pairs = function_cell->value.closure->pairs;
+    if (pairs.size() >= target->vars->size()) return;
+    for (const vrkcapture& capture : pairs) {
+        vrkvar* v = var_at(target, capture.var_index);
+        if (!v || !capture.cell) continue;
+        v->constant = 0;
+        v->flags |= flag::CAPTURED;
+        assign(v, capture.cell, caller);
+    }
+}
+
+void start_call(vrkblock* b) {
+    vrkvar*& slot = top_slot(b);
+    if (is_marker(slot, kMarkerLimit)) {
+        log().log("stackptr error in return!");
+        return;
+    }
+    vrkvar* cell = deref(slot);
+    vrkvar* callable = nullptr;
+    if (cell->type == Tag::FUNCTION && cell->block) {
+        callable = cell;
+    } else if (cell->type == Tag::CLASS && cell->block) {
+        // Calling a class calls its constructor.
+        vrkvar* ctor = var_at(cell->block, static_cast<int64_t>(ClassSlot::constructor));
+        if (!is_marker(ctor, kMarkerLimit)) ctor = deref(ctor);
+        if (!is_marker(ctor, kMarkerLimit) && ctor->type == Tag::FUNCTION && ctor->block) callable = ctor;
+    }
+    if (!callable) {
+        runtime_error("NOT_A_FUNCTION", b);
+        slot = nullptr;
+        return;
+    }
+    vrkvar* t = take_temp(b);
+    assign(t, callable, b);
+    b->callblocks.push_back(t);
+    slot = t;
+}
+
+Flow prepare_call(run_state& rs, const vrkinstr& ins) {
+    vrkblock* b = rs.b;
+    if (ins.ref == kRefMinusOne) {
+        // Binding starts. A native callee collects its arguments in `params`
+        // instead: there is nothing of its own to put back afterwards.
+        b->params.clear();
+        vrkvar* fn = b->callblocks.empty() ? nullptr : b->callblocks.back();
+        const bool native = !is_marker(fn, kMarkerLimit) && fn->type == Tag::FUNCTION && fn->block &&
+                            fn->block->native;
+        b->params_bound = native ? 0 : 1;
+        return Flow::next;
+    }
+
+    vrkvar* fn = function_in_top(b);
+    if (!fn) {
+        runtime_error("NOT_A_FUNCTION", b);
+        b->member_owner = nullptr;
+        return Flow::next;
+    }
+    vrkblock* block = fn->block;
+    if (ins.arg > block->param_count) {
+        runtime_error("TOO_MANY_PARAMS", b);
+        log().log("%i > %i", static_cast<int>(ins.arg), static_cast<int>(block->param_count));
+        b->member_owner = nullptr;
+        return Flow::next;
+    }
+    if (block->native) b->params_bound = 0;
+
+    if (!block->busy()) {
+        load_closure(fn, block, b);
+    } else {
+        // A busy function runs in a copy; a locked one, or one with no copy to
+        // spare, makes this run wait and try again.
+        vrkblock* instance = (block->options & 1) ? nullptr : get_instance(block, fn, false);
+        if (!instance) {
+            if (block->native) runtime_error("EXTERNAL_BUSY", b);
+            b->suspended = 1;
+            b->resume_at = rs.ip;
+            return Flow::suspend;
+        }
+        fn->block = instance;
+        block = instance;
+    }
+
+    if (b->member_owner && !is_marker(b->member_owner, kMarkerLimit)) bind_owner(b, block, b->member_owner);
+    b->member_owner = nullptr;
+    if (b->object_stack) b->object_stack->push_back(nullptr);
+    return Flow::next;
+}
+
+Flow call(run_state& rs, const vrkinstr& ins) {
+    vrkblock* b = rs.b;
+    if (!rs.resumed) {
+        b->callee = nullptr;
+        b->bind_source = 1;
+    }
+    vrkvar* cell = nullptr;
+    if (!b->callblocks.empty()) {
+        cell = b->callblocks.back();
+    } else if (vrkblock* owner = operand_block(ins); has_var(owner, ins.arg)) {
+        cell = (*owner->vars)[static_cast<std::size_t>(ins.arg)];
+    } else {
+        return Flow::next;
+    }
+
+    if (is_marker(cell, kMarkerLimit)) {
+        b->params_bound = 0;
+        runtime_error("NOT_A_FUNCTION", b);
+        top_slot(b) = &b->scratch;
+        set_int(&b->scratch, 0);
+        return Flow::next;
+    }
+    cell = deref(cell);
+    if (cell->type == Tag::CLASS) {
+        call_class(b, cell);
+        return Flow::next;
+    }
+    if (cell->type != Tag::FUNCTION || !cell->block) {
+        runtime_error("NOT_A_FUNCTION", b);
+        // Such a cell names no block the displaced parameters could go back to.
+        b->params_bound = 0;
+        b->params.clear();
+        return Flow::next;
+    }
+
+    vrkblock* callee = cell->block;
+    b->callee = callee;
+    if (!rs.resumed) b->waiting_on = callee;
+    vrkvar* r = resume(callee, b, nullptr);
+    top_slot(b) = r;
+    if (callee->resume_at == 0) b->waiting_on = nullptr;
+
+    if ((callee->return_signal || callee->loop_signal) && !callee->is_function) return pass_signal(rs, callee);
+
+    if (r == kSuspended) {
+        b->suspended = callee->native ? 2 : 1;
+        top_slot(b) = callee->stack.empty() ? nullptr : callee->stack.back();
+    }
+    if (b->suspended == 1) {
+        // The callee keeps the arguments bound while it waits; this CALL
+        // resumes it and finishes the call later.
+        b->resume_at = rs.ip;
+        return Flow::suspend;
+    }
+    if (b->suspended == 2) {
+        b->resume_at = rs.ip + 1;
+        finish_binding(b);
+        if (!b->callblocks.empty()) drop_callblock(b);
+        return Flow::suspend;
+    }
+    if (b->callblocks.empty()) {
+        runtime_error("CALLBLOCK_FAILURE", b);
+    } else {
+        drop_callblock(b);
+    }
+    finish_binding(b);
+    return Flow::next;
+}
+
+}  // namespace vrk

@@ -1,0 +1,58 @@
+// CMP: equality, order and the logical `||` and `&&`.
+//
+// The left operand was kept by an ARG step ([.. lhs rhs]); both sides are
+// always evaluated, there is no short circuit. The slot of `lhs` receives the
+// shared true or false constant.
+#include <algorithm>
+
+#include "vm/errors.h"
+#include "vm/ops.h"
+
+namespace vrk {
+
+namespace {
+
+// `||` and `&&` look at floating values when the greater tag of the pair is
+// FLOAT, at integer values otherwise.
+bool truth(const vrkvar* v, bool floating) { return floating ? to_float(v) != 0.0 : to_int(v) != 0; }
+
+bool test(int64_t code, vrkvar* rhs, vrkvar* lhs) {
+    switch (code) {
+        case -1: return rhs->type == lhs->type && equals(rhs, lhs);
+        case 0: return equals(rhs, lhs);
+        case 1: return !equals(rhs, lhs);
+        case 2:
+        case 3:
+        case 4:
+        case 5: return order_test(static_cast<int>(code), rhs, lhs);
+        case 6:
+        case 7: {
+            const bool floating = std::max(rhs->type, lhs->type) == Tag::FLOAT;
+            const bool r = truth(rhs, floating);
+            const bool l = truth(lhs, floating);
+            return code == 6 ? (r || l) : (r && l);
+        }
+        default: return false;
+    }
+}
+
+}  // namespace
+
+void compare(vrkblock* b, const vrkinstr& ins) {
+    if (b->stack.size() < 2) {
+        runtime_error("RUNTIME_ERROR", b);
+        return;
+    }
+    vrkvar* rhs = b->stack.back();
+    vrkvar* lhs = b->stack[b->stack.size() - 2];
+    if (is_marker(rhs) || is_marker(lhs)) {
+        report_error(b, "cmp", "invalid value!");
+        return;
+    }
+    const bool answer = test(ins.arg, rhs, lhs);
+    b->stack.pop_back();
+    free_temp(b, lhs);
+    top_slot(b) = answer ? true_value() : false_value();
+}
+
+}  // namespace vrk

@@ -1,0 +1,88 @@
+// Run-time fault reports and traces.
+#include "vm/errors.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
+#include "host/context.h"
+#include "host/log.h"
+#include "host/script_lock.h"
+#include "vm/block.h"
+
+namespace vrk {
+
+namespace {
+
+constexpr std::size_t kReportBufferSize = 16384;
+
+// The line entry of the table that covers instruction ip, or null.
+const vrkline_entry* line_of(const vrkblock* b, uint32_t ip) {
+    for (const auto& [key, entry] : *b->line_table) {
+        if (entry.first <= ip && ip <= entry.last) return &entry;
+    }
+    return nullptr;
+}
+
+void trace_into(vrkblock* b, std::string& out, int depth) {
+    // A block that is its own caller ends the chain; a corrupt chain is cut
+    // rather than followed for ever.
+    if (b->caller && b->caller != b && depth < 4096 && block_alive(b->caller))
+        trace_into(b->caller, out, depth + 1);
+    uint32_t ip = b->resume_at;
+    if (ip < b->code.size() && b->line_table) {
+        if (const vrkline_entry* entry = line_of(b, ip)) {
+            std::string file = "MEMORY";
+            if (b->file_table && !b->file_table->empty() && b->file_table->front().first <= ip)
+                file = b->file_table->front().name;
+            std::size_t start = entry->text.find_first_not_of(" \t");
+            out += "line ";
+            out += std::to_string(entry->line);
+            out += " in file: ";
+            out += file;
+            out += "\n-> ";
+            out += start == std::string::npos ? std::string() : entry->text.substr(start);
+            out += "\n\n";
+            return;
+        }
+    } else if (b->native) {
+        out += "external block\n";
+        if (b->code_text) out += *b->code_text;
+        out += "\n\n";
+        return;
+    }
+    out += "line 0 in file: MEMORY\ninternal debug info error (no debug info)!\n\n";
+}
+
+}  // namespace
+
+void trace(vrkblock* block, std::string& out) {
+    if (!block) return;
+    trace_into(block, out, 0);
+}
+
+void runtime_error(const char* code, vrkblock* block) {
+    std::string t;
+    trace(block, t);
+    log().error("\nRuntime error: %s\n%s\n", code, t.c_str());
+}
+
+void report_error(vrkblock* block, const char* kind, const char* message) {
+    ScriptLock lock;
+    std::string t;
+    trace(block, t);
+    log().error("\n%s: %s\nIn File:\n%s\n", kind ? kind : "runtime error", message, t.c_str());
+}
+
+void report_errorf(vrkblock* block, const char* kind, const char* format, ...) {
+    ScriptLock lock;
+    // The message is cut at the size of the report buffer.
+    std::vector<char> buffer(kReportBufferSize);
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(buffer.data(), buffer.size(), format, args);
+    va_end(args);
+    report_error(block, kind ? kind : "runtime_error", buffer.data());
+}
+
+}  // namespace vrk

@@ -1,0 +1,36 @@
+// EXTERNAL: the one instruction of a native block, which calls the builtin.
+//
+// A native block is entered like any function, but its arguments never become
+// its variables: parameter binding collected them in the calling block's
+// `params`, last argument first. The builtin receives them in declared order,
+// together with the calling block and that block's `native_result` cell to
+// answer in.
+#include <algorithm>
+
+#include "vm/ops.h"
+
+namespace vrk {
+
+Flow external(run_state& rs, const vrkinstr& ins) {
+    vrkblock* b = rs.b;
+    vrkblock* caller = b->caller ? b->caller : b;
+    auto& args = caller->params;
+    std::reverse(args.begin(), args.end());
+
+    auto* record = reinterpret_cast<vrknative*>(ins.ref);
+    vrkvar* answer = nullptr;
+    if (!is_marker(record, kMarkerLimit) && record->fn) {
+        if (record->deref_args) {
+            for (vrkvar*& arg : args) {
+                if (!is_marker(arg, kMarkerLimit)) arg = deref(arg);
+            }
+        }
+        answer = record->fn(caller, args, record->user, caller->native_result);
+    }
+    // Null and 1 both mean "no value".
+    top_slot(b) = is_marker(answer, 2) ? void_value() : answer;
+    b->resume_at = 0;
+    return Flow::end;
+}
+
+}  // namespace vrk

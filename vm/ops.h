@@ -1,0 +1,161 @@
+// The instruction effects the run loop dispatches to (private to vm/).
+//
+// `run` (vm/run.cpp) owns the one dispatch loop; each case hands the work to a
+// helper declared here, grouped by concern in its own file: stack handling,
+// arithmetic, comparison, jumps, stores, subscripts and member access, calls,
+// and the ways a run ends early. A helper that can end the run answers with a
+// `Flow`; all others simply let the loop go on. Helpers that change where the
+// loop goes next write `run_state::next`.
+//
+// The stack of a running block is never empty: a fresh run pushes the address
+// of `scratch`, and every pop below refuses to take the last slot. So the top
+// slot may always be read; it may hold null, which means "nothing yet".
+// Temporaries come from the block's own temp pool and go back to it; the
+// shared constants and the block's embedded cells are never handed back.
+#pragma once
+
+#include <cstdint>
+
+#include "values/cell.h"
+#include "values/operators.h"
+#include "values/pools.h"
+#include "vm/block.h"
+#include "vm/instruction.h"
+
+namespace vrk {
+
+// What an instruction asks of the loop.
+enum class Flow : uint8_t {
+    next,     // go on at run_state::next (after the suspension check)
+    end,      // the run ends now with the top slot as its result
+    suspend,  // the run ends suspended; resume_at has been set
+};
+
+// The loop's view of one run in progress.
+struct run_state {
+    vrkblock* b;    // the running block
+    uint32_t ip;    // index of the instruction being executed
+    uint32_t next;  // index of the instruction to execute after it
+    bool resumed;   // this is the first instruction of a resumed run
+};
+
+// Pointer values of cells below this are no-value markers wherever a store or a
+// native result is involved.
+inline constexpr uintptr_t kMarkerLimit = 11;
+
+// ---- small helpers of the hot path -------------------------------------------------
+
+inline vrkvar*& top_slot(vrkblock* b) { return b->stack.back(); }
+
+// The block an instruction names in `ref`, or null when `ref` is a mode number,
+// zero or all ones.
+inline vrkblock* operand_block(const vrkinstr& ins) {
+    if (ins.ref < kMarkerLimit || ins.ref == kRefMinusOne) return nullptr;
+    return ins.ref_block();
+}
+
+// Variable `index` of `block`, or null when the block has no such index.
+inline vrkvar* var_at(const vrkblock* block, int64_t index) {
+    if (!block || index < 0 || static_cast<uint64_t>(index) >= block->vars->size()) return nullptr;
+    return (*block->vars)[static_cast<std::size_t>(index)];
+}
+
+// True when `index` is a valid variable index of `block`.
+inline bool has_var(const vrkblock* block, int64_t index) {
+    return block && index >= 0 && static_cast<uint64_t>(index) < block->vars->size();
+}
+
+// The slot-load that LOAD with a block, the aliases and the operand steps share:
+// a named variable goes into the top slot, sub-code -2 puts the void constant.
+inline void slot_load(vrkblock* b, const vrkinstr& ins) {
+    if (vrkblock* owner = operand_block(ins); has_var(owner, ins.arg)) {
+        top_slot(b) = (*owner->vars)[static_cast<std::size_t>(ins.arg)];
+    } else if (ins.arg == -2) {
+        top_slot(b) = void_value();
+    }
+}
+
+// Hands a temporary back to the block's pool. Markers, constants (the shared
+// cells and hidden literals, including the erase constant a store keeps in
+// place of a copy) and the embedded cells are not temporaries and stay out.
+inline void free_temp(vrkblock* b, vrkvar* cell) {
+    if (is_marker(cell, kMarkerLimit) || cell->constant) return;
+    if (cell == &b->scratch || cell == &b->result || cell == &b->native_result) return;
+    return_temp(b, cell);
+}
+
+// Pops one slot unless it is the last one; false (and a log line) when refused.
+bool pop_slot(vrkblock* b);
+
+// ---- stack handling (vm/stack_ops.cpp) --------------------------------------------------
+// The left-operand step of the binary operators: [.. v] -> [.. v t null].
+void operand_step(vrkblock* b, const vrkinstr& ins);
+// PUSH: copy top into a movable temp and open a slot, or push `arg` slots.
+void push_slots(vrkblock* b, const vrkinstr& ins);
+// ARG: wrap the top value as an argument (copy or REF) in a fresh temp.
+void wrap_argument(vrkblock* b, const vrkinstr& ins);
+// POP in its four modes.
+void pop_slots(vrkblock* b, const vrkinstr& ins);
+// FREE_TOP: give the top temp back and empty the slot.
+void free_top(vrkblock* b);
+// SWAP two slots counted from the top.
+void swap_slots(vrkblock* b, const vrkinstr& ins);
+// RESET: forget the pending index, or drop the top of the object stack.
+void reset_state(vrkblock* b, const vrkinstr& ins);
+// LOAD with `ref` 0 and a sub-code other than the call start and `return`.
+void load_constant(vrkblock* b, const vrkinstr& ins);
+// DEREF: one step along a REF in the top slot.
+void deref_top(vrkblock* b);
+
+// ---- arithmetic (vm/arith.cpp) ------------------------------------------------------------
+// ADD, SUB, MULT, DIV, EXP: [.. res t rhs] -> [.. res], res := t op rhs.
+void arithmetic(vrkblock* b, BinOp op);
+// BIT_OR, BIT_XOR, BIT_AND on the integer values of both operands.
+void bit_operation(vrkblock* b, const vrkinstr& ins);
+// INC and DEC in place on the top cell.
+void step_in_place(vrkblock* b, bool up);
+// NOT and INVERT, answering in `scratch`.
+void logical_not(vrkblock* b);
+void invert_bits(vrkblock* b);
+
+// ---- comparison (vm/compare.cpp) ----------------------------------------------------------
+void compare(vrkblock* b, const vrkinstr& ins);
+
+// ---- jumps (vm/jumps.cpp) -------------------------------------------------------------------
+Flow jump(run_state& rs, const vrkinstr& ins);
+// JMP_FALSE, and with `loop` set JMP_FALSE_LOOP.
+Flow jump_if_false(run_state& rs, const vrkinstr& ins, bool loop);
+
+// ---- stores (vm/store.cpp) ------------------------------------------------------------------
+// SET, and with `through_ref` set SET_DEREF.
+Flow store(run_state& rs, const vrkinstr& ins, bool through_ref);
+// MAKE_REF, which is also where a store into a by-reference parameter goes.
+void rebind(vrkblock* b, const vrkinstr& ins);
+
+// ---- subscripts and members (vm/index.cpp, vm/member.cpp) ---------------------------------
+Flow index_value(run_state& rs, vrkinstr& ins);
+// Member of an instance by key: the variable, the answer of `oparray`, the
+// instance itself, kSuspended, or a marker.
+vrkvar* class_member(vrkblock* b, vrkinstr& ins, vrkvar* instance, vrkvar* key);
+void class_access(vrkblock* b, const vrkinstr& ins);
+
+// ---- calls (vm/calls.cpp, vm/native_call.cpp) ----------------------------------------------
+// LOAD sub-code 4: put a temp copy of the function cell on `callblocks`.
+void start_call(vrkblock* b);
+// CALL_PREP with a count, or with `ref` -1 the start of parameter binding.
+Flow prepare_call(run_state& rs, const vrkinstr& ins);
+Flow call(run_state& rs, const vrkinstr& ins);
+// EXTERNAL, the one instruction of a native block.
+Flow external(run_state& rs, const vrkinstr& ins);
+// Loads the captured values of a function cell into the block that will run it.
+void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller);
+
+// ---- ends of a run and signals (vm/block_exit.cpp) --------------------------------------------
+// LOAD sub-code -1.
+Flow return_value(run_state& rs);
+Flow break_loop(run_state& rs, const vrkinstr& ins);
+Flow run_child(run_state& rs, const vrkinstr& ins);
+// What every early end of a run clears before the run ends.
+void end_in_place(vrkblock* b);
+
+}  // namespace vrk

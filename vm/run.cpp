@@ -1,0 +1,182 @@
+// The run loop: entry into a block, the one dispatch loop over its instructions,
+// suspension and the normal end of a run.
+#include "vm/run.h"
+
+#include <string>
+
+#include "host/log.h"
+#include "vm/block.h"
+#include "vm/ops.h"
+
+namespace vrk {
+
+namespace {
+
+// A block that is running or sleeping cannot be entered again (a native block
+// can: it keeps nothing between calls). The refusal clears `running` even of a
+// block whose own run loop is still going on; that loop carries on regardless.
+bool may_enter(vrkblock* b, vrkblock* caller, uint32_t start) {
+    if (b->native) return true;
+    const bool was_running = b->running != 0;
+    const bool was_sleeping = b->sleeping != 0;
+    if (!was_running && !was_sleeping) b->running = 1;
+    if ((start == 0 && b->resume_at != 0) || was_running || was_sleeping) {
+        const std::string* text = b->full_source ? b->full_source : b->code_text;
+        log().log("Script already running! %s", text ? text->c_str() : "");
+        if (caller) caller->suspended = 1;
+        b->running = 0;
+        return false;
+    }
+    return true;
+}
+
+void fresh_start(vrkblock* b) {
+    b->waiting_on = nullptr;
+    b->self_cell = nullptr;
+    b->stack.clear();
+    b->params.clear();
+    b->stack.push_back(&b->scratch);
+    b->pending_index = -1;
+    if (!b->callblocks.empty()) {
+        log().log("callblocks is not zero!");
+        b->callblocks.clear();
+    }
+}
+
+// `self` 0 keeps the saved self cell, all ones binds nothing; anything else is
+// the `this` of this run.
+void bind_self(vrkblock* b, vrkvar* self) {
+    if (self == nullptr || self == kSelfUnchanged) return;
+    b->self_cell = self;
+    if (vrkvar* this_cell = b->this_var()) {
+        this_cell->flags |= flag::NO_COUNT;
+        assign(this_cell, deref(self), b);
+    }
+}
+
+vrkvar* top_or_null(vrkblock* b) { return b->stack.empty() ? nullptr : b->stack.back(); }
+
+vrkvar* normal_end(vrkblock* b) {
+    b->resume_at = 0;
+    b->suspended = 0;
+    run_cleanup(b);
+    if (b->stack.size() != 1) log().log("\nstack size: %i\n", static_cast<int>(b->stack.size()));
+    b->waiting_on = nullptr;
+    b->self_cell = nullptr;
+    vrkvar* result = top_or_null(b);
+    b->running = 0;
+    return result;
+}
+
+// An end asked for by an instruction, which has done its own clearing.
+vrkvar* early_end(vrkblock* b, Flow flow) {
+    b->running = 0;
+    return flow == Flow::suspend ? kSuspended : top_or_null(b);
+}
+
+}  // namespace
+
+bool pop_slot(vrkblock* b) {
+    if (b->stack.size() <= 1) {
+        log().log("stack underflow!!!");
+        return false;
+    }
+    b->stack.pop_back();
+    return true;
+}
+
+vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
+    if (!may_enter(b, caller, start)) return nullptr;
+    if (start == 0) {
+        fresh_start(b);
+    } else if (b->stack.empty()) {
+        b->stack.push_back(&b->scratch);
+    }
+    bind_self(b, self);
+    b->caller = caller ? caller : b;
+    b->loop_signal = 0;
+    b->return_signal = 0;
+    b->suspended = 0;
+
+    run_state rs{b, start, start, start != 0};
+    while (rs.ip < b->code.size()) {
+        vrkinstr& ins = b->code[rs.ip];
+        rs.next = rs.ip + 1;
+        Flow flow = Flow::next;
+        switch (ins.opcode()) {
+            case Op::SET: flow = store(rs, ins, false); break;
+            case Op::SET_DEREF: flow = store(rs, ins, true); break;
+            case Op::MAKE_REF: rebind(b, ins); break;
+            case Op::DEREF: deref_top(b); break;
+            case Op::ADD_TMP:
+            case Op::SUB_TMP:
+            case Op::MULT_TMP:
+            case Op::DIV_TMP:
+            case Op::EXP_TMP:
+            case Op::BIT_TMP:
+            case Op::TMP: operand_step(b, ins); break;
+            case Op::ADD: arithmetic(b, BinOp::add); break;
+            case Op::SUB: arithmetic(b, BinOp::sub); break;
+            case Op::MULT: arithmetic(b, BinOp::mult); break;
+            case Op::DIV: arithmetic(b, BinOp::div); break;
+            case Op::EXP: arithmetic(b, BinOp::exp); break;
+            case Op::INC: step_in_place(b, true); break;
+            case Op::DEC: step_in_place(b, false); break;
+            case Op::CALL: flow = call(rs, ins); break;
+            case Op::CALL_PREP: flow = prepare_call(rs, ins); break;
+            case Op::RUN_CHILD: flow = run_child(rs, ins); break;
+            case Op::EXTERNAL: flow = external(rs, ins); break;
+            case Op::PUSH: push_slots(b, ins); break;
+            case Op::ARG: wrap_argument(b, ins); break;
+            case Op::POP: pop_slots(b, ins); break;
+            case Op::FREE_TOP: free_top(b); break;
+            case Op::JMP: flow = jump(rs, ins); break;
+            case Op::JMP_FALSE: flow = jump_if_false(rs, ins, false); break;
+            case Op::JMP_FALSE_LOOP: flow = jump_if_false(rs, ins, true); break;
+            case Op::NOP: break;
+            case Op::LOAD:
+                if (ins.ref != 0) {
+                    slot_load(b, ins);
+                } else if (ins.arg == -1) {
+                    flow = return_value(rs);
+                } else if (ins.arg == 4) {
+                    start_call(b);
+                } else {
+                    load_constant(b, ins);
+                }
+                break;
+            case Op::BREAK: flow = break_loop(rs, ins); break;
+            case Op::CMP: compare(b, ins); break;
+            case Op::INDEX: flow = index_value(rs, ins); break;
+            case Op::SWAP: swap_slots(b, ins); break;
+            case Op::BIT_OR:
+            case Op::BIT_XOR:
+            case Op::BIT_AND: bit_operation(b, ins); break;
+            case Op::NOT: logical_not(b); break;
+            case Op::INVERT: invert_bits(b); break;
+            case Op::RESET: reset_state(b, ins); break;
+            case Op::CLASS_ACCESS: class_access(b, ins); break;
+            // The never-emitted aliases and every number without a case load
+            // the named variable.
+            case Op::LOAD_ALIAS:
+            case Op::LOAD_ALIAS2:
+            default: slot_load(b, ins); break;
+        }
+        if (flow != Flow::next) return early_end(b, flow);
+        if (b->suspended) {
+            // 1: stopped before this instruction, which runs again; 2: after it.
+            b->resume_at = b->suspended == 1 ? rs.ip : rs.ip + 1;
+            b->running = 0;
+            return kSuspended;
+        }
+        rs.resumed = false;
+        rs.ip = rs.next;
+    }
+    return normal_end(b);
+}
+
+vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {
+    return run(block, caller, block->resume_at, self);
+}
+
+}  // namespace vrk

@@ -1,0 +1,42 @@
+// Running blocks: the dispatch loop, calls, suspension and the forced stop.
+//
+// One routine, `run`, executes one block. It is re-entrant through the host
+// stack: calling a script function or entering an `if` body is a nested `run` on
+// another block. A run can stop in mid-block (it returns the pointer value 1) and
+// be continued later from `resume_at` by whoever waits for it, up to the
+// scheduler, which knows nothing of the host stack. Parameters are passed by
+// swapping pointers in the callee's variable vector, and the caller puts them
+// back on every way out.
+#pragma once
+
+#include <cstdint>
+
+namespace vrk {
+
+struct vrkvar;
+struct vrkblock;
+
+// `self` argument of run meaning "no change and no binding".
+inline vrkvar* const kSelfUnchanged = reinterpret_cast<vrkvar*>(~uintptr_t{0});
+// Answer of run for a suspended run.
+inline vrkvar* const kSuspended = reinterpret_cast<vrkvar*>(uintptr_t{1});
+
+// Runs `block` from instruction `start` (0: a fresh run). `self`: 0 keeps the
+// saved self cell, kSelfUnchanged binds nothing, anything else is the `this` of
+// this run. Returns the cell in the top slot, kSuspended, or null.
+vrkvar* run(vrkblock* block, vrkblock* caller, uint32_t start, vrkvar* self);
+// run(block, caller, block->resume_at, self).
+vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self);
+
+// The clean-up at every end of a run: self variable, scratch payload, displaced
+// parameters, leaked temps, scoped variables.
+void run_cleanup(vrkblock* block);
+
+// Stops a suspended chain: from the outermost live caller, and with `cascade`
+// down through waiting_on, every stopped block loses its resume point.
+void stop_run(vrkblock* block, bool cascade);
+
+// Puts displaced parameter pointers back into the callee's variables.
+void restore_params(vrkblock* block);
+
+}  // namespace vrk

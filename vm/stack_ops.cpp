@@ -1,0 +1,150 @@
+// Instructions that shape the value stack: the operand step, PUSH, ARG, POP,
+// FREE_TOP, SWAP, RESET, DEREF and the constant sub-codes of LOAD.
+#include <utility>
+
+#include "vm/errors.h"
+#include "vm/ops.h"
+
+namespace vrk {
+
+namespace {
+
+// The erase constant of `a[k] = null` is recognised by its address when it
+// reaches the element store. The store sequence first copies the value into a
+// temp, which would lose that address, so the copying steps leave the erase
+// constant itself in the slot; nothing frees it, since it is a constant.
+bool keeps_erase(vrkvar* v) { return v == erase_value(); }
+
+// An argument goes by reference when the call asks for it (`arg` -1) or the
+// parameter of the function being prepared is declared by reference, unless
+// the value may not be wrapped (a result cell or a movable temp).
+bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
+    if (v->attrs & attr::NO_REF_WRAP) return false;
+    if (v->flags & flag::MOVABLE) return false;
+    if (ins.arg == -1) return true;
+    if (ins.arg < 1 || b->callblocks.empty()) return false;
+    vrkvar* fn = b->callblocks.back();
+    if (is_marker(fn, kMarkerLimit)) return false;
+    fn = deref(fn);
+    if (fn->type != Tag::FUNCTION) return false;
+    vrkvar* param = var_at(fn->block, ins.arg - 1);
+    return param && (param->attrs & attr::BY_REF_PARAM);
+}
+
+}  // namespace
+
+void operand_step(vrkblock* b, const vrkinstr& ins) {
+    vrkvar* v = top_slot(b);
+    vrkvar* t = take_temp(b);
+    if (!is_marker(v, kMarkerLimit)) assign(t, v, b);
+    b->stack.push_back(t);
+    b->stack.push_back(nullptr);
+    slot_load(b, ins);
+}
+
+void push_slots(vrkblock* b, const vrkinstr& ins) {
+    if (ins.arg == 0) {
+        vrkvar*& slot = top_slot(b);
+        if (!keeps_erase(slot)) {
+            vrkvar* t = take_temp(b);
+            t->flags |= flag::MOVABLE;
+            if (!is_marker(slot, kMarkerLimit)) assign(t, slot, b);
+            slot = t;
+        }
+        b->stack.push_back(ins.ref != 0 ? take_temp(b) : nullptr);
+        return;
+    }
+    for (int64_t i = 0; i < ins.arg; ++i) b->stack.push_back(ins.ref != 0 ? take_temp(b) : nullptr);
+}
+
+void wrap_argument(vrkblock* b, const vrkinstr& ins) {
+    vrkvar*& slot = top_slot(b);
+    vrkvar* v = slot;
+    if (is_marker(v, kMarkerLimit)) v = void_value();  // null and the no-value markers
+    if (keeps_erase(v)) {
+        slot = v;
+    } else {
+        vrkvar* t = take_temp(b);
+        slot = t;
+        if (wraps_by_reference(b, ins, v)) {
+            set_ref(t, v);
+        } else {
+            assign(t, v, b);
+        }
+    }
+    if (ins.ref != 0) b->stack.push_back(nullptr);
+}
+
+void pop_slots(vrkblock* b, const vrkinstr& ins) {
+    switch (ins.ref) {
+        case 0:
+            for (int64_t i = 0; i < ins.arg; ++i) pop_slot(b);
+            return;
+        case 2:
+            for (int64_t i = 0; i < ins.arg; ++i) {
+                free_temp(b, top_slot(b));
+                pop_slot(b);
+            }
+            return;
+        case 3:
+            free_temp(b, top_slot(b));
+            return;
+        default:
+            for (int64_t i = 0; i < ins.arg; ++i) {
+                pop_slot(b);
+                free_temp(b, top_slot(b));
+            }
+            return;
+    }
+}
+
+void free_top(vrkblock* b) {
+    if (b->stack.size() <= 1) return;
+    free_temp(b, top_slot(b));
+    top_slot(b) = nullptr;
+}
+
+void swap_slots(vrkblock* b, const vrkinstr& ins) {
+    const auto size = static_cast<int64_t>(b->stack.size());
+    const auto depth_b = static_cast<int64_t>(ins.ref);
+    if (ins.arg < 0 || depth_b < 0 || ins.arg >= size || depth_b >= size) {
+        runtime_error("SWAP_ERROR", b);
+        return;
+    }
+    vrkvar*& first = b->stack[static_cast<std::size_t>(size - 1 - ins.arg)];
+    vrkvar*& second = b->stack[static_cast<std::size_t>(size - 1 - depth_b)];
+    if (!first) return;
+    std::swap(first, second);
+}
+
+void reset_state(vrkblock* b, const vrkinstr& ins) {
+    if (ins.arg == 0) {
+        b->pending_index = -1;
+    } else if (ins.arg == 1 && b->object_stack && b->object_stack->size() > 1) {
+        b->object_stack->pop_back();
+    }
+}
+
+void load_constant(vrkblock* b, const vrkinstr& ins) {
+    vrkvar*& slot = top_slot(b);
+    switch (ins.arg) {
+        case 1: slot = true_value(); return;
+        case 2: slot = false_value(); return;
+        case 3: slot = nullptr; return;
+        case 5: slot = &b->scratch; return;
+        case 6:
+            if (!is_marker(slot, kMarkerLimit) && slot->type == Tag::JSON && slot->value.json)
+                json_clear(slot->value.json);
+            return;
+        case 7: slot = none_value(); return;
+        case -2: slot = erase_value(); return;
+        default: slot_load(b, ins); return;
+    }
+}
+
+void deref_top(vrkblock* b) {
+    vrkvar*& slot = top_slot(b);
+    if (!is_marker(slot, kMarkerLimit) && slot->type == Tag::REF && slot->value.ref) slot = slot->value.ref;
+}
+
+}  // namespace vrk
