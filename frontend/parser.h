@@ -45,4 +45,14 @@ struct vrkparser {
 // Runs the front end's text splitter: installed into blocks at start-up.
 void install_source_splitter();
 
+// The text passes `parse` applies between preprocessing and splitting; they are
+// public so that each can be exercised on its own.
+//
+// Rewrites every ''' ... ''' literal into a formatted-string expression.
+void rewrite_multiline_literals(std::string& text);
+// Inserts the braces that the indentation of `if`, `else` and `for` implies.
+void infer_braces(std::string& text);
+// Cuts the text behind a quoted script name into the elements of `args`.
+std::vector<std::string> split_script_arguments(const std::string& arguments);
+
 }  // namespace vrk

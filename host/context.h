@@ -65,6 +65,8 @@ struct vrkcontext {
     std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
     bool debug_info = false;                    // keep line and file tables while compiling
     vrkblock* current_compiling_block = nullptr;  // block whose token is being compiled; null between tokens
+    uint32_t array_loop_counter = 0;            // numbers the generated names of `list:: = ...` loops
+    uint32_t iterative_loop_counter = 0;        // numbers the generated indexes of `for(x::list)` loops
     vrklog log;                                 // the log object
     vrkhost_state host;                         // command-line values
 };

@@ -1,14 +1,18 @@
 // The engine record: construction, registration of native functions and
-// variables, and the bookkeeping a dying block asks of it.
+// variables, loading and retiring scripts, schedules, and the bookkeeping a
+// dying block asks of it. The frame itself is in host/frame.cpp.
 #include "host/engine.h"
 
 #include <algorithm>
 
+#include "builtins/registry.h"
+#include "frontend/compile.h"
+#include "frontend/parser.h"
 #include "host/context.h"
 #include "host/log.h"
 #include "host/script_lock.h"
-#include "objects/object.h"
 #include "vm/block.h"
+#include "vm/run.h"
 
 namespace vrk {
 
@@ -21,9 +25,15 @@ vrkblock_handle vrkblock_handle::of(vrkblock* b) {
     return {b->registry_index, b->registry_id};
 }
 
+bool vrkblock_handle::refers_to(const vrkblock* b) const {
+    return b && id != 0 && id == b->registry_id && index == b->registry_index;
+}
+
 vrkobject* vrkobject_handle::get() const {
     return dynamic_cast<vrkobject*>(registry_get(index, id));
 }
+
+bool block_active(const vrkblock* b) { return block_alive(b) && b->busy(); }
 
 vrkscript::vrkscript() {
     vrkcontext& ctx = context();
@@ -34,15 +44,37 @@ vrkscript::vrkscript() {
     firstBlock = block_new(this);
     globalBlock = block_new(nullptr);
     globalBlock->engine = this;
+    // Modules come first, so that a builtin of the same name is reported as a
+    // second registration.
+    load_native_modules();
+    init_builtins(this);
 }
 
 vrkscript::~vrkscript() {
     // The engine lives as long as the process; tests may still destroy one.
+    // Scripts go first: their blocks tell the engine lists about their end.
+    parsers.clear();
+    retiredParsers.clear();
+    schedules.clear();
+    pendingThreads.clear();
+    activeThreads.clear();
+    deletedObjects.clear();
+    for (auto& [function, typeName] : constructors) cell_free(typeName);
+    constructors.clear();
     block_delete(globalBlock);
     globalBlock = nullptr;
     block_delete(firstBlock);
     firstBlock = nullptr;
     if (context().firstEngine == this) context().firstEngine = nullptr;
+}
+
+void vrkscript::load_native_modules() {
+    // Native modules are not loaded yet: no folder is searched.
+}
+
+void vrkscript::loadModule(const std::string& path) {
+    log().warn("loading module %s", path.c_str());
+    log().log("native modules are not available yet: %s not loaded", path.c_str());
 }
 
 vrkvar* vrkscript::registerFunction(const char* name, vrkbuiltin_fn function, int parameterCount,
@@ -89,6 +121,18 @@ vrkvar* vrkscript::registerFunction(const char* name, vrkbuiltin_fn function, in
     return cell;
 }
 
+vrkvar* vrkscript::registerConstructor(const char* name, vrkbuiltin_fn function, int parameterCount,
+                                       void* userValue, const char* description, bool plain_args,
+                                       bool deref_args, const char* typeName) {
+    vrkvar* cell = registerFunction(name, std::move(function), parameterCount, userValue,
+                                    description, plain_args, deref_args);
+    vrkvar*& type = constructors[cell];
+    if (!type) type = cell_new(Tag::STRING);
+    set_string(type, typeName);
+    type->constant = 1;
+    return cell;
+}
+
 vrkvar* vrkscript::registerVariable(const char* name, const char* description) {
     ScriptLock lock;
     auto& names = firstBlock->get_names();
@@ -100,12 +144,129 @@ vrkvar* vrkscript::registerVariable(const char* name, const char* description) {
     return cell;
 }
 
+vrkparser* vrkscript::load(const std::string& fileName, bool isFile, bool compileNow) {
+    if (fileName.empty()) return nullptr;
+    ScriptLock lock;
+    if (isFile)
+        log().log("loading script %s", fileName.c_str());
+    else
+        log().log("parsing...");
+    auto parser = std::make_unique<vrkparser>(this, fileName, isFile, compileNow);
+    log().log("done.");
+    vrkparser* loaded = parser.get();
+    parsers.push_back(std::move(parser));
+    return loaded;
+}
+
+void vrkscript::call_reload_callbacks() {
+    if (reloadCallbacks.empty()) return;
+    auto callbacks = std::move(reloadCallbacks);
+    reloadCallbacks.clear();
+    for (auto& [key, functions] : callbacks) {
+        for (auto& function : functions) {
+            if (function) function();
+        }
+    }
+}
+
+namespace {
+
+// Adds every active block below `b` (its children, their children, ...).
+void collect_active_descendants(vrkblock* b, std::vector<vrkblock*>& out) {
+    if (!b->children) return;
+    for (vrkblock* child : *b->children) {
+        if (!block_alive(child)) continue;
+        if (child->busy()) out.push_back(child);
+        collect_active_descendants(child, out);
+    }
+}
+
+}  // namespace
+
+void vrkscript::reloadParser(vrkparser* parser, bool recompileAll, std::function<void()> callback) {
+    ScriptLock lock;
+    auto found = std::find_if(parsers.begin(), parsers.end(),
+                              [parser](const auto& p) { return p.get() == parser; });
+    if (!parser || found == parsers.end()) {
+        log().error("parser not found!");
+        return;
+    }
+
+    // Blocks that stay active keep the script alive. Functions named `die` get
+    // one run to finish their work, or to start waiting for it.
+    std::vector<vrkblock*> active;
+    if (vrkblock* root = parser->root_block) {
+        if (root->die_blocks) {
+            for (vrkblock* die : *root->die_blocks) {
+                if (!block_alive(die)) continue;
+                run(die, nullptr, 0, kSelfUnchanged);
+                if (block_active(die)) active.push_back(die);
+            }
+        }
+        collect_active_descendants(root, active);
+    }
+
+    call_reload_callbacks();
+
+    std::unique_ptr<vrkparser> owned = std::move(*found);
+    parsers.erase(found);
+    if (active.empty()) {
+        owned.reset();
+        if (callback) callback();
+    } else {
+        frame(true);
+        retiredParsers.push_back({std::move(owned), std::move(active)});
+        if (callback) afterRetireCallbacks.push_back(std::move(callback));
+    }
+
+    if (recompileAll) {
+        log().warn("------RECOMPILE-------");
+        recompile();
+        // Printed on every recompile, whatever its outcome.
+        log().error("-----DISABLED-----");
+        log().warn("------DONE-------\n");
+    }
+}
+
+void vrkscript::recompile() {
+    ScriptLock lock;
+    call_reload_callbacks();
+    parsers.erase(std::remove_if(parsers.begin(), parsers.end(),
+                                 [](const auto& p) { return p->disposable != 0; }),
+                  parsers.end());
+    for (auto& parser : parsers) {
+        // A script read from a file reads it again; one given as text keeps it.
+        parser->parse(parser->from_file ? std::string() : parser->source_filename, true);
+        if (parser->root_block && compile_block(parser->root_block)) parser->compiled = 1;
+    }
+    // Only after every script has been compiled, so that they may call each other.
+    for (std::size_t i = 0; i < parsers.size(); ++i) {
+        if (vrkblock* root = parsers[i]->root_block) run(root, nullptr, 0, kSelfUnchanged);
+    }
+}
+
+vrkschedule* vrkscript::addSchedule() {
+    ScriptLock lock;
+    auto record = std::make_unique<vrkschedule>();
+    record->id = nextScheduleId++;
+    schedules.push_back(std::move(record));
+    return schedules.back().get();
+}
+
+void vrkscript::removeSchedule(vrkschedule* record) {
+    ScriptLock lock;
+    auto found = std::find_if(schedules.begin(), schedules.end(),
+                              [record](const auto& s) { return s.get() == record; });
+    if (found != schedules.end()) schedules.erase(found);
+}
+
 void vrkscript::forget_block(vrkblock* b) {
     auto drop = [b](std::vector<vrkblock*>& list) {
         list.erase(std::remove(list.begin(), list.end(), b), list.end());
     };
     drop(newSleepers);
     drop(frame_blocks);
+    drop(finishedBlocks);
     for (auto it = extern_blocks.begin(); it != extern_blocks.end();) {
         if (it->second == b)
             it = extern_blocks.erase(it);

@@ -7,6 +7,18 @@
 // housekeeping and scheduling that the host calls in a loop about a thousand
 // times a second; every step of a frame therefore begins with an emptiness test.
 //
+// Waiting works without any stack of its own. A block that must wait (the
+// script called `sleep`, a worker runs on its behalf) marks its outermost
+// caller as sleeping and its run returns "suspended" all the way out. The
+// engine keeps weak handles of such blocks; `frame` looks at each in turn and
+// runs it again from its resume point once its time has come, which resumes the
+// whole chain of calls below it. A block that dies while it waits simply leaves
+// a stale handle behind, which the next frame sweeps away.
+//
+// A script is retired rather than deleted while any of its blocks is still
+// active: its parser moves to `retiredParsers` and a later frame destroys it
+// once nothing of it runs any more.
+//
 // Native modules see this record's layout, so the field order is kept, the
 // unnamed string and byte included.
 #pragma once
@@ -16,9 +28,13 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "host/schedule.h"
+#include "host/thread_record.h"
+#include "objects/object.h"
 #include "vm/instruction.h"
 
 namespace vrk {
@@ -26,9 +42,6 @@ namespace vrk {
 struct vrkblock;
 struct vrkvar;
 struct vrkparser;
-struct vrkthread_record;
-struct vrkschedule;
-class vrkobject;
 
 // A guarded handle of a block: valid while the registry slot keeps the id.
 struct vrkblock_handle {
@@ -36,6 +49,8 @@ struct vrkblock_handle {
     uint32_t id = 0;     // registry id; 0 means empty
     vrkblock* get() const;
     static vrkblock_handle of(vrkblock* b);
+    // True when the handle was taken of `b` (compares without resolving).
+    bool refers_to(const vrkblock* b) const;
 };
 
 // A guarded handle of a native object.
@@ -47,12 +62,14 @@ struct vrkobject_handle {
 
 // A parser taken out of `parsers` whose blocks still run.
 struct vrkretired_parser {
-    vrkparser* parser = nullptr;             // the parser
+    std::unique_ptr<vrkparser> parser;       // the parser, destroyed with the record
     std::vector<vrkblock*> active_blocks;    // its blocks still active when it was retired
 };
 
 class vrkscript {
 public:
+    // Creates the blocks of the engine, loads native modules and registers the
+    // builtins. The first engine of the process becomes the context's firstEngine.
     vrkscript();
     ~vrkscript();
     vrkscript(const vrkscript&) = delete;
@@ -63,8 +80,34 @@ public:
     vrkvar* registerFunction(const char* name, vrkbuiltin_fn function, int parameterCount,
                              void* userValue, const char* description, bool plain_args,
                              bool deref_args);
+    // registerFunction, and the function cell enters `constructors` with the
+    // script type name it makes.
+    vrkvar* registerConstructor(const char* name, vrkbuiltin_fn function, int parameterCount,
+                                void* userValue, const char* description, bool plain_args,
+                                bool deref_args, const char* typeName);
     // Registers a global variable in firstBlock.
     vrkvar* registerVariable(const char* name, const char* description);
+
+    // Loads a script: a file (`isFile`) or source text. Returns the parser, which
+    // has no root block when the source could not be read; null for an empty name.
+    vrkparser* load(const std::string& fileName, bool isFile, bool compileNow);
+    // Takes a script out of `parsers`: destroyed at once when none of its blocks
+    // is active, else retired until they have finished. `callback` runs when the
+    // parser is gone. With `recompileAll` the other scripts are compiled anew.
+    void reloadParser(vrkparser* parser, bool recompileAll, std::function<void()> callback = {});
+    // Parses, compiles and runs every loaded script again; disposable ones go.
+    void recompile();
+    // One pass of housekeeping and scheduling. Returns true when blocks were
+    // suspended during it. The argument has no effect.
+    bool frame(bool flag = true);
+
+    // A new zeroed schedule record with the next id, owned by the engine.
+    vrkschedule* addSchedule();
+    // Finds the record and frees it; an unknown record is ignored.
+    void removeSchedule(vrkschedule* record);
+
+    // Loads the native module at `path` (hook; modules are not loaded yet).
+    void loadModule(const std::string& path);
 
     // Takes a block out of every engine list (called by the block's destructor).
     void forget_block(vrkblock* b);
@@ -73,16 +116,16 @@ public:
     std::string moduleText;                     // kept for native modules
     uint8_t moduleFlag = 1;                     // kept for native modules
     std::string workingDirectory;               // copy of the directory in force
-    std::vector<vrkparser*> parsers;            // loaded scripts, in load order
+    std::vector<std::unique_ptr<vrkparser>> parsers;  // loaded scripts, in load order
     std::vector<vrkblock_handle> sleepingBlocks;  // blocks waiting for a time or a wake
     std::vector<vrkblock*> newSleepers;         // suspended since the last frame
     std::vector<vrkblock*> finishedBlocks;      // detached blocks to delete at frame end
     std::vector<vrkblock*> removedSleepers;     // blocks to drop from sleepingBlocks
     std::vector<vrkparser*> parsersToRemove;    // scripts to stop at the next frame
-    std::vector<vrkthread_record*> pendingThreads;  // worker threads not yet started
-    std::vector<vrkthread_record*> activeThreads;   // running or finished worker threads
-    std::vector<vrkobject*> deletedObjects;     // objects whose deletion waits for frame end
-    std::vector<vrkschedule*> schedules;        // periodic callbacks
+    std::vector<std::unique_ptr<vrkthread_record>> pendingThreads;  // worker threads not yet started
+    std::vector<std::unique_ptr<vrkthread_record>> activeThreads;   // running or finished workers
+    std::vector<std::unique_ptr<vrkobject>> deletedObjects;  // deleted at frame end
+    std::vector<std::unique_ptr<vrkschedule>> schedules;     // periodic callbacks
     std::vector<vrkblock*> frame_blocks;        // run once per frame (onFrame)
     std::vector<vrkobject_handle> objectsBeforeFrame;  // receive onFrameBegin
     std::vector<vrkobject_handle> objectsAfterFrame;   // receive onFrameEnd
@@ -104,6 +147,19 @@ public:
     std::vector<vrkretired_parser> retiredParsers;  // parsers whose blocks still run
     std::vector<std::function<void()>> afterRetireCallbacks;  // when retiredParsers runs empty
     std::function<void()> mainThreadHandler;    // set only by a native module
+    std::map<vrkvar*, vrkvar*> constructors;    // constructor cell -> constant STRING of its type
+
+private:
+    // Looks for native modules beside the working directory and the executable
+    // (hook; modules are not loaded yet).
+    void load_native_modules();
+    // Calls and empties reloadCallbacks.
+    void call_reload_callbacks();
 };
+
+// True while the block takes part in a run: running, suspended, sleeping,
+// waiting or held (the block's busy test). A block that no longer exists is not
+// active.
+bool block_active(const vrkblock* b);
 
 }  // namespace vrk

@@ -296,7 +296,7 @@ void syntaxError(const char* message, vrkblock* block) {
     }
     const compile_state& state = *block->compile_state_ptr;
     const char* file = state.file_stack.empty() ? "MEMORY" : state.file_stack.back().c_str();
-    log().error("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file, state.line);
+    log().error("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file, state.line_number);
 }
 
 void syntaxWarning(vrkblock* block) {
@@ -307,7 +307,7 @@ void syntaxWarning(vrkblock* block) {
     }
     const compile_state& state = *block->compile_state_ptr;
     const char* file = state.file_stack.empty() ? "MEMORY" : state.file_stack.back().c_str();
-    log().warn("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file, state.line);
+    log().warn("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file, state.line_number);
 }
 
 }  // namespace vrk

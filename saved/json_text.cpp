@@ -133,11 +133,21 @@ void write_top(int indent, std::string& out, const vrkjson* json, bool compact) 
 }  // namespace
 
 void json_to_text(const vrkjson* json, bool compact, std::string& out) {
+    if (!json) {
+        out += compact ? "[]" : "[\n]";
+        return;
+    }
     const bool array = is_array(json);
     out += array ? '[' : '{';
     write_top(4, out, json, compact);
     if (!compact) out += '\n';
     out += array ? ']' : '}';
+}
+
+std::string to_string(const vrkjson* json, bool compact) {
+    std::string out;
+    json_to_text(json, compact, out);
+    return out;
 }
 
 }  // namespace vrk

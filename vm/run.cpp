@@ -98,9 +98,12 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     b->return_signal = 0;
     b->suspended = 0;
 
+    // A block's code does not change while the block runs.
+    vrkinstr* const code = b->code.data();
+    const std::size_t count = b->code.size();
     run_state rs{b, start, start, start != 0};
-    while (rs.ip < b->code.size()) {
-        vrkinstr& ins = b->code[rs.ip];
+    while (rs.ip < count) {
+        vrkinstr& ins = code[rs.ip];
         rs.next = rs.ip + 1;
         Flow flow = Flow::next;
         switch (ins.opcode()) {

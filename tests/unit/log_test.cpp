@@ -178,13 +178,13 @@ TEST_F(LogTest, SyntaxReportsNameFileAndLine) {
               "[ERR]: \n\nINTERNAL FAILURE! deprecated\n");
 
     compile_state state;
-    state.line = 12;
+    state.line_number = 12;
     block.compile_state_ptr = &state;
     EXPECT_EQ(captured([&] { syntaxError("bad token", &block); }),
               "[ERR]: \n\nSyntax error: bad token\nIn file: MEMORY\nLine Number: 12\n\n");
 
     state.file_stack = {"main.vrs", "include/lib.vrs"};
-    state.line = 3;
+    state.line_number = 3;
     EXPECT_EQ(captured([&] { syntaxWarning(&block); }),
               "[WARN]: \n\nSyntax error: deprecated\nIn file: include/lib.vrs\nLine Number: 3\n\n");
     block.compile_state_ptr = nullptr;

@@ -42,7 +42,6 @@ public:
     // ---- variables ----------------------------------------------------------------
     // A hidden constant, as the compiler makes for a literal.
     uint32_t constant(int64_t v) { return add(make_constant([v](vrkvar* c) { set_int(c, v); })); }
-    uint32_t constant_float(double v) { return add(make_constant([v](vrkvar* c) { set_float(c, v); })); }
     uint32_t constant_string(const std::string& s) {
         return add(make_constant([s](vrkvar* c) { set_string(c, s); }));
     }
@@ -103,7 +102,6 @@ public:
     }
     vrkvar* resume() { return vrk::resume(b_, nullptr, nullptr); }
     vrkvar* top() const { return b_->stack.empty() ? nullptr : b_->stack.back(); }
-    int64_t top_int() const { return top() ? to_int(top()) : -999999; }
     int16_t temps_in_use() const { return b_->temp_pool ? b_->temp_pool->in_use : 0; }
 
 private:

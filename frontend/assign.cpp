@@ -1,0 +1,346 @@
+// token_assign: the plain "=" — declarations with their words, stores into
+// variables, elements and dereferenced targets, and the type hint a new
+// variable takes from its right side.
+#include <string>
+#include <vector>
+
+#include "frontend/compile.h"
+#include "frontend/compiler.h"
+#include "frontend/text.h"
+#include "host/context.h"
+#include "host/engine.h"
+#include "host/log.h"
+#include "platform/system.h"
+
+namespace vrk {
+
+namespace {
+
+// What the words in front of the declared name asked for.
+struct declaration_kind {
+    bool is_global = false;
+    bool is_class = false;
+    bool is_singleton = false;
+    bool is_struct = false;
+    bool new_variable = false;
+    bool is_scoped = false;
+    bool array_of = false;
+    int fixed_type = 0;  // 1 INT, 2 FLOAT, 3 STRING
+    vrkvar* type_hint = nullptr;
+};
+
+// A trailing "[]" (blanks allowed between) marks an array of the type.
+bool cut_array_mark(std::string& word) {
+    std::string w = word;
+    trim_trailing_blanks(w);
+    if (w.size() < 2 || w.compare(w.size() - 2, 2, "[]") != 0) return false;
+    w.resize(w.size() - 2);
+    trim_trailing_blanks(w);
+    word = w;
+    return true;
+}
+
+void apply_word(vrkblock* b, std::string word, declaration_kind& d) {
+    if (cut_array_mark(word)) d.array_of = true;
+    trim_blanks(word);
+    if (word.empty()) return;
+    if (word == "global") {
+        d.is_global = d.new_variable = true;
+    } else if (word == "class") {
+        d.is_class = d.new_variable = true;
+    } else if (word == "singleton") {
+        d.is_class = d.is_singleton = d.new_variable = true;
+    } else if (word == "struct") {
+        d.is_struct = d.new_variable = true;
+    } else if (word == "var") {
+        d.new_variable = true;
+    } else if (word == "auto" || word == "scoped") {
+        d.is_scoped = true;
+    } else if (word == "int") {
+        d.fixed_type = 1;
+    } else if (word == "float") {
+        d.fixed_type = 2;
+    } else if (word == "string") {
+        d.fixed_type = 3;
+    } else if (!d.type_hint) {
+        d.type_hint = resolve_type(b, word);
+    }
+}
+
+Tag fixed_tag(int fixed_type) {
+    switch (fixed_type) {
+        case 2: return Tag::FLOAT;
+        case 3: return Tag::STRING;
+        default: return Tag::INT;
+    }
+}
+
+// `list:: = a, b` calls each piece on every element of the list; `obj: = a, b`
+// (also `obj := a, b`) calls each piece on the object.
+vrkvar* member_list(vrkblock* b, std::string& left, std::string& right, int32_t* block_index) {
+    left.pop_back();
+    if (!left.empty() && left.back() == ':') {
+        left.pop_back();
+        trim_blanks(left);
+        uint32_t& counter = context().array_loop_counter;
+        const std::string name = "ITERATIVE_ARRAY_LOOPER_" + std::to_string(counter) + "I";
+        ++counter;
+        std::string body;
+        for (std::string piece : split_scoped(right, ',')) {
+            trim_leading_blanks(piece);
+            body += name + "." + piece + ";";
+        }
+        const std::string head = "for(" + name + "::" + left + "){";
+        return compile_text(b, head + add_text_block(b, body) + "}", block_index);
+    }
+    trim_blanks(left);
+    vrkvar* result = nullptr;
+    for (std::string piece : split_scoped(right, ',')) {
+        trim_leading_blanks(piece);
+        result = compile_text(b, left + "." + piece);
+    }
+    return result;
+}
+
+// The compile-time type a new variable takes from its right side.
+void apply_hint(vrkvar* cell, vrkvar* hint, const declaration_kind& d, const std::string& last_type_name,
+                const std::string& hint_name) {
+    cell->attrs &= static_cast<uint16_t>(~attr::CLASS_HINT2);
+    cell->flags &= static_cast<uint16_t>(~(flag::CLASS_HINT | flag::VALUE_HINT | flag::KEEP_HINT));
+    if (!hint) {
+        if (!last_type_name.empty()) {
+            set_string(cell, last_type_name);
+            cell->flags |= flag::VALUE_HINT;
+        }
+        return;
+    }
+    if (d.array_of || (hint->flags & flag::KEEP_HINT)) cell->flags |= flag::KEEP_HINT;
+    if (hint->type == Tag::CLASS || (hint->attrs & attr::CLASS_HINT2)) {
+        cell->attrs |= attr::CLASS_HINT2;
+        cell->block = hint->block;
+    }
+    if (hint->type == Tag::JSON || (hint->flags & (flag::STRUCT_VAR | flag::CLASS_HINT))) {
+        // A struct's layout link comes with struct declarations; a plain
+        // container hint carries its block, which is none.
+        cell->flags |= flag::CLASS_HINT;
+        if (!(hint->flags & flag::STRUCT_VAR)) cell->block = hint->block;
+    }
+    if (hint->flags & (flag::VALUE_HINT | 0x0040)) {
+        if (!hint_name.empty())
+            set_string(cell, hint_name);
+        else
+            assign(cell, hint);
+        cell->flags |= flag::VALUE_HINT;
+    }
+}
+
+// A new global: created in the engine's global block when it does not exist.
+vrkvar* global_target(vrkblock* b, const std::string& name, int64_t& index, vrkblock*& owner) {
+    vrkvar* cell = find_global(b, name, &index, &owner);
+    if (cell || !b->engine || !b->engine->globalBlock) return cell;
+    vrkblock* globals = b->engine->globalBlock;
+    globals->get_names()[name] = append_cell(globals);
+    return find_global(b, name, &index, &owner);
+}
+
+}  // namespace
+
+vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, int32_t* block_index,
+                     std::string& left, std::string& right) {
+    (void)token;
+    compile_state& state = *b->compile_state_ptr;
+
+    // 1. Member lists.
+    if (!left.empty() && left.back() == ':') return member_list(b, left, right, block_index);
+
+    // 2. Declaration words.
+    declaration_kind d;
+    for (std::size_t p = find_scoped(left, ' ', 0); p != npos && p < left.size(); p = find_scoped(left, ' ', 0)) {
+        apply_word(b, left.substr(0, p), d);
+        left.erase(0, p + 1);
+    }
+    strip_blanks(left);
+
+    // 3. A singleton is declared once.
+    if (d.is_singleton && d.is_global) {
+        if (vrkvar* existing = find_global(b, left, nullptr, nullptr)) {
+            log().warn("not overriding already declared singleton %s", left.c_str());
+            return existing;
+        }
+    }
+
+    // 4, 5. The right side.
+    int32_t child = -2;
+    trim_blanks(right);
+    state.last_type_name.clear();
+    state.last_type = nullptr;
+    bool static_buffer = false;
+    int32_t size = 0;
+    std::string hint_name;
+    vrkvar* hint = d.type_hint;
+    if (starts_with(right, "staticbuffer(")) {
+        static_buffer = true;
+        const std::size_t close = right.find(')');
+        const std::string digits = right.substr(13, close == std::string::npos ? std::string::npos : close - 13);
+        if (!read_decimal(digits, size)) size = 0;
+        log().log("allocating static buffer of size %i", size);
+    } else if (right == "null") {
+        emit(b, Op::LOAD, -2, 0);
+    } else {
+        vrkvar* result = compile_token(b, right, d.is_class, &child, false);
+        if (!hint) hint = result ? result : state.last_type;
+        state.last_type = nullptr;
+        if (hint) hint = deref(hint);
+        if (hint && hint->type == Tag::FUNCTION && hint->block) {
+            auto declared = state.return_types.find(hint->block);
+            if (declared != state.return_types.end()) {
+                d.array_of = declared->second.second != 0;
+                hint = declared->second.first;
+            }
+            // The engine's table of what native functions construct is
+            // consulted here once the builtins register it.
+        }
+        hint_name = state.last_type_name;
+    }
+
+    // 6. Prefixes of the target.
+    strip_blanks(left);
+    bool by_reference = false;
+    if (starts_with(left, "#")) {
+        by_reference = true;
+        left.erase(0, 1);
+    }
+    int deref_count = 0;
+    while (starts_with(left, "$")) {
+        ++deref_count;
+        left.erase(0, 1);
+    }
+    strip_blanks(left);
+
+    // 7, 8. Members.
+    if (needs_this(b, left)) {
+        log().warn("added missing 'this' to token %s", left.c_str());
+        left = "this." + left;
+    }
+    if (find_scoped(left, '.', 0) != npos) rewrite_member_path(b, left);
+
+    // 9. A subscripted target: the element is selected, then stored into.
+    const std::size_t n = find_scoped(left, '[', 0);
+    if (n != npos && !static_buffer) {
+        emit(b, Op::PUSH, 0, 0);
+        const std::string name = left.substr(0, n);
+        std::vector<std::string> list;
+        if (!collect_subscripts(left, n, list)) {
+            syntaxError("json error", b);
+            log().error("json syntax error!\n%s", left.c_str());
+            return nullptr;
+        }
+        vrkvar* target = compile_text(b, name);
+        if (!list.empty()) token_index_chain(b, target, list, true);
+        if (deref_count > 0) {
+            for (int i = 0; i < deref_count; ++i) emit(b, Op::SET_DEREF, i == 0 ? -2 : 0, 0);
+        } else {
+            emit(b, Op::SET, -2, 0);
+        }
+        if (by_reference) emit(b, Op::MAKE_REF, 0, 0);
+        emit(b, Op::RESET, 0, 0);
+        return nullptr;
+    }
+
+    // 10. The target.
+    int64_t index = -1;
+    vrkblock* owner = nullptr;
+    vrkvar* cell = nullptr;
+    if (!d.new_variable) {
+        cell = find_variable(b, left, &index, &owner);
+    } else if (d.is_global) {
+        cell = global_target(b, left, index, owner);
+        // The engine keeps no table of global declarations' texts yet.
+    }
+    if (cell && (!owner || index < 0)) {
+        log().error("%s cannot be stored to here", left.c_str());
+        return nullptr;
+    }
+
+    // 11, 12. Store into an existing variable.
+    if (cell && (d.fixed_type || d.is_class || d.is_struct)) {
+        log().warn("warning: new variable (%s) declared but this name already exists. creating new var...",
+                   left.c_str());
+        cell = nullptr;
+    }
+    if (cell) {
+        if (static_buffer && size > 0) {
+            set_type(cell, Tag::DATA);
+            if (std::vector<uint8_t>* data = as_data(cell)) data->resize(static_cast<std::size_t>(size));
+            cell->flags |= flag::STATIC_BUFFER;
+            return nullptr;
+        }
+        if (deref_count > 0) {
+            for (int i = 0; i < deref_count; ++i) emit(b, Op::SET_DEREF, index, ref_of(owner));
+        } else {
+            emit(b, Op::SET, index, ref_of(owner));
+        }
+        if (by_reference) emit(b, Op::MAKE_REF, 0, 0);
+        return nullptr;
+    }
+
+    // 13. Create.
+    const uint32_t i = static_cast<uint32_t>(b->vars->size());
+    b->get_names()[left] = i;
+    append_cell(b);
+    cell = (*b->vars)[i];
+    if (left == "this") {
+        if (b->this_index < 0) {
+            b->this_index = static_cast<int32_t>(i);
+            set_type(cell, Tag::REF);
+            cell->flags |= flag::NO_COUNT;
+        } else {
+            platform::write_stdout("this double set\n", 16);
+        }
+    } else if (left == "self") {
+        if (b->self_index < 0) {
+            b->self_index = static_cast<int32_t>(i);
+            cell->flags |= flag::NO_COUNT;
+        } else {
+            platform::write_stdout("self double set\n", 16);
+        }
+    }
+
+    // 14. A static buffer is sized now; nothing is stored at run time.
+    if (static_buffer && size >= 1) {
+        set_type(cell, Tag::DATA);
+        if (std::vector<uint8_t>* data = as_data(cell)) data->resize(static_cast<std::size_t>(size));
+        cell->flags |= flag::STATIC_BUFFER;
+        return nullptr;
+    }
+
+    // 15, 16.
+    if (!d.is_class && !d.is_struct) emit(b, Op::SET, i, ref_of(b));
+    if (!d.is_global && d.is_scoped) {
+        cell->attrs |= attr::OWNS_RESULT;
+        b->get_scoped().push_back(i);
+    }
+
+    // 17. Classes and structs.
+    if (d.is_class || d.is_struct) {
+        log().error("class and struct declarations are not supported yet: %s", raw_token.c_str());
+        (void)child;
+    }
+
+    // 18.
+    if (deref_count > 0) {
+        syntaxError("internal error", b);
+        log().log("syntax error. cant deref new value!");
+        log().log("%s", raw_token.c_str());
+    }
+
+    // 19, 20. Type knowledge and a fixed type.
+    apply_hint(cell, hint, d, state.last_type_name, hint_name);
+    if (d.fixed_type) {
+        set_type(cell, fixed_tag(d.fixed_type));
+        cell->flags |= flag::FIXED_TYPE;
+    }
+    return nullptr;
+}
+
+}  // namespace vrk

@@ -1,0 +1,158 @@
+// The token compiler: private interface shared by the files of the front end.
+//
+// A statement reaches the compiler as a string, a "token". There is no lexer and
+// no syntax tree: `compile_token` looks for structural characters in a fixed
+// order and either emits instructions or cuts the token into smaller strings
+// and calls itself on them. Precedence, associativity and even the difference
+// between a statement and an expression come out of that order:
+//
+//   markers and comma lists first, then list literals and block references,
+//   keywords without operands, then the split point (the first depth-0 "=", "("
+//   or "{"), binary operators (split at the first operator kind of
+//   "&|<>+-*/^" found at depth 0, so every operator is right-associative),
+//   assignments and comparisons, bodies, calls and statements, and last the
+//   atoms: names, literals, subscripts.
+//
+// Every value lives in a cell of some block's `vars`; an instruction names a
+// cell by (block in `ref`, index in `arg`). Constants are hidden cells of the
+// block, cached by their text for the block being compiled. The functions
+// return the cell the token denotes when the compiler knows it (used as
+// compile-time type knowledge), or null.
+//
+// The companions live in their own files: assignment (assign.cpp), calls
+// (calls.cpp), control statements (statements.cpp), block references and
+// subscripts (literals.cpp), name resolution (names.cpp).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "frontend/compile_state.h"
+#include "values/cell.h"
+#include "vm/block.h"
+#include "vm/instruction.h"
+
+namespace vrk {
+
+// ---- the token compiler (expressions.cpp) ------------------------------------------
+
+// Compiles one token. `in_class`: the token is the right side of a class
+// declaration. `block_index`, may be null: receives the index of the child block
+// the token stands for; -2 on entry marks a class body. `lazy`: a child made
+// here from plain text is not compiled yet.
+vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* block_index, bool lazy);
+
+// The usual recursive form: not in a class, not lazy.
+inline vrkvar* compile_text(vrkblock* b, const std::string& text, int32_t* block_index = nullptr) {
+    return compile_token(b, text, false, block_index, false);
+}
+
+// `a == b`, `a != b`, `a >= b`, `a <= b` and the compound assignments `a += b`
+// and their kind; `s` is the position of the "=".
+vrkvar* token_compound(vrkblock* b, std::size_t s, std::string& token, std::string& raw_token,
+                       int32_t* block_index, std::string& left, std::string& right);
+
+// Fills `cell` from literal text (numbers, quoted strings); false when the text
+// is no literal, the cell then holding the text as a STRING. Malformed numbers
+// are reported and count as no literal.
+bool fill_literal(vrkvar* cell, const std::string& text);
+
+// ---- assignment (assign.cpp) ---------------------------------------------------------
+
+// A plain "=": declarations, stores, subscripted and dereferenced targets.
+vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, int32_t* block_index,
+                     std::string& left, std::string& right);
+
+// ---- calls and statements (calls.cpp, statements.cpp) --------------------------------
+
+// Every token whose first structural character is "(": parentheses, calls and
+// the statements `if`, `else`, `while`, `for`. `s` is the position of the "(".
+vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token,
+                   std::string& raw_token, int32_t* block_index, std::string& left, std::string& right);
+
+// True when `head` names a control statement handled by token_statement.
+bool is_statement_head(const std::string& head);
+
+// `if`, `else if`, `else (c)`, `while` and `for`: `condition` is the text in the
+// parentheses, `body` the text behind them.
+vrkvar* token_statement(vrkblock* b, const std::string& head, bool in_class, int32_t* block_index,
+                        std::string& condition, std::string& body);
+
+// ---- block references and subscripts (literals.cpp) --------------------------------
+
+// `[...]` list literal; `close` is the position of its "]".
+vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t close);
+// "##BLKn": the FUNCTION cell that stands for child n; stores n in `block_index`.
+vrkvar* token_block_ref(vrkblock* b, const std::string& token, int32_t* block_index);
+// The subscripts of `a[1]["x"]`, with the cell of `a` (or null) as `start`;
+// `is_target` makes the last subscript select an element for a store.
+vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& list, bool is_target);
+
+// ---- name resolution (names.cpp) -------------------------------------------------------
+
+// A name as this block sees it: its own table, then the enclosing blocks, then
+// the engine's globals and registered functions. `index` and `owner` receive
+// where the cell lives (-1 and null when it has no address).
+vrkvar* find_variable(vrkblock* b, const std::string& name, int64_t* index, vrkblock** owner);
+vrkvar* find_in_parents(vrkblock* b, const std::string& name, int64_t* index, vrkblock** owner);
+vrkvar* find_global(vrkblock* b, const std::string& name, int64_t* index, vrkblock** owner);
+// True when a bare name inside a method means a member of the enclosing class.
+bool needs_this(vrkblock* b, std::string name);
+// The cell that stands for a type word of a declaration, or null.
+vrkvar* resolve_type(vrkblock* b, std::string text);
+// Turns a dotted path `a.b.$c` into subscripts `a["b"][c]`, in place.
+void rewrite_member_path(vrkblock* b, std::string& token);
+
+// ---- driver helpers (compile.cpp) -----------------------------------------------------
+
+// Frees every instruction and every variable of the block: the reaction to a
+// body that cannot be compiled.
+void discard_block(vrkblock* b);
+
+// ---- small helpers -------------------------------------------------------------------------
+
+// The `ref` operand that names a block.
+inline uint64_t ref_of(const vrkblock* b) { return reinterpret_cast<uint64_t>(b); }
+
+// Appends a fresh cell to the block's variables and returns its index.
+inline uint32_t append_cell(vrkblock* b, Tag tag = Tag::INT) {
+    const uint32_t index = static_cast<uint32_t>(b->vars->size());
+    b->vars->push_back(cell_new(tag));
+    return index;
+}
+
+// Number of blanks at the front of `text`.
+inline std::size_t leading_blanks(const std::string& text) {
+    std::size_t n = 0;
+    while (n < text.size() && text[n] == ' ') ++n;
+    return n;
+}
+inline void trim_leading_blanks(std::string& text) { text.erase(0, leading_blanks(text)); }
+inline void trim_trailing_blanks(std::string& text) {
+    std::size_t end = text.size();
+    while (end > 0 && text[end - 1] == ' ') --end;
+    text.resize(end);
+}
+inline void trim_blanks(std::string& text) {
+    trim_trailing_blanks(text);
+    trim_leading_blanks(text);
+}
+// True when `text` holds nothing but blanks (or nothing).
+inline bool all_blanks(const std::string& text) { return leading_blanks(text) == text.size(); }
+inline bool starts_with(const std::string& text, const char* prefix) {
+    return text.rfind(prefix, 0) == 0;
+}
+
+// Reads a decimal integer the way the classic string-to-int routine does:
+// leading white space, a sign, digits, anything behind them ignored. False
+// when there are no digits or the value does not fit in 32 bits.
+bool read_decimal(const std::string& text, int32_t& out);
+
+// Collects the subscript texts of `token` from the "[" at `open`: the text
+// inside each bracket pair at depth 0 behind it. False when a "]" is missing;
+// `list` then holds the subscripts read so far.
+bool collect_subscripts(const std::string& token, std::size_t open, std::vector<std::string>& list);
+
+}  // namespace vrk

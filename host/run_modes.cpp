@@ -1,0 +1,56 @@
+// The engine operations of the run modes, on a real engine.
+//
+// Saved programs (compile mode and compiled runs) have no format yet: saving
+// gives no bytes and a program parser cannot be made, so those modes log that
+// and then take the failure branches the entry has for them, waits included.
+#include "host/run_modes.h"
+
+#include "frontend/compile.h"
+#include "frontend/parser.h"
+#include "host/engine.h"
+#include "host/log.h"
+#include "vm/block.h"
+#include "vm/run.h"
+
+namespace vrk {
+
+vrkparser* load_script(vrkscript& engine, const std::string& path, bool compileNow) {
+    return engine.load(path, true, compileNow);
+}
+
+vrkblock* root_block(const vrkparser* parser) { return parser ? parser->root_block : nullptr; }
+
+void compile_root(vrkblock* root) {
+    if (root) compile_block(root);
+}
+
+std::vector<uint8_t> save_program(vrkblock*) {
+    log().log("saving compiled programs is not available yet");
+    return {};
+}
+
+vrkparser* new_program_parser(vrkscript&) {
+    log().log("running compiled programs is not available yet");
+    return nullptr;
+}
+
+void construct_program(vrkparser*, const std::vector<uint8_t>&) {}
+
+void run_root(vrkblock* root) {
+    // A root that suspends has handed its waiting block to the engine already.
+    if (root) run(root, nullptr, 0, kSelfUnchanged);
+}
+
+bool root_active(const vrkblock* root) { return block_active(root); }
+
+bool run_frame(vrkscript& engine) { return engine.frame(true); }
+
+void reload_parser(vrkscript& engine, vrkparser* parser, bool recompileAll) {
+    engine.reloadParser(parser, recompileAll);
+}
+
+void start_file_watcher(vrkscript&, const std::string&) {
+    // Reloading on file change is not built yet: no thread is started.
+}
+
+}  // namespace vrk
