@@ -150,10 +150,10 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     (void)token;
     compile_state& state = *b->compile_state_ptr;
 
-    // 1. Member lists.
+    // Member lists.
     if (!left.empty() && left.back() == ':') return member_list(b, left, right, block_index);
 
-    // 2. Declaration words.
+    // Declaration words, cut off the front one by one.
     declaration_kind d;
     for (std::size_t p = find_scoped(left, ' ', 0); p != npos && p < left.size(); p = find_scoped(left, ' ', 0)) {
         apply_word(b, left.substr(0, p), d);
@@ -161,7 +161,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     }
     strip_blanks(left);
 
-    // 3. A singleton is declared once.
+    // A singleton is declared once.
     if (d.is_singleton && d.is_global) {
         if (vrkvar* existing = find_global(b, left, nullptr, nullptr)) {
             log().warn("not overriding already declared singleton %s", left.c_str());
@@ -169,7 +169,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         }
     }
 
-    // 4, 5. The right side.
+    // The right side, and the type knowledge it gives.
     int32_t child = -2;
     trim_blanks(right);
     state.last_type_name.clear();
@@ -203,7 +203,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         hint_name = state.last_type_name;
     }
 
-    // 6. Prefixes of the target.
+    // Prefixes of the target.
     strip_blanks(left);
     bool by_reference = false;
     if (starts_with(left, "#")) {
@@ -217,14 +217,14 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     }
     strip_blanks(left);
 
-    // 7, 8. Members.
+    // Members.
     if (needs_this(b, left)) {
         log().warn("added missing 'this' to token %s", left.c_str());
         left = "this." + left;
     }
     if (find_scoped(left, '.', 0) != npos) rewrite_member_path(b, left);
 
-    // 9. A subscripted target: the element is selected, then stored into.
+    // A subscripted target: the element is selected, then stored into.
     const std::size_t n = find_scoped(left, '[', 0);
     if (n != npos && !static_buffer) {
         emit(b, Op::PUSH, 0, 0);
@@ -247,7 +247,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         return nullptr;
     }
 
-    // 10. The target.
+    // The target: an existing variable, a global, or a new one.
     int64_t index = -1;
     vrkblock* owner = nullptr;
     vrkvar* cell = nullptr;
@@ -262,7 +262,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         return nullptr;
     }
 
-    // 11, 12. Store into an existing variable.
+    // Store into an existing variable; a typed declaration makes a new one.
     if (cell && (d.fixed_type || d.is_class || d.is_struct)) {
         log().warn("warning: new variable (%s) declared but this name already exists. creating new var...",
                    left.c_str());
@@ -284,7 +284,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         return nullptr;
     }
 
-    // 13. Create.
+    // A new variable of this block.
     const uint32_t i = static_cast<uint32_t>(b->vars->size());
     b->get_names()[left] = i;
     append_cell(b);
@@ -306,7 +306,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         }
     }
 
-    // 14. A static buffer is sized now; nothing is stored at run time.
+    // A static buffer is sized now; nothing is stored at run time.
     if (static_buffer && size >= 1) {
         set_type(cell, Tag::DATA);
         if (std::vector<uint8_t>* data = as_data(cell)) data->resize(static_cast<std::size_t>(size));
@@ -314,27 +314,27 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         return nullptr;
     }
 
-    // 15, 16.
+    // The store, and the release at the end of the block for scoped ones.
     if (!d.is_class && !d.is_struct) emit(b, Op::SET, i, ref_of(b));
     if (!d.is_global && d.is_scoped) {
         cell->attrs |= attr::OWNS_RESULT;
         b->get_scoped().push_back(i);
     }
 
-    // 17. Classes and structs.
+    // Classes and structs.
     if (d.is_class || d.is_struct) {
         log().error("class and struct declarations are not supported yet: %s", raw_token.c_str());
         (void)child;
     }
 
-    // 18.
+    // A new variable has nothing to dereference.
     if (deref_count > 0) {
         syntaxError("internal error", b);
         log().log("syntax error. cant deref new value!");
         log().log("%s", raw_token.c_str());
     }
 
-    // 19, 20. Type knowledge and a fixed type.
+    // Type knowledge and a fixed type.
     apply_hint(cell, hint, d, state.last_type_name, hint_name);
     if (d.fixed_type) {
         set_type(cell, fixed_tag(d.fixed_type));

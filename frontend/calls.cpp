@@ -49,6 +49,19 @@ bool is_thread_sugar(const std::string& token) {
            rest.find(')', o) != std::string::npos;
 }
 
+// The functions of a class that live in its reserved slots: the constructor
+// (also the class's own name), the destructor (also "~" and the name) and
+// the operators.
+bool is_reserved_function(vrkblock* b, const std::string& head) {
+    for (const char* name : kClassSlotNames)
+        if (head == name) return true;
+    if (b->class_data && b->class_data->name) {
+        const std::string& own = *b->class_data->name;
+        if (head == own || head == "~" + own) return true;
+    }
+    return false;
+}
+
 // The call proper: callee, preparation, arguments, binding, CALL, and what
 // follows the parenthesis.
 vrkvar* emit_call(vrkblock* b, std::string& head, int32_t* block_index, std::string& left,
@@ -88,6 +101,11 @@ vrkvar* emit_call(vrkblock* b, std::string& head, int32_t* block_index, std::str
             compile_text(b, arg);
             emit(b, Op::ARG, by_ref ? -1 : static_cast<int64_t>(i) + 1, i + 1 < n ? 1 : 0);
         }
+        // An argument that could not be compiled may have emptied this block,
+        // and the callee's cell with it.
+        if (owner == b && (index < 0 || static_cast<uint64_t>(index) >= b->vars->size() ||
+                           (*b->vars)[static_cast<std::size_t>(index)] != target))
+            target = nullptr;
         emit(b, Op::CALL_PREP, 0, kRefMinusOne);
         for (std::size_t j = n; j-- > 0;) {
             emit(b, Op::POP, 1, j == n - 1 ? 3 : 1);
@@ -126,7 +144,7 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
         head = token.substr(0, s);
     }
 
-    // 1, 2. A head of several words: the command form, or a declaration with
+    // A head of several words: the command form, or a declaration with
     // attribute words. `else if` is a statement head of two words.
     collapse_double_blanks(head);
     trim_blanks(head);
@@ -136,13 +154,14 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
             collapse_double_blanks(command);
             trim_blanks(command);
             const std::size_t w = command.find(' ');
+            if (w == std::string::npos) return nullptr;
             return compile_token(b, command.substr(0, w) + "(" + command.substr(w) + ")", in_class,
                                  block_index, false);
         }
         return not_supported("function declarations with attributes", raw_token);
     }
 
-    // 3. A parenthesis: what stands behind it is compiled first.
+    // A parenthesis: what stands behind it is compiled first.
     const bool has_body = has_scoped(token, '{');
     if (head.empty() && !has_body) {
         const std::size_t c = find_closing(right, '(', ')', 0);
@@ -153,7 +172,7 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
         return nullptr;
     }
 
-    // 4, 5. Arguments and what follows them; control statements.
+    // Arguments and what follows them; control statements.
     {
         const std::size_t c = find_closing(right, '(', ')', 0);
         left = c == npos ? std::string() : right.substr(c + 1);
@@ -162,13 +181,13 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
     }
     if (is_statement_head(head)) return token_statement(b, head, in_class, block_index, right, left);
 
-    // 6, 7. Thread sugar and colon calls.
+    // Thread sugar and colon calls.
     if (is_thread_sugar(token)) return not_supported("thread calls", raw_token);
     if (const std::size_t colon = find_scoped(token, ':', 0, true);
         colon != npos && colon < token.size() && !has_scoped(left, '='))
         return not_supported("colon calls", raw_token);
 
-    // 8. Prefixes of the name.
+    // Prefixes of the name.
     bool negate = false;
     bool by_reference = false;
     if (const std::size_t bang = find_scoped(head, '!', 0); bang != npos && bang < head.size()) {
@@ -182,7 +201,7 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
     }
     trim_leading_blanks(head);
 
-    // 9, 10. Members.
+    // Members.
     if (needs_this(b, head)) {
         log().warn("added missing 'this' for class function %s", head.c_str());
         head = "this." + head;
@@ -191,11 +210,12 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
     compile_state& state = *b->compile_state_ptr;
     vrkvar* target = state.call_context;
 
-    // 11, 12. Lambdas and the reserved functions of a class.
+    // Lambdas and the reserved functions of a class.
     if (!state.call_context && starts_with(head, "[")) return not_supported("lambdas", raw_token);
-    if (b->is_class_or_instance()) return not_supported("class functions", raw_token);
+    if (b->is_class_or_instance() && is_reserved_function(b, head))
+        return not_supported("class functions", raw_token);
 
-    // 13, 14. The callee: found, or a function cell that a later declaration
+    // The callee: found, or a function cell that a later declaration
     // in this block fills (a forward call).
     int64_t index = -1;
     vrkblock* owner = nullptr;
@@ -211,7 +231,7 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
         }
     }
 
-    // 15, 16.
+    // A body or a "=" behind the parenthesis makes a declaration.
     const std::vector<std::string> args = split_scoped(right, ',');
     if (has_scoped(left, '=') || has_body) return not_supported("function declarations", raw_token);
     return emit_call(b, head, block_index, left, args, target, index, owner, negate, by_reference);

@@ -2,6 +2,7 @@
 // the tokens, `this`/`self` propagation and the compile of the children.
 #include "frontend/compile.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -204,6 +205,18 @@ void mark_no_count(vrkblock* block, int32_t index) {
 void discard_block(vrkblock* b) {
     free_code_operands(b->code);
     b->code.clear();
+    // Type knowledge must not keep pointers to the cells about to go.
+    if (compile_state* state = b->compile_state_ptr) {
+        state->constant_cache.clear();
+        state->last_type = nullptr;
+        state->call_context = nullptr;
+        for (auto it = state->return_types.begin(); it != state->return_types.end();) {
+            if (std::find(b->vars->begin(), b->vars->end(), it->second.first) != b->vars->end())
+                it = state->return_types.erase(it);
+            else
+                ++it;
+        }
+    }
     for (vrkvar*& cell : *b->vars) {
         if (cell) cell_free(cell);
         cell = nullptr;
@@ -213,7 +226,6 @@ void discard_block(vrkblock* b) {
     if (b->names && !b->names_shared) b->names->clear();
     b->this_index = -1;
     b->self_index = -1;
-    if (b->compile_state_ptr) b->compile_state_ptr->constant_cache.clear();
 }
 
 std::string add_text_block(vrkblock* block, const std::string& body) {
@@ -267,7 +279,7 @@ bool compile_block(vrkblock* block) {
     insert_body_semicolons(block, text);
     trim_trailing_blanks(text);
     if (!text.empty() && text.back() == '}') text += ';';
-    if (block->code_text) *block->code_text = text;
+    if (block->code_text && !block->text_shared) *block->code_text = text;
 
     std::vector<std::string> tokens = split_tokens(text);
     gather_indented_bodies(block, tokens);

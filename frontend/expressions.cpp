@@ -18,7 +18,7 @@ namespace {
 
 bool is_line_space(char c) { return c == '\n' || c == '\r' || c == ' ' || c == '\t'; }
 
-// Step 1: control characters and white space go from the front, white space
+// Control characters and white space go from the front, white space
 // from the back, until neither end changes.
 void trim_token(std::string& token) {
     while (!token.empty()) {
@@ -53,7 +53,7 @@ bool only_digits_dots(const std::string& text) {
     return text.find_first_not_of("0123456789.") == std::string::npos;
 }
 
-// Step 8: the first depth-0 "=", "(" or "{". A "(" gives way to a later "="
+// The split point: the first depth-0 "=", "(" or "{". A "(" gives way to a later "="
 // that is part of a comparison or compound assignment, so `f(x) == 1` splits at
 // the "=" and `f(x) = 1` at the parenthesis.
 std::size_t split_point(const std::string& token) {
@@ -74,7 +74,7 @@ std::size_t split_point(const std::string& token) {
     return s;
 }
 
-// `T` of the operator table: the left operand is stored into a fresh hidden
+// The left operand of an arithmetic operator is stored into a fresh hidden
 // variable, which then receives the result.
 void store_into_hidden(vrkblock* b) {
     const uint32_t index = append_cell(b);
@@ -107,7 +107,7 @@ vrkvar* comparison(vrkblock* b, const std::string& left, const std::string& righ
     return result;
 }
 
-// Step 9: the token is cut at the first operator kind found at depth 0.
+// A binary operator: the token is cut at the first operator kind found at depth 0.
 vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o, int32_t* block_index) {
     const std::string left = token.substr(0, o);
     const std::string right = o + 1 < token.size() ? token.substr(o + 1) : std::string();
@@ -144,17 +144,17 @@ vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o, in
         case '&': {
             const char c = token[o];
             if (!right.empty() && right[0] == c) return comparison(b, left, right.substr(1), c == '|' ? 6 : 7, block_index);
-            compile_text(b, left, block_index);
-            emit(b, Op::BIT_TMP, 0, 0);
-            vrkvar* result = compile_text(b, right, block_index);
-            emit(b, c == '|' ? Op::BIT_OR : Op::BIT_AND, 0, 0);
-            return result;
+            // Like the arithmetic operators, the bit operators get a hidden result
+            // variable: without it the result would land in the left operand's own
+            // cell and `6 | 3` would turn the constant 6 into 7 for good.
+            return arithmetic(b, left, right, Op::BIT_TMP, c == '|' ? Op::BIT_OR : Op::BIT_AND,
+                              block_index);
         }
         default: return nullptr;
     }
 }
 
-// Step 11 for a token that opens a body: `else {...}`, or a block in text or as
+// A token that opens a body: `else {...}`, or a block in text or as
 // a placeholder.
 vrkvar* body_token(vrkblock* b, const std::string& token, std::string& right, int32_t* block_index, bool lazy) {
     const std::size_t c = find_closing(right, '{', '}', 0);
@@ -265,7 +265,7 @@ uint32_t own_self_cell(vrkblock* b, const std::string& name) {
     return static_cast<uint32_t>(slot);
 }
 
-// Steps 13 to 15: names, literals and subscripted names.
+// Atoms: names, literals and subscripted names.
 vrkvar* atom(vrkblock* b, std::string token, const std::string& raw_token, bool in_class, int32_t* block_index,
              bool lazy) {
     compile_state& state = *b->compile_state_ptr;
@@ -385,7 +385,7 @@ vrkvar* atom(vrkblock* b, std::string token, const std::string& raw_token, bool 
     return nullptr;
 }
 
-// Steps 6 and 7: keywords that emit without looking further.
+// Keywords that emit without looking further.
 bool keyword(vrkblock* b, const std::string& token, vrkvar*& result) {
     if (token == "return") {
         result = compile_text(b, "0");
@@ -418,7 +418,7 @@ bool keyword(vrkblock* b, const std::string& token, vrkvar*& result) {
     return false;
 }
 
-// Step 6: "##BLKn", and a child that reports in this file.
+// "##BLKn", and a child that reports in this file.
 void block_placeholder(vrkblock* b, const std::string& token, int32_t* block_index) {
     compile_state& state = *b->compile_state_ptr;
     token_block_ref(b, token, block_index);
@@ -486,11 +486,11 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
     }
     compile_state& state = *b->compile_state_ptr;
 
-    // 1. Trim.
+    // Trim.
     trim_token(token);
     if (token.empty()) return nullptr;
 
-    // 2. Markers.
+    // Markers of file and line.
     if (starts_with(token, "##PUSHN=")) {
         state.file_stack.push_back(token.substr(8));
         return nullptr;
@@ -505,7 +505,7 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
         return nullptr;
     }
 
-    // 3. A comma list is a sequence of statements, unless ":=" owns the commas.
+    // A comma list is a sequence of statements, unless ":=" owns the commas.
     if (find_scoped_text(token, ":=", 0) == npos) {
         const std::size_t c = find_scoped(token, ',', 0);
         if (c != npos && c < token.size()) {
@@ -514,7 +514,7 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
         }
     }
 
-    // 4. A list literal.
+    // A list literal.
     trim_blanks(token);
     if (token.size() >= 2 && token[0] == '[') {
         const std::size_t close = find_scoped(token, ']', 1);
@@ -522,27 +522,26 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
             return token_list_literal(b, token, close);
     }
 
-    // 5.
     std::string raw_token = token;
 
-    // 6. A child block's placeholder.
+    // A child block's placeholder.
     if (starts_with(token, kBlockWord)) {
         block_placeholder(b, token, block_index);
         return nullptr;
     }
 
-    // 7. Keywords.
+    // Keywords.
     vrkvar* result = nullptr;
     if (keyword(b, token, result)) return result;
 
-    // 8. Split point.
+    // The split point.
     std::size_t s = split_point(token);
     std::string left = s == npos ? token : token.substr(0, s);
     std::string right = s == npos ? std::string() : token.substr(s + 1);
     trim_blanks(left);
     trim_blanks(right);
 
-    // 9. Binary operators. They are looked for whether or not a split point
+    // Binary operators. They are looked for whether or not a split point
     // exists; only a "=" in a token without "&&" and "||" binds looser.
     if (!only_digits_dots_blanks(token) && find_operator(token, 0) != npos) {
         const bool assignment_first = s != npos && token[s] == '=' && token.find("&&") == std::string::npos &&
@@ -556,7 +555,7 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
         }
     }
 
-    // 10. The "=" family.
+    // The "=" family.
     if (s != npos && s != 0 && token[s] == '=') {
         if (s + 1 < token.size()) {
             const char before = token[s - 1];
@@ -567,7 +566,7 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
         }
     }
 
-    // 11. Bodies.
+    // Bodies, and atoms when there is no split point.
     if (s == npos || token[s] != '(') {
         if (token != "else" && (s == npos || token[s] != '{')) {
             if (s != npos) return nullptr;
@@ -576,7 +575,7 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
         return body_token(b, token, right, block_index, lazy);
     }
 
-    // 12. Calls and statements.
+    // Calls and statements.
     return token_call(b, s, in_class, token, raw_token, block_index, left, right);
 }
 

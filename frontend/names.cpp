@@ -144,7 +144,7 @@ vrkvar* resolve_type(vrkblock* b, std::string text) {
     if (cell && pieces.size() > 1) {
         // Types reached through members need class knowledge, which this
         // compiler does not have yet.
-        log().error("cannot resolve type: %s", text.c_str());
+        log().error("member types are not supported yet: %s", text.c_str());
         return nullptr;
     }
     if (!cell) log().error("cannot get type of: %s", text.c_str());

@@ -55,6 +55,13 @@ inline constexpr int32_t named_cell = -6;  // a named cell's function, by name
 constexpr uint64_t kFirstBlockRef = 101;
 // The child positions of a relative reference that mean "no step".
 constexpr uint16_t kNoStep = 0xFFFF;
+// The two opcodes whose `ref` is an operand the code owns (a native record, a
+// look-up cache). Neither is saved, and on loading their `ref` is always 0,
+// whatever a damaged record says.
+bool owns_operand(uint8_t op) {
+    return op == static_cast<uint8_t>(Op::INDEX) || op == static_cast<uint8_t>(Op::EXTERNAL);
+}
+
 // Static buffers beyond this size in a record are taken for corruption.
 constexpr int32_t kMaxStaticBuffer = 256 * 1024 * 1024;
 
@@ -219,6 +226,14 @@ private:
             w_.compact_s32(child);
             return;
         }
+        // The block itself and the blocks that enclose it are parent steps
+        // whatever tables know them: a copy must reach its own variables, and
+        // a table entry of the block is made only after its code is read.
+        const int32_t steps = parent_steps(b, target);
+        if (steps >= 0) {
+            put_relative(steps, kNoStep, kNoStep);
+            return;
+        }
         if (named_cell_name(engine, target, name)) {
             w_.compact_s32(link::named_cell);
             w_.compact_string(name);
@@ -285,6 +300,15 @@ private:
         put_relative(level, kNoStep, kNoStep);
     }
 
+    // Parent steps from `b` up to `target` (0: `b` itself), or -1.
+    static int32_t parent_steps(vrkblock* b, const vrkblock* target) {
+        int32_t level = 0;
+        for (vrkblock* at = b; at; at = at->parent, ++level) {
+            if (at == target) return level;
+        }
+        return -1;
+    }
+
     void put_relative(int32_t level, uint16_t first, uint16_t second) {
         w_.compact_s32(level);
         w_.u16(first);
@@ -345,6 +369,11 @@ private:
             w_.compact_s32(child);
             return;
         }
+        const int32_t steps = parent_steps(b, target);
+        if (steps >= 0) {
+            w_.compact_s32(steps);
+            return;
+        }
         if (named_cell_name(b->engine, target, name)) {
             w_.compact_s32(link::named_cell);
             w_.compact_string(name);
@@ -359,13 +388,6 @@ private:
             w_.compact_s32(link::native);
             w_.compact_string(block_name(target));
             return;
-        }
-        int32_t level = 0;
-        for (vrkblock* at = b; at; at = at->parent, ++level) {
-            if (at == target) {
-                w_.compact_s32(level);
-                return;
-            }
         }
         log().error("error finding block for cache!");
         w_.compact_s32(link::first);
@@ -541,14 +563,14 @@ private:
             const auto ref = static_cast<uint64_t>(r_.compact_s64());
             // Only numbers come back: a cache, a native record or a pointer of
             // another run would point at nothing here.
-            const Op op = ins.opcode();
             const bool number = ref == kRefMinusOne || ref < kFirstBlockRef;
-            ins.ref = (number && op != Op::INDEX && op != Op::EXTERNAL) ? ref : 0;
+            ins.ref = number && !owns_operand(ins.op) ? ref : 0;
             b->code.push_back(ins);
             return;
         }
         b->code.push_back(ins);
         read_reference(b, index);
+        if (owns_operand(ins.op)) b->code[index].ref = 0;
     }
 
     void read_reference(vrkblock* b, std::size_t index) {
@@ -767,6 +789,7 @@ private:
 // Walks a relative reference in the finished tree.
 void resolve(const pending_ref& p) {
     vrkinstr& ins = p.block->code[p.index];
+    if (owns_operand(ins.op)) return;
     vrkblock* at = p.block;
     for (int32_t i = 0; i < p.level; ++i) {
         at = at->parent;

@@ -13,6 +13,7 @@
 #include "values/cell.h"
 #include "values/json.h"
 #include "vm/block.h"
+#include "vm/instruction.h"
 
 namespace vrk {
 
@@ -77,11 +78,16 @@ void read_set(ScriptCacheReader& r, std::vector<T>* set, std::size_t min_bytes, 
 
 // ---- functions inside lists --------------------------------------------------------------
 
-// A function cell for `block`, as its declaration would hold it.
+// A function cell for `block`, as its declaration would hold it: a native
+// function's cell also carries the native record, which it never owns.
 void set_function(vrkvar* cell, vrkblock* block) {
     if (!block || cell->type != Tag::FUNCTION) return;
     cell->block = block;
     cell->aux = static_cast<uint16_t>(block->param_count);
+    if (block->native && !block->code.empty() && block->code.front().opcode() == Op::EXTERNAL) {
+        cell->attrs |= attr::NATIVE_FUNCTION;
+        cell->value.native = reinterpret_cast<vrknative*>(block->code.front().ref);
+    }
 }
 
 // The reference of a function inside a list that belongs to a saved program.
@@ -100,13 +106,8 @@ void write_function_reference(vrkblock* target, ScriptCacheWriter& w, vrkblock* 
     // Up from the program block's parent: the level itself, then its children.
     int32_t level = 0;
     for (vrkblock* at = contextBlock->parent; at; at = at->parent, ++level) {
-        int32_t index = -2;
-        if (at == target) {
-            index = -1;
-        } else {
-            index = saved_child_index(at, target);
-        }
-        if (index >= -1) {
+        const int32_t index = at == target ? -1 : saved_child_index(at, target);
+        if (at == target || index >= 0) {
             w.u8(2);
             w.compact_s32(level);
             w.compact_s32(index);
@@ -161,9 +162,7 @@ bool read_function(vrkvar* cell, ScriptCacheReader& r, vrkblock* contextBlock) {
     if (kind == 0) {
         set_function(cell, saved_child(contextBlock, r.compact_s32()));
     } else if (kind == 1) {
-        const std::string name = r.compact_string();
-        vrkvar* declared = find_named_cell(contextBlock, name);
-        if (declared && deref(declared)->type == Tag::FUNCTION) assign(cell, deref(declared), contextBlock);
+        set_function(cell, find_named_block(contextBlock, r.compact_string()));
     } else if (kind == 2) {
         const int32_t level = r.compact_s32();
         const int32_t index = r.compact_s32();

@@ -26,7 +26,9 @@ int64_t relative_target(uint32_t ip, int64_t arg, int64_t extra) {
 Flow jump(run_state& rs, const vrkinstr& ins) {
     int64_t target = relative_target(rs.ip, ins.arg, 1);
     if (target < 0) target = 0;
-    if (static_cast<uint64_t>(target) >= rs.b->code.size()) {
+    // A jump to exactly the end is the normal end of the block: a plain `if`
+    // that closes a block ends in such a jump over nothing.
+    if (static_cast<uint64_t>(target) > rs.b->code.size()) {
         runtime_error("JMP_OUT_OF_BOUNDS", rs.b);
         return Flow::end;
     }

@@ -84,10 +84,9 @@ inline void free_temp(vrkblock* b, vrkvar* cell) {
     return_temp(b, cell);
 }
 
+// ---- stack handling (vm/stack_ops.cpp) --------------------------------------------------
 // Pops one slot unless it is the last one; false (and a log line) when refused.
 bool pop_slot(vrkblock* b);
-
-// ---- stack handling (vm/stack_ops.cpp) --------------------------------------------------
 // The left-operand step of the binary operators: [.. v] -> [.. v t null].
 void operand_step(vrkblock* b, const vrkinstr& ins);
 // PUSH: copy top into a movable temp and open a slot, or push `arg` slots.

@@ -76,15 +76,6 @@ vrkvar* early_end(vrkblock* b, Flow flow) {
 
 }  // namespace
 
-bool pop_slot(vrkblock* b) {
-    if (b->stack.size() <= 1) {
-        log().log("stack underflow!!!");
-        return false;
-    }
-    b->stack.pop_back();
-    return true;
-}
-
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     if (!may_enter(b, caller, start)) return nullptr;
     if (start == 0) {

@@ -2,6 +2,7 @@
 // FREE_TOP, SWAP, RESET, DEREF and the constant sub-codes of LOAD.
 #include <utility>
 
+#include "host/log.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 
@@ -11,7 +12,7 @@ namespace {
 
 // The erase constant of `a[k] = null` is recognised by its address when it
 // reaches the element store. The store sequence first copies the value into a
-// temp, which would lose that address, so the copying steps leave the erase
+// temp, which would lose that address, so that copying step leaves the erase
 // constant itself in the slot; nothing frees it, since it is a constant.
 bool keeps_erase(vrkvar* v) { return v == erase_value(); }
 
@@ -32,6 +33,15 @@ bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
 }
 
 }  // namespace
+
+bool pop_slot(vrkblock* b) {
+    if (b->stack.size() <= 1) {
+        log().log("stack underflow!!!");
+        return false;
+    }
+    b->stack.pop_back();
+    return true;
+}
 
 void operand_step(vrkblock* b, const vrkinstr& ins) {
     vrkvar* v = top_slot(b);
@@ -61,16 +71,14 @@ void wrap_argument(vrkblock* b, const vrkinstr& ins) {
     vrkvar*& slot = top_slot(b);
     vrkvar* v = slot;
     if (is_marker(v, kMarkerLimit)) v = void_value();  // null and the no-value markers
-    if (keeps_erase(v)) {
-        slot = v;
+    // Arguments are always taken into a temp of their own, the erase constant
+    // too: only the store sequence (PUSH) keeps it, so `f(null)` passes 0.
+    vrkvar* t = take_temp(b);
+    slot = t;
+    if (wraps_by_reference(b, ins, v)) {
+        set_ref(t, v);
     } else {
-        vrkvar* t = take_temp(b);
-        slot = t;
-        if (wraps_by_reference(b, ins, v)) {
-            set_ref(t, v);
-        } else {
-            assign(t, v, b);
-        }
+        assign(t, v, b);
     }
     if (ins.ref != 0) b->stack.push_back(nullptr);
 }

@@ -34,6 +34,9 @@ STARTUP_PREFIXES=(
     "[LOG]: WORKING DIRECTORY: "
     "[LOG]: loading script"
     "[LOG]: done."
+    "[LOG]: parsing file "
+    "[LOG]: opened "
+    "[LOG]: compiling..."
 )
 
 if [[ $# -lt 1 ]]; then
@@ -95,8 +98,10 @@ for script in "$here"/*/*.vrs; do
     raw="$work/raw"
     actual="$work/actual"
     rc=0
-    (cd "$dir" && exec timeout --kill-after=5 "$timeout_s" "$vorka" "--runscript=$base" "${extra[@]}") \
-        </dev/null >"$raw" 2>&1 || rc=$?
+    {
+        (cd "$dir" && exec timeout --kill-after=5 "$timeout_s" "$vorka" "--runscript=$base" "${extra[@]}") \
+            </dev/null >"$raw" 2>&1 || rc=$?
+    } 2>/dev/null  # keeps the shell's "Aborted" notice out; the exit code shows it
     filter_startup <"$raw" >"$actual"
     if [[ $rc -eq 124 || $rc -eq 137 ]]; then
         echo "[timed out]" >>"$actual"

@@ -1,0 +1,8 @@
+# fib: recursive Fibonacci number of 27, one call per node of the tree.
+def fib(n):
+    if n < 2:
+        return n
+    return fib(n - 1) + fib(n - 2)
+
+
+print(fib(27))

@@ -1,0 +1,1 @@
+# startup: an empty script; the time is process start to exit.
