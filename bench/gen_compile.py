@@ -10,6 +10,10 @@ source.
 Usage: gen_compile.py LINES OUTDIR
     writes OUTDIR/compile_LINES.vrs, .lua and .py; the vorkascript file has
     about LINES lines (the others have the same functions and calls).
+Usage: gen_compile.py --flat LINES OUTDIR
+    writes OUTDIR/compile_flat_LINES.vrs: the same while/if shape with no
+    functions, all in the root block, to see how the compile time of one
+    large block grows.
 """
 import os
 import sys
@@ -114,12 +118,38 @@ def python_source(lines):
     return "\n".join(out) + "\n"
 
 
-def expected_result(lines):
-    total = 0
-    for k in range(function_count(lines)):
+def flat_vorka_source(lines):
+    """The loop bodies of the functions, written out in the root block."""
+    out = ["// Generated flat compile workload: while and if, no functions.", "total = 0;"]
+    k = 0
+    while len(out) + 11 <= lines - 2:
         bound, threshold, factor = _params(k)
-        total += sum(i * factor if i > threshold else 1 for i in range(bound))
-    return total
+        out += [
+            "s = 0;",
+            "i = 0;",
+            f"while (i < {bound}) {{",
+            f"    if (i > {threshold}) {{",
+            f"        s = s + (i * {factor});",
+            "    } else {",
+            "        s = s + 1;",
+            "    }",
+            "    i++;",
+            "}",
+            "total = total + s;",
+        ]
+        k += 1
+    out.append("print(total);")
+    out.append("// end")
+    return "\n".join(out) + "\n", k
+
+
+def _function_value(k):
+    bound, threshold, factor = _params(k)
+    return sum(i * factor if i > threshold else 1 for i in range(bound))
+
+
+def expected_result(lines):
+    return sum(_function_value(k) for k in range(function_count(lines)))
 
 
 def write_all(lines, outdir):
@@ -134,6 +164,15 @@ def write_all(lines, outdir):
 
 
 def main(argv):
+    if len(argv) == 4 and argv[1] == "--flat":
+        lines = int(argv[2])
+        text, count = flat_vorka_source(lines)
+        path = os.path.join(argv[3], f"compile_flat_{lines}.vrs")
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(text)
+        print(path)
+        print(f"expected result: {sum(_function_value(k) for k in range(count))}")
+        return 0
     if len(argv) != 3:
         print(__doc__.strip().split("\n\n")[-1], file=sys.stderr)
         return 2

@@ -13,6 +13,7 @@
 #include <array>
 
 #include "builtins/core.h"
+#include "builtins/math.h"
 #include "builtins/process.h"
 #include "builtins/registry.h"
 #include "builtins/time.h"
@@ -319,7 +320,8 @@ constexpr std::array kRows{
     fn("is_void", 1, plain, "(var) returns true if var is not set (void)."),
     fn("set_internal_param_var", 3, plain,
        "(var) returns true if a var is a parameter of a function (used internally for default "
-       "args)."),
+       "args).",
+       lib::set_internal_param_var),
     fn("is_float", 1, plain, "(var) returns true if var is a float."),
     fn("is_int", 1, plain, "(var) returns true if var is an int."),
     fn("is_number", 1, plain, "(var) returns true if var is a float or int."),

@@ -1,6 +1,7 @@
 // token_assign: the plain "=" — declarations with their words, stores into
-// variables, elements and dereferenced targets, and the type hint a new
-// variable takes from its right side.
+// variables, elements and dereferenced targets, the type hint a new variable
+// takes from its right side, and the start of class, singleton and struct
+// declarations (classes.cpp does the rest).
 #include <string>
 #include <vector>
 
@@ -108,8 +109,10 @@ void apply_hint(vrkvar* cell, vrkvar* hint, const declaration_kind& d, const std
     cell->attrs &= static_cast<uint16_t>(~attr::CLASS_HINT2);
     cell->flags &= static_cast<uint16_t>(~(flag::CLASS_HINT | flag::VALUE_HINT | flag::KEEP_HINT));
     if (!hint) {
-        if (!last_type_name.empty()) {
-            set_string(cell, last_type_name);
+        // The native type the right side gave, by its name.
+        const std::string& type = last_type_name.empty() ? hint_name : last_type_name;
+        if (!type.empty()) {
+            set_string(cell, type);
             cell->flags |= flag::VALUE_HINT;
         }
         return;
@@ -120,12 +123,13 @@ void apply_hint(vrkvar* cell, vrkvar* hint, const declaration_kind& d, const std
         cell->block = hint->block;
     }
     if (hint->type == Tag::JSON || (hint->flags & (flag::STRUCT_VAR | flag::CLASS_HINT))) {
-        // A struct's layout link comes with struct declarations; a plain
-        // container hint carries its block, which is none.
+        // The cell keeps the struct block its records are laid out by: that
+        // of a struct itself, or the one a struct-typed hint carries (a plain
+        // container has none).
         cell->flags |= flag::CLASS_HINT;
-        if (!(hint->flags & flag::STRUCT_VAR)) cell->block = hint->block;
+        cell->block = hint->block;
     }
-    if (hint->flags & (flag::VALUE_HINT | 0x0040)) {
+    if (hint->flags & (flag::VALUE_HINT | kNativeValueFlag)) {
         if (!hint_name.empty())
             set_string(cell, hint_name);
         else
@@ -134,13 +138,55 @@ void apply_hint(vrkvar* cell, vrkvar* hint, const declaration_kind& d, const std
     }
 }
 
+// The declaration of a new variable, cell `i` of `owner`: its store, its
+// release at the end of the block, class and struct declarations, and the
+// type knowledge and fixed type it takes.
+vrkvar* declare_new(vrkblock* b, const declaration_kind& d, const std::string& left, const std::string& raw_token,
+                    int32_t child, vrkvar* hint, const std::string& last_type_name, const std::string& hint_name,
+                    vrkblock* owner, uint32_t i, int deref_count) {
+    vrkvar* cell = (*owner->vars)[i];
+
+    // The store, and the release at the end of the block for scoped ones.
+    // A class or struct declaration stores nothing at run time.
+    if (!d.is_class && !d.is_struct) emit(b, Op::SET, i, ref_of(owner));
+    if (!d.is_global && d.is_scoped) {
+        cell->attrs |= attr::OWNS_RESULT;
+        owner->get_scoped().push_back(i);
+    }
+
+    vrkblock* cls = nullptr;
+    if (d.is_class)
+        cls = declare_class(b, cell, left, child, d.is_singleton);
+    else if (d.is_struct)
+        declare_struct(b, cell, child);
+
+    // A new variable has nothing to dereference.
+    if (deref_count > 0) {
+        syntaxError("internal error", b);
+        log().log("syntax error. cant deref new value!");
+        log().log("%s", raw_token.c_str());
+    }
+
+    // Type knowledge; a class cell stays the class it declares.
+    apply_hint(cell, hint, d, last_type_name, hint_name);
+    if (cls) finish_class_declaration(b, cell, cls, left);
+    if (d.fixed_type) {
+        set_type(cell, fixed_tag(d.fixed_type));
+        cell->flags |= flag::FIXED_TYPE;
+    }
+    return nullptr;
+}
+
 // A new global: created in the engine's global block when it does not exist.
-vrkvar* global_target(vrkblock* b, const std::string& name, int64_t& index, vrkblock*& owner) {
+vrkvar* global_target(vrkblock* b, const std::string& name, int64_t& index, vrkblock*& owner, bool& created) {
+    created = false;
     vrkvar* cell = find_global(b, name, &index, &owner);
     if (cell || !b->engine || !b->engine->globalBlock) return cell;
     vrkblock* globals = b->engine->globalBlock;
     globals->get_names()[name] = append_cell(globals);
-    return find_global(b, name, &index, &owner);
+    cell = find_global(b, name, &index, &owner);
+    created = cell != nullptr;
+    return cell;
 }
 
 }  // namespace
@@ -177,6 +223,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     bool static_buffer = false;
     int32_t size = 0;
     std::string hint_name;
+    std::string native_type;  // type name a native constructor on the right side makes
     vrkvar* hint = d.type_hint;
     if (starts_with(right, "staticbuffer(")) {
         static_buffer = true;
@@ -196,11 +243,18 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
             if (declared != state.return_types.end()) {
                 d.array_of = declared->second.second != 0;
                 hint = declared->second.first;
+            } else if (b->engine) {
+                // A native constructor: the variable holds a value of the
+                // native type it names.
+                auto made = b->engine->constructors.find(hint);
+                if (made != b->engine->constructors.end() && made->second) {
+                    native_type = to_string(made->second);
+                    hint = nullptr;
+                }
             }
-            // The engine's table of what native functions construct is
-            // consulted here once the builtins register it.
         }
         hint_name = state.last_type_name;
+        if (!native_type.empty()) hint_name = native_type;
     }
 
     // Prefixes of the target.
@@ -251,16 +305,25 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     int64_t index = -1;
     vrkblock* owner = nullptr;
     vrkvar* cell = nullptr;
-    if (!d.new_variable) {
+    bool new_global = false;  // the declaration has just created this global
+    if (!d.new_variable || ((d.is_class || d.is_struct) && !d.is_global)) {
+        // A class or struct is always new, but declaring one over a name that
+        // exists is worth the warning below.
         cell = find_variable(b, left, &index, &owner);
     } else if (d.is_global) {
-        cell = global_target(b, left, index, owner);
+        cell = global_target(b, left, index, owner, new_global);
         // The engine keeps no table of global declarations' texts yet.
     }
     if (cell && (!owner || index < 0)) {
         log().error("%s cannot be stored to here", left.c_str());
         return nullptr;
     }
+
+    // A typed, class or struct declaration of a global that did not exist
+    // before declares that global itself.
+    if (new_global && (d.fixed_type || d.is_class || d.is_struct))
+        return declare_new(b, d, left, raw_token, child, hint, state.last_type_name, hint_name, owner,
+                           static_cast<uint32_t>(index), deref_count);
 
     // Store into an existing variable; a typed declaration makes a new one.
     if (cell && (d.fixed_type || d.is_class || d.is_struct)) {
@@ -314,33 +377,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         return nullptr;
     }
 
-    // The store, and the release at the end of the block for scoped ones.
-    if (!d.is_class && !d.is_struct) emit(b, Op::SET, i, ref_of(b));
-    if (!d.is_global && d.is_scoped) {
-        cell->attrs |= attr::OWNS_RESULT;
-        b->get_scoped().push_back(i);
-    }
-
-    // Classes and structs.
-    if (d.is_class || d.is_struct) {
-        log().error("class and struct declarations are not supported yet: %s", raw_token.c_str());
-        (void)child;
-    }
-
-    // A new variable has nothing to dereference.
-    if (deref_count > 0) {
-        syntaxError("internal error", b);
-        log().log("syntax error. cant deref new value!");
-        log().log("%s", raw_token.c_str());
-    }
-
-    // Type knowledge and a fixed type.
-    apply_hint(cell, hint, d, state.last_type_name, hint_name);
-    if (d.fixed_type) {
-        set_type(cell, fixed_tag(d.fixed_type));
-        cell->flags |= flag::FIXED_TYPE;
-    }
-    return nullptr;
+    return declare_new(b, d, left, raw_token, child, hint, state.last_type_name, hint_name, b, i, deref_count);
 }
 
 }  // namespace vrk

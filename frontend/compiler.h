@@ -20,13 +20,16 @@
 // compile-time type knowledge), or null.
 //
 // The companions live in their own files: assignment (assign.cpp), calls
-// (calls.cpp), control statements (statements.cpp), block references and
-// subscripts (literals.cpp), name resolution (names.cpp).
+// (calls.cpp), function declarations (functions.cpp), control statements
+// (statements.cpp), list literals, block references and subscripts
+// (literals.cpp), name resolution (names.cpp), classes, singletons and
+// structs (classes.cpp).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "frontend/compile_state.h"
@@ -80,7 +83,39 @@ bool is_statement_head(const std::string& head);
 vrkvar* token_statement(vrkblock* b, const std::string& head, bool in_class, int32_t* block_index,
                         std::string& condition, std::string& body);
 
-// ---- block references and subscripts (literals.cpp) --------------------------------
+// ---- function declarations (functions.cpp) --------------------------------------------
+
+// What the text in front of a parameter list says about the function, and the
+// cell the name stands for, as the callee search (calls.cpp) found or made it.
+struct function_head {
+    std::string name;               // the function's name or member path; empty when anonymous
+    std::string captures;           // text of a lambda's capture list; empty: a plain function
+    bool is_global = false;         // `global`: the function is a global of the engine
+    bool is_extern = false;         // `extern`: entered in the engine's extern table
+    bool is_locked = false;         // `locked`: its calls take turns
+    bool has_return_type = false;   // a word named the return type
+    bool returns_array = false;     // the return type word ended in "[]"
+    vrkvar* return_type = nullptr;  // the cell that stands for the return type, or null
+    bool indexed_name = false;      // the name has subscripts: the function is stored through them
+    bool reserved_slot = false;     // the name is one of the reserved functions of a class
+    vrkvar* target = nullptr;       // the cell that receives the function, or null
+    int64_t index = -1;             // its index in `owner`, -1 when it has none
+    vrkblock* owner = nullptr;      // the block that holds it, or null
+};
+
+// The words in front of a declared function's name: attributes and the return
+// type. `token` is the whole statement, named in the messages.
+void read_function_attributes(vrkblock* b, const std::vector<std::string>& words, function_head& head,
+                              const std::string& token);
+
+// A function declaration `name(params) {...}` or `name(params) = {...}`:
+// `body` is the text behind the parameter list, `params` the parameter texts.
+// Returns the cell that receives the function, or null.
+vrkvar* token_function_declaration(vrkblock* b, function_head& head, std::string body,
+                                   const std::vector<std::string>& params, bool in_class,
+                                   const std::string& token);
+
+// ---- list literals, block references and subscripts (literals.cpp) ------------------
 
 // `[...]` list literal; `close` is the position of its "]".
 vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t close);
@@ -102,8 +137,63 @@ vrkvar* find_global(vrkblock* b, const std::string& name, int64_t* index, vrkblo
 bool needs_this(vrkblock* b, std::string name);
 // The cell that stands for a type word of a declaration, or null.
 vrkvar* resolve_type(vrkblock* b, std::string text);
-// Turns a dotted path `a.b.$c` into subscripts `a["b"][c]`, in place.
-void rewrite_member_path(vrkblock* b, std::string& token);
+// Turns a dotted path `a.b.$c` into subscripts, in place: members of a class
+// known at compile time become positions (`a[12]`), members of a struct
+// layout become element positions, anything else a key looked up at run time
+// (`a["b"]`, `a[c]`). Returns the cell the compiler knows the last piece to
+// be (a struct element, the element type of a typed array), or null; the
+// subscripts the path became meet a class member's type again when compiled.
+vrkvar* rewrite_member_path(vrkblock* b, std::string& token);
+// A member of a class block (`cls`, or `b` itself when null) by name: true and
+// its index when the class has it. The reserved slots answer to their names.
+bool find_member(vrkblock* b, vrkblock* cls, const std::string& name, int64_t& index);
+// The declared return type of the function block `fn` as the compile of `b`
+// and its enclosing blocks recorded it, or null.
+const std::pair<vrkvar*, uint8_t>* declared_return_type(vrkblock* b, vrkblock* fn);
+
+// A member of a native script type, as its member records describe it.
+struct native_member {
+    std::string position;     // the member's position in decimal; empty for the open record
+    std::string result_type;  // type name of what the member gives, or empty
+};
+// Looks `name` up among the member records of the native type `type_name`:
+// the record with that name, or the open record that ends the table. False
+// when the type is unknown or has neither.
+bool find_native_member(const std::string& type_name, const std::string& name, native_member& hit);
+
+// ---- classes, singletons and structs (classes.cpp) -------------------------------------
+
+// The class block a compile-time cell stands for: the block of a CLASS cell or
+// of a cell with a class hint; null for anything else.
+vrkblock* known_class(vrkvar* cell);
+// The CLASS cell that declares the class `b` belongs to (the nearest block
+// with the class bit, `b` included), or null.
+vrkvar* enclosing_class_cell(vrkblock* b);
+// The struct block a compile-time cell is laid out by (a struct variable or a
+// cell with a struct hint), or null.
+vrkblock* known_struct(vrkvar* cell);
+// The layout of a struct block: the variables a record of it holds, in order,
+// each with its name (empty for a hidden one).
+std::vector<std::pair<std::string, vrkvar*>> struct_layout(vrkblock* layout);
+// A member of the record a compile-time cell describes (the layout of its
+// struct, or the elements of a JSON value the compiler holds), by key with its
+// position, or by position; null when there is none.
+vrkvar* layout_member(vrkvar* cell, const std::string& key, int64_t& position);
+vrkvar* layout_member_at(vrkvar* cell, int64_t position);
+// `class name = {...}` and `singleton name = {...}`: `cell` becomes the class
+// whose body is child `child` of `b`; the body is compiled and run at once.
+// Returns the class block, or null when the right side was no body.
+vrkblock* declare_class(vrkblock* b, vrkvar* cell, const std::string& name, int32_t child, bool singleton);
+// The part of a class declaration that follows the type hint of the new
+// variable: the cell is made the class cell of `cls` again.
+void finish_class_declaration(vrkblock* b, vrkvar* cell, vrkblock* cls, const std::string& name);
+// `struct name = {...}`: `cell` becomes the struct whose body is child `child`.
+void declare_struct(vrkblock* b, vrkvar* cell, int32_t child);
+// `left op right` with a left operand known to be a class that defines the
+// operator (`opadd`, `opsub`, `opmult`, `opdiv`): compiled as the call
+// `left.opadd(right)`. False, with nothing compiled, otherwise.
+bool class_operator(vrkblock* b, char op, const std::string& left, const std::string& right,
+                    int32_t* block_index, vrkvar*& result);
 
 // ---- driver helpers (compile.cpp) -----------------------------------------------------
 
@@ -112,6 +202,9 @@ void rewrite_member_path(vrkblock* b, std::string& token);
 void discard_block(vrkblock* b);
 
 // ---- small helpers -------------------------------------------------------------------------
+
+// `flags` bit of a cell that stands for a value of a native type.
+inline constexpr uint16_t kNativeValueFlag = 0x0040;
 
 // The `ref` operand that names a block.
 inline uint64_t ref_of(const vrkblock* b) { return reinterpret_cast<uint64_t>(b); }

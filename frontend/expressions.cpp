@@ -111,6 +111,10 @@ vrkvar* comparison(vrkblock* b, const std::string& left, const std::string& righ
 vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o, int32_t* block_index) {
     const std::string left = token.substr(0, o);
     const std::string right = o + 1 < token.size() ? token.substr(o + 1) : std::string();
+    // A class on the left takes the operator as a call of its operator function.
+    const bool step = (token[o] == '+' || token[o] == '-') && !right.empty() && right[0] == token[o];
+    if (vrkvar* call = nullptr; !left.empty() && !step && class_operator(b, token[o], left, right, block_index, call))
+        return call;
     switch (token[o]) {
         case '+':
             if (starts_with(right, "+")) {

@@ -62,8 +62,31 @@ bool owns_operand(uint8_t op) {
     return op == static_cast<uint8_t>(Op::INDEX) || op == static_cast<uint8_t>(Op::EXTERNAL);
 }
 
+// A plain operand as it comes back. Only the opcodes that keep a number in
+// `ref` (call preparation, push, argument, pop, swap) keep one; for the others
+// `ref` is a block, so a plain operand can only be 0 or -1, and anything else
+// (which no writer produces) would be taken for a block by the run loop.
+uint64_t plain_operand(uint8_t op, uint64_t ref) {
+    if (ref == 0 || ref == kRefMinusOne) return owns_operand(op) ? 0 : ref;
+    if (ref >= kFirstBlockRef) return 0;
+    switch (static_cast<Op>(op)) {
+        case Op::CALL_PREP:
+        case Op::PUSH:
+        case Op::ARG:
+        case Op::POP:
+        case Op::SWAP:
+            return ref;
+        default:
+            return 0;
+    }
+}
+
+// The smallest complete block record: header, markers, and a zero or -1 for
+// every count. No more records than this allows are made for a buffer.
+constexpr std::size_t kMinRecordBytes = 33;
+
 // Static buffers beyond this size in a record are taken for corruption.
-constexpr int32_t kMaxStaticBuffer = 256 * 1024 * 1024;
+constexpr int32_t kMaxStaticBuffer = 64 * 1024 * 1024;
 
 bool is_pristine(const vrkvar* v, Tag tag) {
     return v->type == tag && v->constant == 0 && v->flags == 0 && v->attrs == 0 && v->aux == 0 &&
@@ -481,7 +504,8 @@ private:
         }
 
         const int32_t dies = r_.compact_s32();
-        for (int32_t i = 0; i < dies && !r_.at_end(); ++i) {
+        const std::size_t possible_dies = r_.remaining() / kMinRecordBytes + 1;
+        for (int32_t i = 0; i < dies && static_cast<std::size_t>(i) < possible_dies && !r_.at_end(); ++i) {
             vrkblock* die = new_child(b);
             adopt_block(b, die);
             b->get_die_blocks().push_back(die);
@@ -534,9 +558,9 @@ private:
     bool read_children(vrkblock* b, std::vector<vrkblock*>& classes) {
         const int32_t count = r_.compact_s32();
         if (count <= 0) return true;
-        // Each child stands behind a two-byte marker: more children than that
-        // cannot be in the buffer, and are not made.
-        const std::size_t possible = r_.remaining() / 2;
+        // Each child is a marker and a record: more children than the buffer
+        // can hold are not made.
+        const std::size_t possible = r_.remaining() / (2 + kMinRecordBytes);
         const std::size_t made = static_cast<std::size_t>(count) < possible ? static_cast<std::size_t>(count) : possible;
         auto& children = b->get_children();
         const std::size_t first = children.size();
@@ -560,11 +584,9 @@ private:
         const uint8_t reference = r_.u8();
         const std::size_t index = b->code.size();
         if (reference != 1) {
-            const auto ref = static_cast<uint64_t>(r_.compact_s64());
             // Only numbers come back: a cache, a native record or a pointer of
             // another run would point at nothing here.
-            const bool number = ref == kRefMinusOne || ref < kFirstBlockRef;
-            ins.ref = number && !owns_operand(ins.op) ? ref : 0;
+            ins.ref = plain_operand(ins.op, static_cast<uint64_t>(r_.compact_s64()));
             b->code.push_back(ins);
             return;
         }
@@ -727,6 +749,13 @@ private:
                 }
                 break;
         }
+        // A class value holds only a class: releasing a class value may
+        // destroy what it holds, and no record may make it hold a block of the
+        // tree that is not a class.
+        if (target && v->type == Tag::CLASS && (target->kind & kind::CLASS) == 0) {
+            log().error("error constructing program...");
+            target = nullptr;
+        }
         if (index != b->this_index && index != b->self_index) v->block = target;
         return true;
     }
@@ -751,8 +780,10 @@ private:
             }
             vrkblock* target = saved_child(b, position);
             if (!target || s >= b->vars->size()) continue;
+            // Slots hold functions; a slot of any other kind (a damaged record)
+            // is left as it is.
             vrkvar* slot = (*b->vars)[s];
-            if (slot->type != Tag::PTR) slot->block = target;
+            if (slot->type == Tag::FUNCTION || slot->type == Tag::VOID) slot->block = target;
         }
     }
 

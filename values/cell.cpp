@@ -255,7 +255,17 @@ std::vector<int64_t>* as_bigintset(vrkvar* cell) {
 }
 
 vrkvar* deref(vrkvar* cell) {
-    while (cell->type == Tag::REF && cell->value.ref != nullptr) cell = cell->value.ref;
+    // Chains are short in practice; a chain that never ends is a reference
+    // cycle (`$v = v` on a by-reference parameter stores a reference to itself),
+    // and following it would hang: it stops at the cell reached.
+    constexpr int kLongestChain = 1 << 16;
+    for (int steps = 0; cell->type == Tag::REF && cell->value.ref != nullptr; ++steps) {
+        if (steps == kLongestChain) {
+            log().error("reference cycle: stopped following the chain");
+            break;
+        }
+        cell = cell->value.ref;
+    }
     return cell;
 }
 

@@ -240,6 +240,9 @@ void return_displaced_params(vrkblock* b) {
 
 void fire_block_callbacks(vrkblock* b) {
     auto& queue = context().callback_queue;
+    bool any = false;
+    for (const auto& cb : queue) any = any || cb.block == b;
+    if (!any) return;
     std::vector<vrkcallback> mine;
     std::vector<vrkcallback> rest;
     for (auto& cb : queue) {
@@ -252,7 +255,6 @@ void fire_block_callbacks(vrkblock* b) {
         else
             mine.push_back(std::move(cb));
     }
-    if (mine.empty()) return;
     queue = std::move(rest);
     for (auto& cb : mine) {
         if (!cb.callable) {

@@ -1,5 +1,4 @@
-// Calling functions: the start of a call (LOAD 4), CALL_PREP, CALL, and the
-// loading of a lambda's captured values.
+// Calling functions: the start of a call (LOAD 4), CALL_PREP and CALL.
 //
 // A call `f(a, b)` runs: the function expression; LOAD 4, which puts a temp
 // copy of the function cell on `callblocks`; CALL_PREP with the argument count,
@@ -13,6 +12,7 @@
 #include "vm/errors.h"
 #include "vm/ops.h"
 #include "vm/run.h"
+#include "vm/sleep.h"
 
 namespace vrk {
 
@@ -114,20 +114,6 @@ void call_class(vrkblock* b, vrkvar* cell) {
 
 }  // namespace
 
-void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller) {
-    if (!function_cell || !target || function_cell->type != Tag::FUNCTION) return;
-    if ((function_cell->attrs & attr::NATIVE_FUNCTION) || !function_cell->value.closure) return;
-    const auto& pairs = function_cell->value.closure->pairs;
-    if (pairs.size() >= target->vars->size()) return;
-    for (const vrkcapture& capture : pairs) {
-        vrkvar* v = var_at(target, capture.var_index);
-        if (!v || !capture.cell) continue;
-        v->constant = 0;
-        v->flags |= flag::CAPTURED;
-        assign(v, capture.cell, caller);
-    }
-}
-
 void start_call(vrkblock* b) {
     vrkvar*& slot = top_slot(b);
     if (is_marker(slot, kMarkerLimit)) {
@@ -186,11 +172,14 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
     if (!block->busy()) {
         load_closure(fn, block, b);
     } else {
-        // A busy function runs in a copy; a locked one, or one with no copy to
-        // spare, makes this run wait and try again.
-        vrkblock* instance = (block->options & 1) ? nullptr : get_instance(block, fn, false);
+        // A busy function runs in a copy. A locked one, or one with no copy
+        // to spare, makes this run wait: the chain of callers is handed to the
+        // scheduler, which resumes it at this instruction on its next pass, so
+        // the calls of a locked function take turns.
+        vrkblock* instance = (block->options & kLockedOption) ? nullptr : get_instance(block, fn, false);
         if (!instance) {
             if (block->native) runtime_error("EXTERNAL_BUSY", b);
+            sleep(b, 0, false, 0);
             b->suspended = 1;
             b->resume_at = rs.ip;
             return Flow::suspend;

@@ -1,16 +1,376 @@
-// Run-time copies of blocks. Until block copying exists, a busy block has no
-// instance and a blueprint cannot be instantiated.
+// Run-time copies of blocks: making a copy through the saved record, choosing
+// an idle block for a call, loading a lambda's captured values, and making a
+// class instance.
 #include "vm/copies.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/engine.h"
+#include "host/log.h"
+#include "host/script_lock.h"
+#include "saved/block_form.h"
+#include "saved/block_links.h"
+#include "saved/cache.h"
+#include "values/cell.h"
+#include "values/closure.h"
 #include "vm/block.h"
+#include "vm/run.h"
+#include "vm/sleep.h"
 
 namespace vrk {
 
-vrkblock* copyConstruct(vrkvar*, vrkblock*, vrkblock*) { return nullptr; }
+namespace {
 
-vrkblock* get_instance(vrkblock* block, vrkvar*, bool) {
-    if (!block || block->busy()) return nullptr;
-    return block;
+// A saved record is written into a buffer that starts with this much room.
+constexpr std::size_t kRecordReserve = 2048;
+
+// Declaration bits of a parameter cell. The saved record writes parameters as
+// blank cells; a copy takes these from its source so that it binds, converts
+// and defaults its parameters the way the source does.
+constexpr uint16_t kParameterAttrs = attr::BY_REF_PARAM | attr::OWNS_RESULT;
+
+// The parameter cell `i` of `source` as declared. While a caller has bound its
+// arguments, the caller holds the source's own cells in `params` (last
+// argument first) and the variables hold the arguments.
+vrkvar* declared_parameter(vrkblock* source, std::size_t i) {
+    vrkblock* caller = source->caller;
+    if (caller && caller != source && block_alive(caller) && caller->params_bound && caller->callee == source) {
+        const std::size_t n = caller->params.size();
+        if (i < n) {
+            vrkvar* own = caller->params[n - 1 - i];
+            return is_marker(own, 11) ? nullptr : own;
+        }
+    }
+    return i < source->vars->size() ? (*source->vars)[i] : nullptr;
+}
+
+void restore_parameters(vrkblock* source, vrkblock* copy) {
+    const std::size_t count = std::min<std::size_t>(static_cast<std::size_t>(std::max<int16_t>(source->param_count, 0)),
+                                                    copy->vars->size());
+    for (std::size_t i = 0; i < count; ++i) {
+        const vrkvar* declared = declared_parameter(source, i);
+        vrkvar* cell = (*copy->vars)[i];
+        if (!declared || !cell || (cell->flags & flag::CAPTURED)) continue;
+        if (declared->flags & flag::FIXED_TYPE) reset(cell, declared->type);
+        cell->flags = declared->flags;
+        cell->attrs = static_cast<uint16_t>(cell->attrs | (declared->attrs & kParameterAttrs));
+    }
+}
+
+// What a copy takes from its source beyond the record, for the copy and for
+// each of its children paired with the source child at the same saved
+// position: the source text and name table (shared), the line and file
+// tables (copied), and the entry of an extern function, which the reader has
+// pointed at the copy and which belongs to the source.
+void share_with_source(vrkblock* source, vrkblock* copy, bool root) {
+    if (!root) {
+        if (source->names) {
+            copy->names = source->names;
+            copy->names_shared = 1;
+        }
+        if (source->code_text) {
+            if (copy->code_text && !copy->text_shared) string_free(copy->code_text);
+            copy->code_text = source->code_text;
+            copy->text_shared = 1;
+        }
+        if (source->full_source) {
+            if (copy->full_source && !copy->source_shared) string_free(copy->full_source);
+            copy->full_source = source->full_source;
+            copy->source_shared = 1;
+        }
+    }
+    if (source->line_table) copy->line_table = std::make_unique<std::map<uint32_t, vrkline_entry>>(*source->line_table);
+    if (source->file_table) copy->file_table = std::make_unique<std::vector<vrkfile_entry>>(*source->file_table);
+    if ((copy->kind & kind::EXTERN) && copy->engine) {
+        for (auto& entry : copy->engine->extern_blocks) {
+            if (entry.second == copy) entry.second = source;
+        }
+    }
+    if (!copy->children) return;
+    for (int32_t position = 0;; ++position) {
+        vrkblock* from = saved_child(source, position);
+        vrkblock* to = saved_child(copy, position);
+        if (!from || !to) break;
+        share_with_source(from, to, false);
+    }
+}
+
+// The copies of `source` that still exist; dead entries are dropped (a copy
+// that ran as a script thread may have been deleted when its run ended).
+std::vector<vrkblock*>& live_copies(vrkblock* source) {
+    std::vector<vrkblock*>& copies = source->get_copies();
+    copies.erase(std::remove_if(copies.begin(), copies.end(), [](vrkblock* c) { return !block_alive(c); }),
+                 copies.end());
+    return copies;
+}
+
+const char* source_text(const vrkblock* b) {
+    if (b->full_source) return b->full_source->c_str();
+    if (b->code_text) return b->code_text->c_str();
+    return "";
+}
+
+// The function cell of a class's constructor slot, or null.
+vrkvar* constructor_cell(vrkblock* blueprint) {
+    if (blueprint->vars->empty()) return nullptr;
+    vrkvar* slot = (*blueprint->vars)[static_cast<std::size_t>(ClassSlot::constructor)];
+    if (is_marker(slot, 11)) return nullptr;
+    slot = deref(slot);
+    return slot->type == Tag::FUNCTION && block_alive(slot->block) ? slot : nullptr;
+}
+
+// Moves the arguments a construction stored into the constructor's own
+// parameters over to the block that runs it. A parameter that received a value
+// counts as passed, so its declared default does not replace it.
+void hand_over_arguments(vrkblock* from, vrkblock* to) {
+    const std::size_t count = std::min({static_cast<std::size_t>(std::max<int16_t>(from->param_count, 0)),
+                                        from->vars->size(), to->vars->size()});
+    for (std::size_t i = 0; i < count; ++i) {
+        vrkvar* src = (*from->vars)[i];
+        vrkvar* dst = (*to->vars)[i];
+        if (!src || !dst) continue;
+        const bool given = src->type != Tag::VOID;
+        reset(dst, Tag::INT);
+        dst->type = src->type;
+        dst->value = src->value;
+        dst->aux = src->aux;
+        dst->block = src->block;
+        if (given) dst->flags &= static_cast<uint16_t>(~kParameterFlag);
+        src->type = Tag::VOID;
+        src->value.i = 0;
+        src->aux = 0;
+        src->block = nullptr;
+    }
+}
+
+// The data of an instance starts as the blueprint's: the class body ran once
+// when the class was compiled, and its field values are the initial values of
+// every instance. The record carries constants only, so the plain fields are
+// copied here (deeply: an instance owns its lists).
+void copy_fields(vrkblock* blueprint, vrkblock* instance, vrkblock* caller) {
+    const std::size_t count = std::min(blueprint->vars->size(), instance->vars->size());
+    for (std::size_t i = kClassSlotCount; i < count; ++i) {
+        const auto index = static_cast<int32_t>(i);
+        if (index == blueprint->this_index || index == blueprint->self_index) continue;
+        vrkvar* from = (*blueprint->vars)[i];
+        vrkvar* to = (*instance->vars)[i];
+        if (!from || !to || from->constant || to->constant) continue;
+        if (from->type == Tag::FUNCTION || from->type == Tag::CLASS || from->type == Tag::REF) continue;
+        if (from->flags & flag::CAPTURED) continue;
+        assign(to, from, caller);
+    }
+}
+
+// The caller of a construction that goes on asynchronously waits until woken.
+void park(vrkblock* caller) {
+    if (!caller || !block_alive(caller)) return;
+    caller->suspended = 2;
+    sleep(caller, kSleepUntilWoken, false, 0);
+}
+
+void wake(vrkblock* caller) {
+    if (caller && block_alive(caller)) sleep(caller, 0, false, 0);
+}
+
+// The constructor's run with the instance as `this`. The count held during
+// the run keeps the instance alive should the constructor drop its last
+// holder; it is given back when the run ends, possibly later.
+void run_constructor(vrkblock* instance, vrkblock* ctor, vrkvar* cell, vrkblock* caller) {
+    vrkclass_data& data = instance->get_class_data();
+    ++data.refs;
+    vrkvar* r = run(ctor, nullptr, 0, cell);
+    if (r != kSuspended) {
+        if (block_alive(instance) && instance->class_data) --instance->class_data->refs;
+        return;
+    }
+    park(caller);
+    const vrkblock_handle held = vrkblock_handle::of(instance);
+    ctor->get_completion().on_finish = [held, caller](vrkblock*, vrkvar*) {
+        if (vrkblock* alive = held.get(); alive && alive->class_data) --alive->class_data->refs;
+        wake(caller);
+    };
+}
+
+}  // namespace
+
+vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
+    if (!block_alive(source)) return nullptr;
+    ScriptLock lock;
+    vrkblock* copy = block_new(source->engine);
+    copy->code_text = source->code_text;
+    copy->text_shared = source->code_text ? 1 : 0;
+    copy->full_source = source->full_source;
+    copy->source_shared = source->full_source ? 1 : 0;
+    copy->parent = source->parent;
+    if (source->names) {
+        copy->names = source->names;
+        copy->names_shared = 1;
+    }
+
+    std::vector<uint8_t> bytes;
+    bytes.reserve(kRecordReserve);
+    {
+        ScriptCacheWriter writer(bytes);
+        toCache(source, writer, as_copy);
+    }
+    {
+        ScriptCacheReader reader(bytes);
+        fromCache(copy, reader);
+    }
+    share_with_source(source, copy, true);
+    restore_parameters(source, copy);
+
+    if (owner == nullptr) {
+        if (source->parent) {
+            source->parent->get_children().push_back(copy);
+        } else {
+            // A block without a parent has no tree to join; the copy goes
+            // when its source goes.
+            adopt_block(source, copy);
+        }
+    } else if (owner == kNoOwner) {
+        copy->parent = nullptr;
+    } else {
+        owner->get_children().push_back(copy);
+        copy->parent = owner;
+    }
+
+    if (copy->kind & kind::CLASS_OR_INSTANCE) {
+        copy->kind = static_cast<uint8_t>((copy->kind & ~kind::CLASS) | kind::INSTANCE);
+    }
+    copy->kind |= kind::COPY;
+    copy->options = static_cast<uint8_t>((copy->options & ~1u) | (source->options & 1u));
+    return copy;
+}
+
+vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force) {
+    vrkblock* source = block;
+    if (function_cell) {
+        if (is_marker(function_cell, 11)) return nullptr;
+        vrkvar* cell = deref(function_cell);
+        if (cell->type != Tag::FUNCTION || !cell->block) return nullptr;
+        source = cell->block;
+    }
+    if (!block_alive(source)) return nullptr;
+
+    vrkblock* chosen = nullptr;
+    if (!force && !source->busy()) chosen = source;
+    // A native function keeps its callable outside the record, so a copy of
+    // it could not call anything: a busy one has no instance.
+    if (!chosen && source->native) return nullptr;
+    if (!chosen) {
+        std::vector<vrkblock*>& copies = live_copies(source);
+        for (vrkblock* c : copies) {
+            if (!c->busy()) {
+                chosen = c;
+                break;
+            }
+        }
+        if (!chosen) {
+            if (copies.size() > kCopyWarningLimit) {
+                log().log("over 1000 copy instances for function block!");
+                log().log("Source: %s\n", source_text(source));
+            }
+            chosen = clone_block(source, nullptr, true);
+            if (!chosen) return nullptr;
+            live_copies(source).push_back(chosen);
+        }
+    }
+    load_closure(function_cell, chosen);
+    return chosen;
+}
+
+void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller) {
+    if (is_marker(function_cell, 11) || !target || function_cell->type != Tag::FUNCTION) return;
+    if ((function_cell->attrs & attr::NATIVE_FUNCTION) || !function_cell->value.closure) return;
+    const auto& pairs = function_cell->value.closure->pairs;
+    if (pairs.size() >= target->vars->size()) return;
+    for (const vrkcapture& capture : pairs) {
+        if (capture.var_index >= target->vars->size() || !capture.cell) continue;
+        vrkvar* v = (*target->vars)[capture.var_index];
+        if (!v) continue;
+        v->constant = 0;
+        v->flags |= flag::CAPTURED;
+        assign(v, capture.cell, caller);
+    }
+}
+
+vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
+    if (!dest || !block_alive(blueprint)) return nullptr;
+    ScriptLock lock;
+    vrkblock* instance = clone_block(blueprint, kNoOwner, false);
+    if (!instance) return nullptr;
+
+    if (!blueprint->is_class_or_instance()) {
+        // A plain function as a blueprint: its copy runs once, and the cell
+        // holds no instance.
+        vrkvar* r = run(instance, nullptr, 0, kSelfUnchanged);
+        if (r != kSuspended) {
+            block_delete(instance);
+            return nullptr;
+        }
+        park(caller);
+        instance->get_completion().on_finish = [caller](vrkblock* finished, vrkvar*) {
+            wake(caller);
+            if (finished->engine) finished->engine->finishedBlocks.push_back(finished);
+        };
+        return nullptr;
+    }
+
+    vrkclass_data& data = instance->get_class_data();
+    if (blueprint->class_data && blueprint->class_data->name)
+        data.name = std::make_unique<std::string>(*blueprint->class_data->name);
+
+    reset(dest, Tag::INT);
+    dest->type = Tag::CLASS;
+    dest->block = instance;
+    data.refs = (dest->flags & flag::MOVABLE) ? 0 : 1;
+    dest->attrs |= attr::INSTANCE_CELL;
+    data.cells.push_back(dest);
+
+    // Functions and nested classes stay the blueprint's: each call of a
+    // method runs in a block of its own anyway.
+    const std::size_t shared = std::min(instance->vars->size(), blueprint->vars->size());
+    for (std::size_t i = 0; i < shared; ++i) {
+        vrkvar* v = (*instance->vars)[i];
+        if (v && (v->type == Tag::FUNCTION || v->type == Tag::CLASS)) {
+            v->block = nullptr;
+            set_ref(v, (*blueprint->vars)[i]);
+        }
+    }
+    copy_fields(blueprint, instance, caller);
+
+    vrkblock* ctor = nullptr;
+    if (vrkvar* slot = constructor_cell(blueprint)) {
+        vrkblock* runs = get_instance(slot->block, slot, true);
+        vrkblock* holds = get_instance(slot->block, slot, false);
+        if (runs && holds) {
+            if (runs != holds) hand_over_arguments(holds, runs);
+            ctor = runs;
+        }
+    }
+
+    // The field set-up of the instance, with no `this`.
+    vrkvar* r = run(instance, nullptr, 0, kSelfUnchanged);
+    if (r == kSuspended) {
+        park(caller);
+        if (ctor) ctor->running = 1;  // held until the set-up has finished
+        instance->get_completion().on_finish = [ctor, dest, caller](vrkblock* finished, vrkvar*) {
+            if (ctor && block_alive(ctor)) {
+                ctor->running = 0;
+                run_constructor(finished, ctor, dest, caller);
+            }
+            wake(caller);
+        };
+        return instance;
+    }
+    if (ctor) run_constructor(instance, ctor, dest, caller);
+    return instance;
 }
 
 }  // namespace vrk

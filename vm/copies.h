@@ -1,24 +1,69 @@
-// Run-time copies of blocks: class instances, second callers and recursion.
+// Run-time copies of blocks: recursion, second callers, and class instances.
 //
 // A block is its own activation record, so a block that is busy cannot be
-// entered again. Calls that find their function busy run a copy instead, and a
-// class blueprint becomes an instance by being copied. A copy shares its source's
-// name map and the blocks its code refers to outside itself, and owns fresh
-// variables, stack and children.
+// entered again. A call that finds its function busy runs a copy of it, and a
+// class blueprint becomes an instance by being copied. A copy is made the way
+// a compiled program is loaded: the source block is written into its saved
+// record in memory and a fresh block is read back from it. That one path
+// carries everything a block holds (constants, hidden variables, children,
+// nested classes). References the source's code makes to itself and to its
+// own children come back pointing into the copy; references to the blocks
+// that enclose it stay pointing there, which is how a copy still reads and
+// writes the variables of its enclosing blocks.
+//
+// A copy shares its source's text and name table, and owns its code,
+// variables, stack and children. Copies made for calls are kept in the
+// source's `copies` and reused as soon as they are idle, so a recursion of
+// depth n leaves n copies behind, living as long as the source does.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
 
 namespace vrk {
 
 struct vrkvar;
 struct vrkblock;
 
-// Makes a new instance of a class blueprint for the cell `dest` (count 1, or 0
-// when dest is MOVABLE). Returns the instance block, or null when copying is not
-// available.
-vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller);
+// `owner` of clone_block meaning "attach the copy nowhere".
+inline vrkblock* const kNoOwner = reinterpret_cast<vrkblock*>(~uintptr_t{0});
 
-// An idle instance of a busy block to run in its place (loads the closure of
-// `function_cell` into it), or null. With `force` the limit of copies is ignored.
+// Bit of `options` of a function declared `locked`: a busy one is not copied,
+// its callers wait for it instead.
+inline constexpr uint8_t kLockedOption = 0x01;
+
+// Flag of a parameter cell that still is the function's own: no argument has
+// taken its place. A default applies to such a parameter when no caller's
+// binding tells how many arguments were passed.
+inline constexpr uint16_t kParameterFlag = 0x2000;
+
+// Beyond this many copies of one function every further copy is reported;
+// the copy is made all the same.
+inline constexpr std::size_t kCopyWarningLimit = 1000;
+
+// A copy of `source`. `owner` null: the copy becomes a child of the source's
+// parent; kNoOwner: it is attached nowhere and has no parent; any other block:
+// it becomes that block's child. `as_copy` carries the code and the children;
+// without it only the data goes along (the form of a class instance). The copy
+// has the COPY kind bit, and a class becomes an INSTANCE.
+vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy);
+
+// A block to run the function of `function_cell` in: the function's own block
+// when it is idle (unless `force`), else an idle copy, else a new copy. The
+// closure of the cell is loaded into the block chosen. Null when the cell
+// names no live block, or when a busy native function would need a copy.
+// Without a cell, `block` is the function's block.
 vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force);
+
+// Loads the captured values of a lambda's cell into `target`, the block that
+// is about to run it. `caller` is the block on whose behalf the values are
+// assigned, or null.
+void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller = nullptr);
+
+// Makes a new instance of the class blueprint for the cell `dest` (count 1,
+// or 0 when dest is MOVABLE), runs its field set-up and its constructor with
+// the arguments stored in the constructor's parameters. Returns the instance
+// block, or null.
+vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller);
 
 }  // namespace vrk

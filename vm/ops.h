@@ -146,8 +146,6 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins);
 Flow call(run_state& rs, const vrkinstr& ins);
 // EXTERNAL, the one instruction of a native block.
 Flow external(run_state& rs, const vrkinstr& ins);
-// Loads the captured values of a function cell into the block that will run it.
-void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller);
 
 // ---- ends of a run and signals (vm/block_exit.cpp) --------------------------------------------
 // LOAD sub-code -1.

@@ -1,10 +1,10 @@
 // libFuzzer target for the readers of saved forms: block records, the cell
 // form and the JSON list form, on arbitrary bytes.
 //
-// The first byte chooses the reader, the rest is its input. Every input gets a
-// fresh engine with one registered function and one global variable, and a
-// program block below an outer block, so that links by name and by parent
-// steps have something to find. What was read is written again and the result
+// The first byte chooses the reader, the rest is its input. The engine has the
+// builtins registered; every input gets a global variable and a program block
+// below an outer block, so that links by name and by parent steps have
+// something to find. What was read is written again and the result
 // read once more, so the writers see every shape the readers can produce.
 #include <cstddef>
 #include <cstdint>
@@ -48,16 +48,21 @@ public:
 
 vrkobject* create(const std::string& name) { return name == "fuzzobject" ? new FuzzObject() : nullptr; }
 
-vrkvar* nothing(vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& result) { return &result; }
+// The engine of all inputs (its construction registers every builtin, too
+// slow to repeat) and, per input, its global block and the blocks around the
+// data being read. Whatever an input leaves in the engine's tables is cleared
+// with the scene, so that inputs do not depend on each other.
+vrkscript& shared_engine() {
+    static vrkscript* e = new vrkscript();
+    return *e;
+}
 
-// One engine and the blocks around the data being read.
 struct scene {
-    vrkscript engine;
-    vrkblock* outer = nullptr;    // enclosing block
-    vrkblock* program = nullptr;  // block the data belongs to
+    vrkscript& engine = shared_engine();  // the engine
+    vrkblock* outer = nullptr;             // enclosing block
+    vrkblock* program = nullptr;           // block the data belongs to
 
     scene() {
-        engine.registerFunction("print", nothing, 1, nullptr, "", true, true);
         declare_global(&engine, "g");
         outer = block_new(&engine);
         program = block_new(&engine);
@@ -65,7 +70,12 @@ struct scene {
         outer->get_children().push_back(program);
         outer->declare_var("x");
     }
-    ~scene() { block_delete(outer); }
+    ~scene() {
+        block_delete(outer);
+        block_delete(engine.globalBlock);
+        engine.globalBlock = nullptr;
+        engine.extern_blocks.clear();
+    }
 };
 
 // A new block below the program block, owned by it.
