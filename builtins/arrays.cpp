@@ -21,17 +21,18 @@ using arrays::with_vector;
 
 namespace {
 
-// Runs one container operation of the object behind the PTR `target`. The
-// answer is INT 1 unless the operation writes one. False, after the report,
-// when the handle is stale.
+// Runs one container operation of the object behind the PTR `target`; `input`
+// is the operation's argument, if any. The answer is INT 1 unless the
+// operation writes one. False, after the report, when the handle is stale.
 template <class Op>
-bool forward(vrkblock* block, vrkvar* target, vrkvar& result, Op op) {
+bool forward(vrkblock* block, vrkvar* target, vrkvar& result, Op op,
+             const vrkvar* input = nullptr) {
     vrkobject* object = arrays::live_object(block, target);
     if (!object) return false;
-    // The handle may be the result cell itself (a call's value passed on at
-    // once): the object then answers into a cell of its own, and the handle is
-    // let go only after the operation.
-    vrkvar* scratch = target == &result ? cell_new() : nullptr;
+    // The handle or the argument may be the result cell itself (a call's value
+    // passed on at once): the object then answers into a cell of its own, and
+    // the result is overwritten only after the operation.
+    vrkvar* scratch = target == &result || input == &result ? cell_new() : nullptr;
     vrkvar* answer = scratch ? scratch : &result;
     set_int(answer, 1);
     arrays::finish(op(object, answer));
@@ -42,9 +43,9 @@ bool forward(vrkblock* block, vrkvar* target, vrkvar& result, Op op) {
     return true;
 }
 
-// Appends a fresh element holding a REF to `target` and answers a REF to the
-// element, so that the script can go on writing through the answer. When the
-// array is the result cell itself, the answer is the array.
+// The answer of a push onto an array: a REF to the new element, so that the
+// script can go on writing through it. When the array is the result cell
+// itself, the answer is the array.
 vrkvar* answer_element(vrkvar* array, vrkelement* element, vrkvar& result) {
     if (array == &result) return &result;
     set_ref(&result, element);
@@ -89,18 +90,22 @@ VRK_BUILTIN(count) {
     vrkvar* target = arg(args, 0);
     switch (target->type) {
         case Tag::STRING:
-            return answer_int(result, target->value.str ? static_cast<int64_t>(target->value.str->size()) : 0);
+            return answer_int(
+                result, target->value.str ? static_cast<int64_t>(target->value.str->size()) : 0);
         case Tag::JSON:
             return answer_int(result, static_cast<int64_t>(target->value.json->elements.size()));
         case Tag::PTR:
-            if (!forward(block, target, result,
-                         [block](vrkobject* object, vrkvar* answer) { return object->count(block, answer); }))
+            if (!forward(block, target, result, [block](vrkobject* object, vrkvar* answer) {
+                    return object->count(block, answer);
+                }))
                 return answer_int(result, 0);
             return &result;
         default: {
             // A set's size in bytes over its element width is its element count.
             int64_t size = 0;
-            with_vector(target, [&size](const auto& values) { size = static_cast<int64_t>(values.size()); });
+            with_vector(target, [&size](const auto& values) {
+                size = static_cast<int64_t>(values.size());
+            });
             return answer_int(result, size);
         }
     }
@@ -113,7 +118,8 @@ VRK_BUILTIN(empty) {
     }
     vrkvar* target = arg(args, 0);
     switch (target->type) {
-        case Tag::STRING: return answer_int(result, !target->value.str || target->value.str->empty() ? 1 : 0);
+        case Tag::STRING:
+            return answer_int(result, !target->value.str || target->value.str->empty() ? 1 : 0);
         case Tag::JSON: return answer_int(result, target->value.json->elements.empty() ? 1 : 0);
         default: {
             // Anything that is not a container counts as empty.
@@ -176,7 +182,8 @@ VRK_BUILTIN(resize) {
         arrays::live_object(block, target);
     } else if (size >= 0) {
         // New entries are zero; a negative size, like on an array, does nothing.
-        with_vector(target, [size](auto& values) { values.resize(static_cast<std::size_t>(size)); });
+        with_vector(target,
+                    [size](auto& values) { values.resize(static_cast<std::size_t>(size)); });
     }
     return answer_int(result, 1);
 }
@@ -213,9 +220,12 @@ VRK_BUILTIN(push) {
             target->value.bigintset->push_back(to_int(value));
             return answer_int(result, last_index(*target->value.bigintset));
         case Tag::PTR:
-            if (!forward(block, target, result, [block, value](vrkobject* object, vrkvar* answer) {
-                    return object->push(block, answer, value);
-                }))
+            if (!forward(
+                    block, target, result,
+                    [block, value](vrkobject* object, vrkvar* answer) {
+                        return object->push(block, answer, value);
+                    },
+                    value))
                 return answer_error(result, "pointer invalid");
             return &result;
         default: break;
@@ -287,8 +297,9 @@ VRK_BUILTIN(pop) {
             return answer_int(result, last_index(*text));
         }
         case Tag::PTR:
-            if (!forward(block, target, result,
-                         [block](vrkobject* object, vrkvar* answer) { return object->pop(block, answer); }))
+            if (!forward(block, target, result, [block](vrkobject* object, vrkvar* answer) {
+                    return object->pop(block, answer);
+                }))
                 return answer_int(result, 0);
             return &result;
         default: break;
@@ -354,9 +365,12 @@ VRK_BUILTIN(has_key) {
     vrkvar* target = arg(args, 0);
     vrkvar* wanted = arg(args, 1);
     if (target->type == Tag::PTR) {
-        if (!forward(block, target, result, [block, wanted](vrkobject* object, vrkvar* answer) {
-                return object->hasKey(block, answer, wanted);
-            }))
+        if (!forward(
+                block, target, result,
+                [block, wanted](vrkobject* object, vrkvar* answer) {
+                    return object->hasKey(block, answer, wanted);
+                },
+                wanted))
             return answer_int(result, 0);
         return &result;
     }

@@ -26,11 +26,11 @@ VRK_BUILTIN(json);     // (var, size) makes var itself a JSON array, grown by si
 VRK_BUILTIN(jsonvar);  // () a new empty JSON array
 
 // ---- size and objects ------------------------------------------------------------
-VRK_BUILTIN(count);  // (container) element count; a string's byte count
-VRK_BUILTIN(empty);  // (container) 1 when it holds nothing (1 for scalars)
-VRK_BUILTIN(clear);  // (container) empties a string, array, DATA or set in place
-VRK_BUILTIN(sync);   // (object) the object's sync operation
-VRK_BUILTIN(resize); // (container, size) grows with zeros or cuts from the end
+VRK_BUILTIN(count);   // (container) element count; a string's byte count
+VRK_BUILTIN(empty);   // (container) 1 when it holds nothing (1 for scalars)
+VRK_BUILTIN(clear);   // (container) empties a string, array, DATA or set in place
+VRK_BUILTIN(sync);    // (object) the object's sync operation
+VRK_BUILTIN(resize);  // (container, size) grows with zeros or cuts from the end
 
 // ---- adding and removing at the end --------------------------------------------------
 VRK_BUILTIN(push);      // (container, value) appends; on an array answers a REF to the element

@@ -83,6 +83,19 @@ bool with_vector(vrkvar* cell, F&& fn) {
     }
 }
 
+// Assigns `value` to `copy` as a copy, never a move, even out of a temporary
+// whose payload an assignment would otherwise take.
+inline void copy_without_move(vrkvar* copy, vrkvar* value, vrkblock* block) {
+    const uint16_t flags = value->flags;
+    if (!(flags & flag::MOVABLE)) {
+        assign(copy, value, block);
+        return;
+    }
+    value->flags = static_cast<uint16_t>(flags & ~flag::MOVABLE);
+    assign(copy, value, block);
+    value->flags = flags;
+}
+
 // Copies a value aside when it is the container being changed, so that the
 // change never copies a container into itself; null when no copy is needed.
 // The copy is freed by the destructor.
@@ -91,11 +104,7 @@ public:
     value_snapshot(vrkvar* value, const vrkvar* container, vrkblock* block) {
         if (value != container) return;
         copy = cell_new();
-        // A copy, never a move, even out of a temporary.
-        const uint16_t flags = value->flags;
-        value->flags = static_cast<uint16_t>(flags & ~flag::MOVABLE);
-        assign(copy, value, block);
-        value->flags = flags;
+        copy_without_move(copy, value, block);
     }
     ~value_snapshot() {
         if (copy) cell_free(copy);

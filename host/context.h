@@ -68,6 +68,15 @@ struct vrkcontext {
     uint32_t array_loop_counter = 0;            // numbers the generated names of `list:: = ...` loops
     uint32_t iterative_loop_counter = 0;        // numbers the generated indexes of `for(x::list)` loops
     vrklog log;                                 // the log object
+    // Budgets of script runs, for hosts that run untrusted text; 0 means no
+    // limit. Both count down with unsigned wrap-around, so 0 stays unlimited:
+    // `step_budget` loses one per instruction and every run stops at its next
+    // safe point once it has reached 0; `depth_budget` loses one per entered run
+    // and gets it back when that run ends, and a run that would take it to 0 is
+    // not entered.
+    uint64_t step_budget = 0;                   // instructions left to all runs together
+    uint32_t depth_budget = 0;                  // nested runs left
+    bool step_budget_spent = false;             // the step budget ran out (reported once)
     vrkhost_state host;                         // command-line values
 };
 

@@ -1,6 +1,8 @@
 // The one-shot watchdog thread.
 #include "host/watchdog.h"
 
+#include <chrono>
+
 #include "host/log.h"
 #include "platform/system.h"
 
@@ -24,13 +26,21 @@ Watchdog::Watchdog(const int& exitCode, int64_t limitMs, int64_t pollMs, Timeout
 Watchdog::~Watchdog() { stop(); }
 
 void Watchdog::stop() {
-    startTime.store(0);
+    {
+        std::lock_guard<std::mutex> guard(wakeMutex);
+        startTime.store(0);
+    }
+    wake.notify_all();
     if (thread.joinable()) thread.join();
 }
 
 void Watchdog::watch() {
     // With a start time of 0 the difference is huge and the loop ends.
-    while (platform::monotonic_ms() - startTime.load() < limitMs) platform::sleep_ms(pollMs);
+    std::unique_lock<std::mutex> lock(wakeMutex);
+    while (platform::monotonic_ms() - startTime.load() < limitMs) {
+        wake.wait_for(lock, std::chrono::milliseconds(pollMs), [this] { return startTime.load() == 0; });
+    }
+    lock.unlock();
     if (startTime.load() != 0) onTimeout(*exitCode);
 }
 

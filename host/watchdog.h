@@ -5,13 +5,16 @@
 // limit (120 s) has passed since the start, then reports "watchdog timeout!"
 // and ends the process with the run's exit code. The start time is never
 // refreshed, so the limit covers the run as a whole. Stopping the watchdog
-// stores 0 as the start time, which makes the elapsed time huge: the sleeping
-// loop ends at its next step and the thread leaves without a report.
+// stores 0 as the start time, which makes the elapsed time huge, and wakes the
+// thread from its sleep step: it leaves at once without a report, so a run
+// that ends does not wait for the rest of a step.
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <thread>
 
 namespace vrk {
@@ -35,8 +38,7 @@ public:
     Watchdog(const Watchdog&) = delete;
     Watchdog& operator=(const Watchdog&) = delete;
 
-    // Stores 0 as the start time and waits for the thread to end (at most one
-    // sleep step).
+    // Stores 0 as the start time, wakes the thread and waits for it to end.
     void stop();
 
 private:
@@ -47,6 +49,8 @@ private:
     int64_t limitMs;                 // time limit
     int64_t pollMs;                  // length of one sleep step
     TimeoutAction onTimeout;         // called when the limit is reached
+    std::mutex wakeMutex;            // guards the wake-up of a sleep step
+    std::condition_variable wake;    // ends a sleep step early when stopped
     std::thread thread;              // the watching thread
 };
 

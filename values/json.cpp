@@ -16,7 +16,8 @@ constexpr int64_t kBigGrowth = 100;
 
 // Appends plain INT 0 elements until `count` elements exist.
 void grow_to(vrkjson* json, std::size_t count) {
-    json->elements.reserve(count);
+    // The vector grows geometrically: filling an array by index one element at
+    // a time must not copy the whole array at every store.
     while (json->elements.size() < count) json->elements.push_back(element_new());
 }
 

@@ -25,7 +25,8 @@ std::string current_token_text(const compile_state& state) {
 void emit(vrkblock* block, Op op, int64_t arg, uint64_t ref) {
     compile_state* state = block->compile_state_ptr;
     if (state && state->dry_run) return;
-    if (block->code.size() == block->code.capacity()) block->code.reserve(block->code.size() + 10);
+    // The code vector grows geometrically (a fixed step would make compiling a
+    // large block quadratic); its capacity is not visible anywhere.
     const uint32_t index = static_cast<uint32_t>(block->code.size());
     block->code.push_back(vrkinstr{static_cast<uint8_t>(op), ref, arg});
 

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "host/context.h"
 #include "host/log.h"
 #include "vm/block.h"
 #include "vm/ops.h"
@@ -74,9 +75,44 @@ vrkvar* early_end(vrkblock* b, Flow flow) {
     return flow == Flow::suspend ? kSuspended : top_or_null(b);
 }
 
+// The step budget has run out. It stays spent (at 1, so that every further
+// instruction of every run comes here again) until the host sets a new one.
+// Only the first time is reported. A run stops where it holds nothing half
+// done: not on the first instruction of a resumed run, and with nothing on its
+// stack, no call being prepared, no parameters bound and nothing it waits for.
+// Elsewhere it goes on to such a place; its callees stop at once, since a
+// fresh run starts at one.
+bool budget_stop(vrkcontext& ctx, vrkblock* b, const run_state& rs) {
+    ctx.step_budget = 1;
+    if (!ctx.step_budget_spent) {
+        ctx.step_budget_spent = true;
+        log().error("step budget used up: script runs stopped");
+    }
+    return !rs.resumed && b->stack.size() == 1 && b->callblocks.empty() && !b->params_bound &&
+           !b->waiting_on;
+}
+
+// Keeps the depth budget: one nested run taken on entry, given back at every
+// end of the run.
+struct depth_guard {
+    uint32_t& left;
+    explicit depth_guard(uint32_t& budget) : left(budget) { --left; }
+    ~depth_guard() { ++left; }
+    depth_guard(const depth_guard&) = delete;
+    depth_guard& operator=(const depth_guard&) = delete;
+};
+
 }  // namespace
 
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
+    vrkcontext& ctx = context();
+    depth_guard depth(ctx.depth_budget);
+    if (ctx.depth_budget == 0) [[unlikely]] {
+        // Too deep for the host stack: the block is not entered and the call
+        // answers nothing.
+        log().error("run depth budget used up: block not entered");
+        return nullptr;
+    }
     if (!may_enter(b, caller, start)) return nullptr;
     if (start == 0) {
         fresh_start(b);
@@ -93,7 +129,11 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     vrkinstr* const code = b->code.data();
     const std::size_t count = b->code.size();
     run_state rs{b, start, start, start != 0};
+    uint64_t& steps = ctx.step_budget;
     while (rs.ip < count) {
+        if (--steps == 0) [[unlikely]] {
+            if (budget_stop(ctx, b, rs)) return normal_end(b);
+        }
         vrkinstr& ins = code[rs.ip];
         rs.next = rs.ip + 1;
         Flow flow = Flow::next;

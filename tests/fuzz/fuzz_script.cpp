@@ -1,0 +1,139 @@
+// libFuzzer target for the whole road of a script: arbitrary text through the
+// preprocessor, the parser, the compiler and the run loop.
+//
+// One engine serves every input (its construction registers every builtin,
+// too slow to repeat). Per input the text is loaded as a script given as text
+// and compiled at once; its root block runs with a step budget and a depth
+// budget, and a few frames follow so that sleeping blocks and scripts that
+// asked to stop are dealt with. Then the script is taken out of the engine the
+// way a reload does, and whatever the input left behind (globals, stale
+// sleeper handles, pending removals) goes with it, so that inputs do not
+// depend on each other and memory does not grow.
+//
+// Builtins that would end the process, wait for real time or touch the world
+// outside are registered anew under their names with harmless stand-ins.
+// Run with -close_fd_mask=1: the log writes to standard output.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "frontend/parser.h"
+#include "host/context.h"
+#include "host/engine.h"
+#include "host/init_script.h"
+#include "host/script_lock.h"
+#include "values/cell.h"
+#include "vm/block.h"
+#include "vm/run.h"
+#include "vm/sleep.h"
+
+namespace {
+
+using namespace vrk;
+
+// Instructions one input may run in all, its frames included.
+constexpr uint64_t kStepBudget = 200000;
+// Nested runs one input may have; far below what the host stack holds.
+constexpr uint32_t kDepthBudget = 160;
+// Frames driven after the root block has run.
+constexpr int kFrames = 8;
+
+// Stand-in of builtins that end the process or reach outside it: no effect,
+// no value.
+vrkvar* inert(vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& result) { return &result; }
+
+// Stand-in of `sleep`: the calling chain waits, but only until the next frame.
+vrkvar* short_sleep(vrkblock* block, std::vector<vrkvar*>&, void*, vrkvar&) {
+    if (block && vrk::sleep(block, 0, false, 1) == 1) block->suspended = 2;
+    return reinterpret_cast<vrkvar*>(uintptr_t{1});
+}
+
+// Builtins replaced by `inert`, whether their bodies exist yet or not.
+const char* const kInertNames[] = {
+    "exitprocess", "terminateprocess", "system",     "system_ext",    "systemthread",
+    "filewrite",   "fileappend",       "fappend",    "dwritef",       "hideconsole",
+    "showconsole", "coutclear",        "loadmodule", "thread",        "thread_class",
+    "everyxdays",  "everyxhours",      "everyxminutes", "everyxseconds", "timedexec",
+    "subprocess",  "signalhandler",    "threadworker",  "filereadthread", "filehashthread",
+};
+
+// Registers `function` anew under `name`, keeping the declared parameter count
+// and argument passing of the builtin it replaces. Names not registered stay
+// unregistered.
+void replace_builtin(vrkscript& engine, const char* name, vrkbuiltin_fn function) {
+    vrkvar* cell = engine.firstBlock->find_var(name);
+    if (!cell || cell->type != Tag::FUNCTION || !cell->block) return;
+    const vrkblock* old = cell->block;
+    engine.registerFunction(name, std::move(function), old->param_count, nullptr, "fuzz stand-in",
+                            old->plain_args != 0, true);
+}
+
+vrkscript& shared_engine() {
+    static vrkscript* engine = [] {
+        auto* e = new vrkscript();
+        context().main_thread = current_thread_id();
+        // The host's own functions, as a one-shot run has them.
+        init_script(e);
+        register_scriptarg(e);
+        for (const char* name : kInertNames) replace_builtin(*e, name, inert);
+        replace_builtin(*e, "sleep", short_sleep);
+        return e;
+    }();
+    return *engine;
+}
+
+bool is_loaded(const vrkscript& engine, const vrkparser* parser) {
+    return std::any_of(engine.parsers.begin(), engine.parsers.end(),
+                       [parser](const auto& p) { return p.get() == parser; });
+}
+
+// Takes everything of one input out of the engine.
+void clear_input(vrkscript& engine, vrkparser* parser) {
+    engine.parsersToRemove.clear();
+    if (is_loaded(engine, parser)) engine.reloadParser(parser, false);
+    // Scripts still running are retired by a reload; here they end at once.
+    engine.retiredParsers.clear();
+    engine.afterRetireCallbacks.clear();
+    engine.parsersToRemove.clear();
+    engine.frame(true);
+
+    // Handles of blocks that are gone resolve to nothing.
+    auto& sleeping = engine.sleepingBlocks;
+    sleeping.erase(std::remove_if(sleeping.begin(), sleeping.end(), [](const vrkblock_handle& h) { return !h.get(); }),
+                   sleeping.end());
+    engine.removedSleepers.clear();
+
+    // Globals the script declared go too, with what they hold.
+    block_delete(engine.globalBlock);
+    engine.globalBlock = block_new(nullptr);
+    engine.globalBlock->engine = &engine;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    vrkscript& engine = shared_engine();
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    if (text.empty()) return 0;
+
+    vrkcontext& ctx = context();
+    ctx.step_budget = kStepBudget;
+    ctx.step_budget_spent = false;
+    ctx.depth_budget = kDepthBudget;
+
+    vrkparser* parser = engine.load(text, false, true);
+    // As in a one-shot run, the root block runs even when compiling failed.
+    if (parser && parser->root_block) run(parser->root_block, nullptr, 0, kSelfUnchanged);
+    for (int i = 0; i < kFrames; ++i) {
+        if (engine.sleepingBlocks.empty() && engine.newSleepers.empty() && engine.parsersToRemove.empty()) break;
+        engine.frame(true);
+    }
+
+    clear_input(engine, parser);
+    // The next input starts with the budgets of the real host until it sets its own.
+    ctx.step_budget = 0;
+    ctx.depth_budget = 0;
+    return 0;
+}
