@@ -41,6 +41,7 @@ struct compile_state {
     std::vector<std::string>* token_list = nullptr;  // the block's tokens; statements may empty later ones
     uint8_t native_member_seen = 0;       // the member rewriting resolved a member of a native type
     uint8_t dry_run = 0;                  // while set, emit() appends nothing
+    uint32_t token_depth = 0;             // compile_token calls under way, the outermost included
 };
 
 }  // namespace vrk

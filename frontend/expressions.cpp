@@ -16,6 +16,19 @@ namespace vrk {
 
 namespace {
 
+// Most compile_token calls under way at once. A nested list literal takes four
+// of them per level, an `if` body two; no script comes near this.
+constexpr uint32_t kMaxTokenDepth = 500;
+
+// Counts one compile_token call for as long as it is under way.
+struct depth_count {
+    uint32_t& depth;
+    explicit depth_count(uint32_t& d) : depth(d) { ++depth; }
+    ~depth_count() { --depth; }
+    depth_count(const depth_count&) = delete;
+    depth_count& operator=(const depth_count&) = delete;
+};
+
 bool is_line_space(char c) { return c == '\n' || c == '\r' || c == ' ' || c == '\t'; }
 
 // Control characters and white space go from the front, white space
@@ -489,6 +502,17 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
         return nullptr;
     }
     compile_state& state = *b->compile_state_ptr;
+
+    // Every nested token costs host stack. Text nested beyond any script's need
+    // (hundreds of brackets, or a command form whose first blank stands inside
+    // quotes, which rewrites itself into a longer token of the same shape
+    // without end) is reported and left out instead of exhausting the stack.
+    if (state.token_depth >= kMaxTokenDepth) {
+        syntaxError("expression nested too deeply", b);
+        log().error("tokens nest deeper than %u levels, the innermost is left out", kMaxTokenDepth);
+        return nullptr;
+    }
+    const depth_count nesting(state.token_depth);
 
     // Trim.
     trim_token(token);

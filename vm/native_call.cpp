@@ -25,6 +25,10 @@ Flow external(run_state& rs, const vrkinstr& ins) {
                 if (!is_marker(arg, kMarkerLimit)) arg = deref(arg);
             }
         }
+        // Builtins receive their result cell empty: one that leaves it alone must
+        // not hand back what an earlier call left there (a reference into a
+        // container that may be gone by now).
+        reset(&caller->native_result, Tag::INT);
         answer = record->fn(caller, args, record->user, caller->native_result);
     }
     // Null and 1 both mean "no value".

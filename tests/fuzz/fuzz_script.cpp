@@ -70,6 +70,37 @@ void replace_builtin(vrkscript& engine, const char* name, vrkbuiltin_fn function
                             old->plain_args != 0, true);
 }
 
+// The cells of the registered functions and variables as registration left
+// them. A script may store into them (`print = f;`); what it stores, a function
+// of its own for instance, would outlive the script, so every input ends with
+// the registered cells put back.
+std::vector<vrkvar>& registered_cells() {
+    static std::vector<vrkvar>* cells = new std::vector<vrkvar>();
+    return *cells;
+}
+
+void remember_registered_cells(vrkscript& engine) {
+    for (const vrkvar* cell : *engine.firstBlock->vars) registered_cells().push_back(*cell);
+}
+
+void restore_registered_cells(vrkscript& engine) {
+    auto& vars = *engine.firstBlock->vars;
+    const auto& saved = registered_cells();
+    for (std::size_t i = 0; i < vars.size() && i < saved.size(); ++i) {
+        vrkvar* cell = vars[i];
+        const vrkvar& was = saved[i];
+        if (cell->type == was.type && cell->block == was.block && cell->value.ptr == was.value.ptr &&
+            cell->flags == was.flags && cell->attrs == was.attrs && cell->aux == was.aux && cell->constant == was.constant)
+            continue;
+        // A payload of its own goes; the registered one stays with the cell.
+        if (cell->value.ptr != was.value.ptr) {
+            cell->constant = 0;
+            reset(cell, Tag::INT);
+        }
+        *cell = was;
+    }
+}
+
 vrkscript& shared_engine() {
     static vrkscript* engine = [] {
         auto* e = new vrkscript();
@@ -79,6 +110,7 @@ vrkscript& shared_engine() {
         register_scriptarg(e);
         for (const char* name : kInertNames) replace_builtin(*e, name, inert);
         replace_builtin(*e, "sleep", short_sleep);
+        remember_registered_cells(*e);
         return e;
     }();
     return *engine;
@@ -91,6 +123,9 @@ bool is_loaded(const vrkscript& engine, const vrkparser* parser) {
 
 // Takes everything of one input out of the engine.
 void clear_input(vrkscript& engine, vrkparser* parser) {
+    // First while the script's blocks still exist, so that what the cells let
+    // go of is released properly, and again for what a `die` function stored.
+    restore_registered_cells(engine);
     engine.parsersToRemove.clear();
     if (is_loaded(engine, parser)) engine.reloadParser(parser, false);
     // Scripts still running are retired by a reload; here they end at once.
@@ -104,6 +139,7 @@ void clear_input(vrkscript& engine, vrkparser* parser) {
     sleeping.erase(std::remove_if(sleeping.begin(), sleeping.end(), [](const vrkblock_handle& h) { return !h.get(); }),
                    sleeping.end());
     engine.removedSleepers.clear();
+    restore_registered_cells(engine);
 
     // Globals the script declared go too, with what they hold.
     block_delete(engine.globalBlock);

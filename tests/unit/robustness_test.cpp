@@ -1,0 +1,152 @@
+// Hostile script text: the run budgets that bound endless and too deep runs,
+// and the inputs that once crashed or hung the front end or the machine. Each
+// case runs the whole road, text to run, as a host of untrusted scripts does.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "frontend/parser.h"
+#include "host/context.h"
+#include "host/engine.h"
+#include "host/log.h"
+#include "host/script_lock.h"
+#include "values/cell.h"
+#include "vm/block.h"
+#include "vm/run.h"
+
+namespace vrk {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+class RobustnessTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        context().main_thread = current_thread_id();
+        context().current_compiling_block = nullptr;
+        engine = std::make_unique<vrkscript>();
+        engine->registerFunction(
+            "print",
+            [this](vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) -> vrkvar* {
+                for (vrkvar* a : args) printed.push_back(to_string(a));
+                return &result;
+            },
+            16, nullptr, "prints its arguments", true, true);
+        listener = log().addListener([this](ScriptLogType, const char* text) {
+            messages.emplace_back(text);
+            return true;
+        });
+    }
+
+    void TearDown() override {
+        log().removeListener(listener);
+        parsers.clear();
+        engine.reset();
+        set_budgets(0, 0);
+    }
+
+    static void set_budgets(uint64_t steps, uint32_t depth) {
+        context().step_budget = steps;
+        context().step_budget_spent = false;
+        context().depth_budget = depth;
+    }
+
+    // Parses, compiles and runs a script as text; returns what it printed.
+    Strings run_script(const std::string& text) {
+        printed.clear();
+        parsers.push_back(std::make_unique<vrkparser>(engine.get(), text, false, true));
+        if (vrkblock* root = parsers.back()->root_block) run(root, nullptr, 0, kSelfUnchanged);
+        return printed;
+    }
+
+    int count_logged(const std::string& text) const {
+        int n = 0;
+        for (const std::string& m : messages)
+            if (m.find(text) != std::string::npos) ++n;
+        return n;
+    }
+
+    std::unique_ptr<vrkscript> engine;
+    std::vector<std::unique_ptr<vrkparser>> parsers;
+    Strings printed;
+    Strings messages;  // every message of the log
+    uint32_t listener = 0;
+};
+
+// ---- run budgets ------------------------------------------------------------------
+
+TEST_F(RobustnessTest, NoBudgetMeansNoLimit) {
+    set_budgets(0, 0);
+    EXPECT_EQ(run_script("n = 0;\nwhile (n < 20000) {\n    n++;\n}\nprint(n);\n"), Strings{"20000"});
+    EXPECT_EQ(count_logged("budget"), 0);
+    EXPECT_GT(context().step_budget, uint64_t{1} << 63) << "an unlimited budget counts down from the top";
+}
+
+TEST_F(RobustnessTest, StepBudgetEndsAnEndlessLoop) {
+    set_budgets(5000, 0);
+    EXPECT_EQ(run_script("print(\"before\");\nwhile (1) {\n    x = 1;\n}\nprint(\"after\");\n"),
+              Strings{"before"});
+    EXPECT_EQ(count_logged("step budget used up"), 1) << "reported once";
+    EXPECT_TRUE(context().step_budget_spent);
+}
+
+TEST_F(RobustnessTest, StepBudgetUnwindsNestedRuns) {
+    set_budgets(5000, 0);
+    EXPECT_EQ(run_script("spin(n) {\n    while (1) {\n        n = n + 1;\n    }\n    return n;\n}\n"
+                         "v = 1 + spin(0) * 2;\nprint(\"after\");\n"),
+              Strings{});
+    EXPECT_EQ(count_logged("step budget used up"), 1);
+    // The function is idle again: with a new budget it runs once more.
+    set_budgets(0, 0);
+    EXPECT_EQ(run_script("f() {\n    return 7;\n}\nprint(f());\n"), Strings{"7"});
+}
+
+TEST_F(RobustnessTest, StepBudgetEndsEndlessRecursion) {
+    set_budgets(20000, 64);
+    run_script("twice(n) {\n    twice(n + 1);\n    twice(n + 1);\n}\ntwice(0);\nprint(\"after\");\n");
+    EXPECT_EQ(count_logged("step budget used up"), 1);
+    EXPECT_EQ(context().depth_budget, 64u) << "every nested run gave its level back";
+}
+
+TEST_F(RobustnessTest, DepthBudgetRefusesTooDeepRuns) {
+    set_budgets(0, 40);
+    EXPECT_EQ(run_script("down(n) {\n    return down(n + 1);\n}\ndown(0);\nprint(\"after\");\n"),
+              Strings{"after"});
+    EXPECT_EQ(count_logged("run depth budget used up"), 1);
+    EXPECT_EQ(context().depth_budget, 40u);
+}
+
+TEST_F(RobustnessTest, DepthBudgetLeavesShallowRunsAlone) {
+    set_budgets(0, 40);
+    EXPECT_EQ(run_script("sum(n) {\n    if (n == 0) {\n        return 0;\n    }\n    return n + sum(n - 1);\n}\n"
+                         "print(sum(5));\n"),
+              Strings{"15"});
+    EXPECT_EQ(count_logged("budget"), 0);
+}
+
+// ---- front end ----------------------------------------------------------------------
+
+// The command form splits at the first blank even inside quotes, which
+// rewrites this token into a longer one of the same shape without end.
+TEST_F(RobustnessTest, SelfRewritingCommandFormIsCutOff) {
+    run_script("' ' t()");
+    EXPECT_GE(count_logged("tokens nest deeper than"), 1);
+    EXPECT_EQ(run_script("print(\"still compiles\");\n"), Strings{"still compiles"});
+}
+
+TEST_F(RobustnessTest, DeeplyNestedListLiteralIsCutOff) {
+    const std::string nested = std::string(700, '[') + "1" + std::string(700, ']');
+    run_script("x = " + nested + ";\n");
+    EXPECT_GE(count_logged("tokens nest deeper than"), 1);
+}
+
+TEST_F(RobustnessTest, NestingWithinTheLimitCompiles) {
+    const std::string nested = std::string(60, '(') + "2" + std::string(60, ')');
+    EXPECT_EQ(run_script("x = " + nested + " + 1;\nprint(x);\n"), Strings{"3"});
+    EXPECT_EQ(count_logged("tokens nest deeper than"), 0);
+}
+
+}  // namespace
+}  // namespace vrk
