@@ -18,7 +18,6 @@ namespace vrk {
 
 namespace {
 
-constexpr const char* kConvertText = "(json, opt buffer) convert a json object into a uchars";
 
 // Raw bytes of a vector of numbers, whole elements only.
 template <class T>
@@ -42,7 +41,7 @@ void put_data(vrkvar* cell, std::vector<uint8_t>&& bytes) {
 
 }  // namespace
 
-vrkvar* builtin_to_json_string(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_to_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     set_string(&result, "");
     if (args.empty()) return &result;
     const vrkjson* json = as_json(args[0]);
@@ -52,7 +51,7 @@ vrkvar* builtin_to_json_string(vrkblock*, std::vector<vrkvar*>& args, void*, vrk
     return &result;
 }
 
-vrkvar* builtin_from_json_string(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_from_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     // The text is taken before the result changes: the argument may be the result.
     const std::string text = args.size() == 1 ? to_string(args[0]) : std::string();
     vrkjson* json = as_json(&result);
@@ -62,7 +61,7 @@ vrkvar* builtin_from_json_string(vrkblock*, std::vector<vrkvar*>& args, void*, v
     return &result;
 }
 
-vrkvar* builtin_todata(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_todata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     std::vector<uint8_t> bytes;
     if (args.size() == 1) {
         vrkvar* v = args[0];
@@ -108,7 +107,7 @@ vrkvar* builtin_todata(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& res
     return &result;
 }
 
-vrkvar* builtin_serialize(vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_serialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     if (args.size() != 1 && args.size() != 2) {
         report_error(block, "external_function", "wrong params!");
         return &result;
@@ -120,7 +119,7 @@ vrkvar* builtin_serialize(vrkblock* block, std::vector<vrkvar*>& args, void*, vr
     return &result;
 }
 
-vrkvar* builtin_deserialize(vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_deserialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     // The bytes are copied first: the target may be the buffer itself.
     const std::vector<uint8_t>* source = args.empty() ? nullptr : data_of(args[0]);
     std::vector<uint8_t> bytes = source ? *source : std::vector<uint8_t>();
@@ -131,7 +130,7 @@ vrkvar* builtin_deserialize(vrkblock* block, std::vector<vrkvar*>& args, void*, 
     return &result;
 }
 
-vrkvar* builtin_jsontodata(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_jsontodata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     if (args.empty() || args[0]->type != Tag::JSON) {
         put_data(&result, {});
         return &result;
@@ -142,7 +141,7 @@ vrkvar* builtin_jsontodata(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar&
     return &result;
 }
 
-vrkvar* builtin_datatojson(vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_datatojson(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     const std::vector<uint8_t>* source = args.empty() ? nullptr : data_of(args[0]);
     if (!source) return &result;
     ScriptCacheReader reader{std::vector<uint8_t>(*source)};
@@ -152,19 +151,5 @@ vrkvar* builtin_datatojson(vrkblock* block, std::vector<vrkvar*>& args, void*, v
     return &result;
 }
 
-void register_serial_builtins(vrkscript* engine) {
-    engine->registerFunction("to_json_string", builtin_to_json_string, 2, engine,
-                             "(json, compact_output) returns a string representation.", true, true);
-    engine->registerFunction("from_json_string", builtin_from_json_string, 1, engine,
-                             "(string) returns a json representation.", true, true);
-    engine->registerFunction("todata", builtin_todata, 1, engine,
-                             "(json|string|multiset) convert a json|vector|object into a uchars", true, true);
-    engine->registerFunction("serialize", builtin_serialize, 2, engine,
-                             "(var, opt buffer) convert a json object into a uchars", true, true);
-    engine->registerFunction("deserialize", builtin_deserialize, 2, engine,
-                             "(buffer, opt var) convert a json object into a uchars", true, true);
-    engine->registerFunction("jsontodata", builtin_jsontodata, 2, engine, kConvertText, true, true);
-    engine->registerFunction("datatojson", builtin_datatojson, 2, engine, kConvertText, true, true);
-}
 
 }  // namespace vrk

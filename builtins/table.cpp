@@ -15,6 +15,7 @@
 #include "builtins/arrays.h"
 #include "builtins/core.h"
 #include "builtins/math.h"
+#include "builtins/serial.h"
 #include "builtins/process.h"
 #include "builtins/registry.h"
 #include "builtins/time.h"
@@ -128,13 +129,13 @@ constexpr std::array kRows{
     fn("encode_data", 1, plain, "(uchars) encode uchars into 2x bigger string representation."),
     fn("decode_data", 1, plain, "(string) decode str into 2x smaller uchars representation."),
     fn("jsonvar", 0, numbered, "init json", lib::jsonvar),
-    fn("to_json_string", 2, plain, "(json, compact_output) returns a string representation."),
-    fn("from_json_string", 1, plain, "(string) returns a json representation."),
-    fn("todata", 1, plain, "(json|string|multiset) convert a json|vector|object into a uchars"),
-    fn("serialize", 2, plain, "(var, opt buffer) convert a json object into a uchars"),
-    fn("deserialize", 2, plain, "(buffer, opt var) convert a json object into a uchars"),
-    fn("jsontodata", 2, plain, "(json, opt buffer) convert a json object into a uchars"),
-    fn("datatojson", 2, plain, "(json, opt buffer) convert a json object into a uchars"),
+    fn("to_json_string", 2, plain, "(json, compact_output) returns a string representation.", builtin_to_json_string),
+    fn("from_json_string", 1, plain, "(string) returns a json representation.", builtin_from_json_string),
+    fn("todata", 1, plain, "(json|string|multiset) convert a json|vector|object into a uchars", builtin_todata),
+    fn("serialize", 2, plain, "(var, opt buffer) convert a json object into a uchars", builtin_serialize),
+    fn("deserialize", 2, plain, "(buffer, opt var) convert a json object into a uchars", builtin_deserialize),
+    fn("jsontodata", 2, plain, "(json, opt buffer) convert a json object into a uchars", builtin_jsontodata),
+    fn("datatojson", 2, plain, "(json, opt buffer) convert a json object into a uchars", builtin_datatojson),
     fn("platform", 0, numbered,
        "returns the current platform WINDOWS, LINUX or ANDROID", lib::platform),
     fn("preprocessor", 2, plain,

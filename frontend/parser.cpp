@@ -220,7 +220,9 @@ vrkparser::vrkparser(vrkscript* eng, std::string name, bool is_file, bool compil
     if (!is_file) {
         source_folder.clear();
         source_filename = name;
-        parse(source_filename, true);
+        // An empty text makes an empty parser, the shell a saved program is
+        // constructed into: nothing is opened and nothing parsed.
+        if (!name.empty()) parse(source_filename, true);
         from_file = 0;
     } else {
         // A relative name that exists under the search folder keeps the prefix;

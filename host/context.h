@@ -63,6 +63,7 @@ struct vrkcontext {
     std::vector<vrkcallback> callback_queue;    // destroy callbacks by block
     uint32_t live_cells = 0;                    // constructed cell records
     std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
+    uint64_t blocks_destroyed = 0;              // blocks that have left live_blocks so far
     bool debug_info = false;                    // keep line and file tables while compiling
     vrkblock* current_compiling_block = nullptr;  // block whose token is being compiled; null between tokens
     uint32_t array_loop_counter = 0;            // numbers the generated names of `list:: = ...` loops

@@ -145,7 +145,13 @@ std::size_t format_again(const char* text, char* out, std::size_t size) {
 }  // namespace
 
 vrklog::vrklog()
-    : logBuffer(kLogBufferSize, 0), namedLogBuffer(kLogBufferSize, 0), outBuffer(kOutBufferSize, 0) {}
+    : logBuffer(new char[kLogBufferSize]),
+      namedLogBuffer(new char[kLogBufferSize]),
+      outBuffer(new char[kOutBufferSize]) {
+    logBuffer[0] = 0;
+    namedLogBuffer[0] = 0;
+    outBuffer[0] = 0;
+}
 
 void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, int colour,
                    const char* format, va_list* args, bool literal) {
@@ -158,7 +164,7 @@ void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, 
 
     set_console_colour(colour);
 
-    char* text = logBuffer.data();
+    char* text = logBuffer.get();
     if (format != text) {
         if (literal) {
             // Copied as it is, so "%" stays; text beyond the buffer is cut.
@@ -172,7 +178,7 @@ void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, 
         }
     }
 
-    char* out = outBuffer.data();
+    char* out = outBuffer.get();
     std::size_t length;
     if (prefix) {
         const int r = std::snprintf(out, kOutBufferSize, prefix, text);
@@ -250,14 +256,14 @@ void vrklog::errorNamed(const char* const* name, const char* format, ...) {
     if (format) {
         va_list args;
         va_start(args, format);
-        std::vsnprintf(namedLogBuffer.data(), kLogBufferSize, format, args);
+        std::vsnprintf(namedLogBuffer.get(), kLogBufferSize, format, args);
         va_end(args);
     } else {
         namedLogBuffer[0] = 0;
     }
     // The busy guard is still set, so this call stops at once: the report is
     // silent by construction.
-    error("(%s) -> %s", name && *name ? *name : "", namedLogBuffer.data());
+    error("(%s) -> %s", name && *name ? *name : "", namedLogBuffer.get());
     logBusy = 0;
 }
 

@@ -15,6 +15,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace vrk {
@@ -62,7 +63,7 @@ public:
 
     // Where the writers format their text. A caller may format into it itself and
     // pass it as the format: then no second formatting happens.
-    char* buffer() { return logBuffer.data(); }
+    char* buffer() { return logBuffer.get(); }
 
     uint32_t lastListenerId = 0;      // last id given out, pre-incremented
     uint8_t inListeners = 0;          // 1 while listeners are being called
@@ -73,9 +74,11 @@ private:
     void write(ScriptLogType type, const char* prefix, bool restore_colour, int colour,
                const char* format, va_list* args, bool literal);
 
-    std::vector<char> logBuffer;       // formatting buffer of the writers
-    std::vector<char> namedLogBuffer;  // formatting buffer of errorNamed
-    std::vector<char> outBuffer;       // final line assembled for stdout
+    // The buffers are not cleared beyond their first byte: every use writes
+    // before it reads, and pages never written are never touched.
+    std::unique_ptr<char[]> logBuffer;       // formatting buffer of the writers
+    std::unique_ptr<char[]> namedLogBuffer;  // formatting buffer of errorNamed
+    std::unique_ptr<char[]> outBuffer;       // final line assembled for stdout
     uint8_t logBusy = 0;               // re-entry guard
 };
 

@@ -1,14 +1,14 @@
 // The engine operations of the run modes, on a real engine.
 //
-// Saved programs (compile mode and compiled runs) have no format yet: saving
-// gives no bytes and a program parser cannot be made, so those modes log that
-// and then take the failure branches the entry has for them, waits included.
+// Compile mode writes the program image of the compiled root block; a compiled
+// run builds an empty parser and constructs the program from the file's bytes.
 #include "host/run_modes.h"
 
 #include "frontend/compile.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
 #include "host/log.h"
+#include "saved/program.h"
 #include "vm/block.h"
 #include "vm/run.h"
 
@@ -24,17 +24,13 @@ void compile_root(vrkblock* root) {
     if (root) compile_block(root);
 }
 
-std::vector<uint8_t> save_program(vrkblock*) {
-    log().log("saving compiled programs is not available yet");
-    return {};
-}
+std::vector<uint8_t> save_program(vrkblock* root) { return program_image(root); }
 
-vrkparser* new_program_parser(vrkscript&) {
-    log().log("running compiled programs is not available yet");
-    return nullptr;
-}
+vrkparser* new_program_parser(vrkscript& engine) { return empty_program_parser(&engine); }
 
-void construct_program(vrkparser*, const std::vector<uint8_t>&) {}
+void construct_program(vrkparser* parser, const std::vector<uint8_t>& bytes) {
+    construct_from_bytes(parser, bytes);
+}
 
 void run_root(vrkblock* root) {
     // A root that suspends has handed its waiting block to the engine already.

@@ -274,6 +274,22 @@ void release_held(const held_payload& old, vrkvar* dest, vrkblock* caller) {
 void assign(vrkvar* dest, vrkvar* src, vrkblock* block) {
     if (src == dest || is_marker(src)) return;
 
+    if (src->type == dest->type && (src->type == Tag::INT || src->type == Tag::FLOAT) && !dest->constant &&
+        !(dest->flags & flag::FIXED_TYPE)) {
+        // A number into a plain cell holding a number of the same type: of the
+        // steps below only the attribute mask, the hand-over of a fresh result
+        // and the same-tag copy apply.
+        dest->attrs &= attr::KEEP_MASK;
+        if (src->attrs & attr::FRESH_RESULT) {
+            src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
+            dest->attrs |= attr::OWNS_RESULT;
+        }
+        dest->aux = 0;
+        dest->block = nullptr;
+        dest->value = src->value;
+        return;
+    }
+
     if (dest->constant && !(dest->flags & flag::FIXED_TYPE)) {
         log().error("tried to override const var!!");
         return;

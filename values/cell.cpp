@@ -279,6 +279,15 @@ void set_type(vrkvar* cell, Tag tag, vrkblock* block) {
 
 void reset(vrkvar* cell, Tag tag) {
     if (cell->constant) return;
+    if (cell->type == tag && (tag == Tag::INT || tag == Tag::FLOAT)) {
+        // A number reset to its own type holds nothing to release: what the
+        // general path below does comes down to clearing the fields.
+        cell->value.i = 0;
+        cell->block = nullptr;
+        cell->aux = 0;
+        cell->attrs &= attr::KEEP_MASK;
+        return;
+    }
     release_references(cell, nullptr);
     if (cell->type == tag) {
         empty_in_place(cell);

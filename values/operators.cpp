@@ -80,12 +80,18 @@ Route route_of(Tag high) {
 
 // Text of lhs followed by text of rhs. The result cell is reset to STRING and
 // the two texts are appended to it; when it is one of the operands the text is
-// built first, since the reset would empty it before it is read.
-void concatenate(vrkvar* lhs, vrkvar* rhs, vrkvar* res) {
+// built first, since the reset would empty it before it is read. A left
+// operand that expires with the operation hands its text over instead of
+// having it copied: the emptied result buffer goes to it in exchange.
+void concatenate(vrkvar* lhs, vrkvar* rhs, vrkvar* res, bool lhs_expires) {
     if (res != lhs && res != rhs) {
         reset(res, Tag::STRING);
         if (res->is(Tag::STRING) && res->value.str) {
-            append_string(lhs, *res->value.str);
+            if (lhs_expires && lhs != rhs && lhs->is(Tag::STRING) && lhs->value.str) {
+                res->value.str->swap(*lhs->value.str);
+            } else {
+                append_string(lhs, *res->value.str);
+            }
             append_string(rhs, *res->value.str);
             return;
         }
@@ -147,7 +153,7 @@ double float_arith(BinOp op, double a, double b) {
     return 0.0;
 }
 
-void binary_op(vrkblock* block, BinOp op, vrkvar* lhs, vrkvar* rhs, vrkvar** res_slot) {
+void binary_op(vrkblock* block, BinOp op, vrkvar* lhs, vrkvar* rhs, vrkvar** res_slot, bool lhs_expires) {
     if (op == BinOp::div && (is_marker(lhs) || is_marker(rhs))) {
         report_error(block, "div", "division error");
         return;
@@ -168,7 +174,7 @@ void binary_op(vrkblock* block, BinOp op, vrkvar* lhs, vrkvar* rhs, vrkvar** res
             return;
         case Route::text:
             if (op == BinOp::add) {
-                concatenate(lhs, rhs, res);
+                concatenate(lhs, rhs, res, lhs_expires);
                 return;
             }
             break;

@@ -19,8 +19,11 @@ enum class BinOp : uint8_t { add, sub, mult, div, exp };
 
 // Computes lhs op rhs into *res_slot. `res_slot` points at the stack slot of the
 // result: when a container pairing is invalid the slot is replaced by the void
-// constant after the report. The caller frees lhs as a temp afterwards.
-void binary_op(vrkblock* block, BinOp op, vrkvar* lhs, vrkvar* rhs, vrkvar** res_slot);
+// constant after the report. The caller frees lhs as a temp afterwards; with
+// `lhs_expires` it says that nothing reads lhs again before it is reset, so a
+// concatenation may take lhs's text instead of copying it.
+void binary_op(vrkblock* block, BinOp op, vrkvar* lhs, vrkvar* rhs, vrkvar** res_slot,
+               bool lhs_expires = false);
 
 // The order tests as the run loop calls them (a = rhs, b = lhs):
 // code 2 `>=` is a <= b, 3 `<=` is a >= b, 4 `>` is a < b, 5 `<` is a > b.

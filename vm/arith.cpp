@@ -51,7 +51,9 @@ void arithmetic(vrkblock* b, BinOp op) {
     if (op != BinOp::div && (is_null_operand(lhs) || is_null_operand(rhs))) {
         runtime_error("NULLPTR", b);
     } else {
-        binary_op(b, op, lhs, rhs, &res);
+        // The left operand is the temp of the operand step, given back below:
+        // its payload may go into the result.
+        binary_op(b, op, lhs, rhs, &res, is_pooled_temp(b, lhs));
     }
     free_temp(b, lhs);
 }

@@ -339,7 +339,9 @@ vrkblock::~vrkblock() {
     code_text = nullptr;
     if (full_source && !source_shared) string_free(full_source);
     full_source = nullptr;
-    context().live_blocks.erase(this);
+    vrkcontext& ctx = context();
+    ctx.live_blocks.erase(this);
+    ++ctx.blocks_destroyed;
 }
 
 }  // namespace vrk

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/context.h"
 #include "host/engine.h"
 #include "host/log.h"
 #include "host/script_lock.h"
@@ -101,11 +102,17 @@ void share_with_source(vrkblock* source, vrkblock* copy, bool root) {
 }
 
 // The copies of `source` that still exist; dead entries are dropped (a copy
-// that ran as a script thread may have been deleted when its run ended).
+// that ran as a script thread may have been deleted when its run ended). The
+// list is checked against the live blocks only when some block has been
+// destroyed since its last check: a recursive call scans it on every call.
 std::vector<vrkblock*>& live_copies(vrkblock* source) {
     std::vector<vrkblock*>& copies = source->get_copies();
-    copies.erase(std::remove_if(copies.begin(), copies.end(), [](vrkblock* c) { return !block_alive(c); }),
-                 copies.end());
+    const uint64_t destroyed = context().blocks_destroyed;
+    if (source->copies_checked != destroyed) {
+        copies.erase(std::remove_if(copies.begin(), copies.end(), [](vrkblock* c) { return !block_alive(c); }),
+                     copies.end());
+        source->copies_checked = destroyed;
+    }
     return copies;
 }
 

@@ -75,20 +75,24 @@ inline void slot_load(vrkblock* b, const vrkinstr& ins) {
     }
 }
 
-// Hands a temporary back to the block's pool. Markers, constants (the shared
-// cells and hidden literals, including the erase constant a store keeps in
-// place of a copy) and the embedded cells are not temporaries and stay out.
+// True when free_temp hands `cell` back to the pool. Markers, constants (the
+// shared cells and hidden literals, including the erase constant a store keeps
+// in place of a copy) and the embedded cells are not temporaries and stay out.
+inline bool is_pooled_temp(const vrkblock* b, const vrkvar* cell) {
+    if (is_marker(cell, kMarkerLimit) || cell->constant) return false;
+    return cell != &b->scratch && cell != &b->result && cell != &b->native_result;
+}
+
+// Hands a temporary back to the block's pool.
 inline void free_temp(vrkblock* b, vrkvar* cell) {
-    if (is_marker(cell, kMarkerLimit) || cell->constant) return;
-    if (cell == &b->scratch || cell == &b->result || cell == &b->native_result) return;
-    return_temp(b, cell);
+    if (is_pooled_temp(b, cell)) return_temp(b, cell);
 }
 
 // ---- stack handling (vm/stack_ops.cpp) --------------------------------------------------
 // Pops one slot unless it is the last one; false (and a log line) when refused.
 bool pop_slot(vrkblock* b);
 // The left-operand step of the binary operators: [.. v] -> [.. v t null].
-void operand_step(vrkblock* b, const vrkinstr& ins);
+void operand_step(run_state& rs, const vrkinstr& ins);
 // PUSH: copy top into a movable temp and open a slot, or push `arg` slots.
 void push_slots(vrkblock* b, const vrkinstr& ins);
 // ARG: wrap the top value as an argument (copy or REF) in a fresh temp.

@@ -148,7 +148,7 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
             case Op::DIV_TMP:
             case Op::EXP_TMP:
             case Op::BIT_TMP:
-            case Op::TMP: operand_step(b, ins); break;
+            case Op::TMP: operand_step(rs, ins); break;
             case Op::ADD: arithmetic(b, BinOp::add); break;
             case Op::SUB: arithmetic(b, BinOp::sub); break;
             case Op::MULT: arithmetic(b, BinOp::mult); break;

@@ -32,6 +32,32 @@ bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
     return param && (param->attrs & attr::BY_REF_PARAM);
 }
 
+// `s += piece` and `a + piece` copy the left string into the temp of the
+// operand step and then copy it again into the result: twice the whole text for
+// every append. When the right operand is a single LOAD and the `+` follows it
+// at once, nothing that runs between this step and the `+` can read or change
+// the left cell, and the `+` writes its result into that very cell. The text
+// then moves into the temp instead of being copied, and the concatenation
+// (which takes the text of an expiring temp) moves it back. Only cells whose
+// copy would be a plain text copy qualify, and only right operands whose text
+// runs no script or object code.
+bool lends_text(const run_state& rs, const vrkinstr& ins, vrkvar* v, const vrkvar* t) {
+    if (ins.opcode() != Op::ADD_TMP || ins.ref != 0) return false;
+    if (is_marker(v, kMarkerLimit) || v->type != Tag::STRING || !v->value.str || v->constant) return false;
+    // A movable cell gives its text away anyway; a fresh result would hand its
+    // ownership bit to the temp.
+    if ((v->flags & flag::MOVABLE) || (v->attrs & attr::FRESH_RESULT)) return false;
+    if (t->constant || (t->flags & flag::FIXED_TYPE) || t->type != Tag::INT) return false;
+    const std::vector<vrkinstr>& code = rs.b->code;
+    if (std::size_t{rs.ip} + 2 >= code.size()) return false;
+    const vrkinstr& load = code[rs.ip + 1];
+    if (load.opcode() != Op::LOAD || code[rs.ip + 2].opcode() != Op::ADD) return false;
+    // A LOAD naming a variable only puts that cell into the top slot.
+    const vrkvar* piece = var_at(operand_block(load), load.arg);
+    if (is_marker(piece, kMarkerLimit) || piece == v) return false;
+    return piece->type == Tag::STRING || piece->type == Tag::INT || piece->type == Tag::FLOAT;
+}
+
 }  // namespace
 
 bool pop_slot(vrkblock* b) {
@@ -43,10 +69,18 @@ bool pop_slot(vrkblock* b) {
     return true;
 }
 
-void operand_step(vrkblock* b, const vrkinstr& ins) {
+void operand_step(run_state& rs, const vrkinstr& ins) {
+    vrkblock* b = rs.b;
     vrkvar* v = top_slot(b);
     vrkvar* t = take_temp(b);
-    if (!is_marker(v, kMarkerLimit)) assign(t, v, b);
+    if (lends_text(rs, ins, v, t)) {
+        // The temp holds the text while the left operand keeps an empty
+        // string; the concatenation hands the text back and appends to it.
+        set_type(t, Tag::STRING, b);
+        t->value.str->swap(*v->value.str);
+    } else if (!is_marker(v, kMarkerLimit)) {
+        assign(t, v, b);
+    }
     b->stack.push_back(t);
     b->stack.push_back(nullptr);
     slot_load(b, ins);

@@ -203,33 +203,33 @@ TEST_F(JsonTextTest, Builtins) {
     set_int(compact_flag.get(), 1);
 
     std::vector<vrkvar*> none;
-    builtin_to_json_string(nullptr, none, nullptr, *result.get());
+    builtin_to_json_string(nullptr, nullptr, none, nullptr, *result.get());
     ASSERT_EQ(result->type, Tag::STRING);
     EXPECT_EQ(*result->value.str, "");
 
     std::vector<vrkvar*> two{source.get(), compact_flag.get()};
-    builtin_to_json_string(nullptr, two, nullptr, *result.get());
+    builtin_to_json_string(nullptr, nullptr, two, nullptr, *result.get());
     EXPECT_EQ(*result->value.str, "{\"n\": 3}");
     std::vector<vrkvar*> one{source.get()};
-    builtin_to_json_string(nullptr, one, nullptr, *result.get());
+    builtin_to_json_string(nullptr, nullptr, one, nullptr, *result.get());
     EXPECT_EQ(*result->value.str, "{\n    \"n\": 3\n}");
 
     // The argument is made a JSON value first, discarding what it held.
     OwnedCell number;
     set_int(number.get(), 5);
     std::vector<vrkvar*> coerced{number.get()};
-    builtin_to_json_string(nullptr, coerced, nullptr, *result.get());
+    builtin_to_json_string(nullptr, nullptr, coerced, nullptr, *result.get());
     EXPECT_EQ(number->type, Tag::JSON);
     EXPECT_EQ(*result->value.str, "[\n]");
 
     OwnedCell text, parsed;
     set_string(text.get(), "{\"a\": [1, 2]}");
     std::vector<vrkvar*> from{text.get()};
-    builtin_from_json_string(nullptr, from, nullptr, *parsed.get());
+    builtin_from_json_string(nullptr, nullptr, from, nullptr, *parsed.get());
     ASSERT_EQ(parsed->type, Tag::JSON);
     EXPECT_EQ(to_string(parsed->value.json, true), "{\"a\": [1, 2]}");
     std::vector<vrkvar*> wrong{text.get(), text.get()};
-    builtin_from_json_string(nullptr, wrong, nullptr, *parsed.get());
+    builtin_from_json_string(nullptr, nullptr, wrong, nullptr, *parsed.get());
     ASSERT_EQ(parsed->type, Tag::JSON);
     EXPECT_TRUE(parsed->value.json->elements.empty()) << "another count leaves the empty array";
 }

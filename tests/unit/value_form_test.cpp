@@ -445,53 +445,53 @@ TEST_F(ValueFormTest, ValueBuiltins) {
     OwnedCell value, result, buffer;
     set_string(value.get(), "hi");
     std::vector<vrkvar*> one{value.get()};
-    builtin_todata(nullptr, one, nullptr, *result.get());
+    builtin_todata(nullptr, nullptr, one, nullptr, *result.get());
     ASSERT_EQ(result->type, Tag::DATA);
     EXPECT_EQ(*result->value.data, (Bytes{'h', 'i'})) << "no terminator";
     set_int(value.get(), 0x0102);
-    builtin_todata(nullptr, one, nullptr, *result.get());
+    builtin_todata(nullptr, nullptr, one, nullptr, *result.get());
     EXPECT_EQ(*result->value.data, (Bytes{0x02, 0x01, 0, 0, 0, 0, 0, 0}));
     *as_intset(value.get()) = {1, -1};
-    builtin_todata(nullptr, one, nullptr, *result.get());
+    builtin_todata(nullptr, nullptr, one, nullptr, *result.get());
     EXPECT_EQ(*result->value.data, (Bytes{1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
     std::vector<vrkvar*> none;
-    builtin_todata(nullptr, none, nullptr, *result.get());
+    builtin_todata(nullptr, nullptr, none, nullptr, *result.get());
     EXPECT_TRUE(result->value.data->empty());
 
     // serialize / deserialize, with the result or a second argument.
     set_float(value.get(), 4.5);
-    builtin_serialize(nullptr, one, nullptr, *result.get());
+    builtin_serialize(nullptr, nullptr, one, nullptr, *result.get());
     EXPECT_EQ(*result->value.data, cell_bytes(value.get()));
     std::vector<vrkvar*> into{value.get(), buffer.get()};
     OwnedCell untouched;
-    builtin_serialize(nullptr, into, nullptr, *untouched.get());
+    builtin_serialize(nullptr, nullptr, into, nullptr, *untouched.get());
     EXPECT_EQ(*buffer->value.data, cell_bytes(value.get()));
     EXPECT_EQ(untouched->type, Tag::INT);
     {
         LogRecorder log;
         std::vector<vrkvar*> three{value.get(), buffer.get(), buffer.get()};
-        builtin_serialize(nullptr, three, nullptr, *untouched.get());
+        builtin_serialize(nullptr, nullptr, three, nullptr, *untouched.get());
         EXPECT_TRUE(log.saw("wrong params!"));
     }
 
     OwnedCell read;
     std::vector<vrkvar*> from{buffer.get()};
-    builtin_deserialize(nullptr, from, nullptr, *read.get());
+    builtin_deserialize(nullptr, nullptr, from, nullptr, *read.get());
     EXPECT_EQ(read->type, Tag::FLOAT);
     EXPECT_EQ(read->value.f, 4.5);
     OwnedCell second;
     std::vector<vrkvar*> from_into{buffer.get(), second.get()};
-    builtin_deserialize(nullptr, from_into, nullptr, *read.get());
+    builtin_deserialize(nullptr, nullptr, from_into, nullptr, *read.get());
     EXPECT_EQ(second->value.f, 4.5);
     EXPECT_EQ(read->type, Tag::INT) << "the result starts as INT 0";
     // Reading a buffer into itself works on a copy of the bytes.
     std::vector<vrkvar*> self{buffer.get(), buffer.get()};
-    builtin_deserialize(nullptr, self, nullptr, *read.get());
+    builtin_deserialize(nullptr, nullptr, self, nullptr, *read.get());
     EXPECT_EQ(buffer->type, Tag::FLOAT);
     as_data(buffer.get())->clear();
     {
         LogRecorder log;
-        builtin_deserialize(nullptr, from, nullptr, *read.get());
+        builtin_deserialize(nullptr, nullptr, from, nullptr, *read.get());
         EXPECT_EQ(read->type, Tag::INT);
         EXPECT_EQ(log.errors(), 0u) << "an empty buffer is not read at all";
     }
@@ -500,19 +500,19 @@ TEST_F(ValueFormTest, ValueBuiltins) {
     OwnedCell json(Tag::JSON);
     set_int(add_element(json.get(), "a"), 1);
     std::vector<vrkvar*> j{json.get()};
-    builtin_jsontodata(nullptr, j, nullptr, *result.get());
+    builtin_jsontodata(nullptr, nullptr, j, nullptr, *result.get());
     EXPECT_EQ(*result->value.data, list_bytes(json.get()));
     std::vector<vrkvar*> d{result.get()};
     OwnedCell parsed;
-    builtin_datatojson(nullptr, d, nullptr, *parsed.get());
+    builtin_datatojson(nullptr, nullptr, d, nullptr, *parsed.get());
     ASSERT_EQ(parsed->type, Tag::JSON);
     EXPECT_EQ(to_string(parsed->value.json, true), "{\"a\": 1}");
     OwnedCell not_json;
     std::vector<vrkvar*> wrong{not_json.get()};
-    builtin_jsontodata(nullptr, wrong, nullptr, *result.get());
+    builtin_jsontodata(nullptr, nullptr, wrong, nullptr, *result.get());
     ASSERT_EQ(result->type, Tag::DATA);
     EXPECT_TRUE(result->value.data->empty());
-    builtin_datatojson(nullptr, wrong, nullptr, *parsed.get());
+    builtin_datatojson(nullptr, nullptr, wrong, nullptr, *parsed.get());
     EXPECT_EQ(parsed->type, Tag::JSON) << "a first argument that is not DATA changes nothing";
 }
 
