@@ -123,7 +123,13 @@ void copy_payload(vrkvar* dest, vrkvar* src, vrkblock* caller) {
             break;
         case Tag::STRING:
         case Tag::ERR:
-            *dest->value.str = src->value.str ? *src->value.str : std::string();
+            // Assigned straight from the source's text (no temporary string in
+            // between), so that the destination keeps its own buffer.
+            if (src->value.str) {
+                *dest->value.str = *src->value.str;
+            } else {
+                dest->value.str->clear();
+            }
             break;
         case Tag::FUNCTION:
             copy_function(dest, src, caller);
@@ -314,7 +320,14 @@ void assign(vrkvar* dest, vrkvar* src, vrkblock* block) {
 
     // The closure is judged by the attrs the cell had while it held it.
     const uint16_t held_attrs = dest->attrs;
-    if (dest->type == Tag::FUNCTION) closure_release(dest, held_attrs);
+    if (dest->type == Tag::FUNCTION) {
+        closure_release(dest, held_attrs);
+        // A builtin's record is not the cell's to release, and once the mask
+        // below has taken the native bit away nothing tells it from a closure:
+        // the type change or the next capture would release it as one (a
+        // script storing into a builtin's name, `count = 2`).
+        if (held_attrs & attr::NATIVE_FUNCTION) dest->value.native = nullptr;
+    }
     dest->attrs &= attr::KEEP_MASK;
     // A fresh native result becomes owned by the destination; the bit is set
     // once the copy is done, as the type change clears result bits.

@@ -82,12 +82,14 @@ Route route_of(Tag high) {
 // the two texts are appended to it; when it is one of the operands the text is
 // built first, since the reset would empty it before it is read. A left
 // operand that expires with the operation hands its text over instead of
-// having it copied: the emptied result buffer goes to it in exchange.
+// having it copied, when that is the same as appending it: the result is empty
+// (a constant result keeps its text, the reset does not touch it), and the
+// emptied result buffer goes to the operand in exchange.
 void concatenate(vrkvar* lhs, vrkvar* rhs, vrkvar* res, bool lhs_expires) {
     if (res != lhs && res != rhs) {
         reset(res, Tag::STRING);
         if (res->is(Tag::STRING) && res->value.str) {
-            if (lhs_expires && lhs != rhs && lhs->is(Tag::STRING) && lhs->value.str) {
+            if (lhs_expires && lhs != rhs && lhs->is(Tag::STRING) && lhs->value.str && res->value.str->empty()) {
                 res->value.str->swap(*lhs->value.str);
             } else {
                 append_string(lhs, *res->value.str);

@@ -47,15 +47,44 @@ void arithmetic(vrkblock* b, BinOp op) {
             res = &b->scratch;
         }
     }
+    // The left operand is the temp of the operand step, given back below: its
+    // payload may go into the result.
+    const bool lhs_is_temp = is_pooled_temp(b, lhs);
     // Division has a guard of its own for null operands.
     if (op != BinOp::div && (is_null_operand(lhs) || is_null_operand(rhs))) {
         runtime_error("NULLPTR", b);
     } else {
-        // The left operand is the temp of the operand step, given back below:
-        // its payload may go into the result.
-        binary_op(b, op, lhs, rhs, &res, is_pooled_temp(b, lhs));
+        binary_op(b, op, lhs, rhs, &res, lhs_is_temp);
     }
-    free_temp(b, lhs);
+    if (lhs_is_temp) return_temp(b, lhs);
+}
+
+void add_values(run_state& rs) {
+    vrkblock* b = rs.b;
+    vrkvar* kept = rs.kept_left;
+    rs.kept_left = nullptr;
+    const std::size_t size = b->stack.size();
+    if (kept && rs.kept_at + 2 == rs.ip && size >= 3 && b->stack[size - 2] == rs.kept_temp &&
+        b->stack[size - 3] == kept) {
+        // Only the LOAD of the piece ran since the operand step, which left
+        // the string in place: what the concatenation would build from a copy
+        // of it is the string followed by the piece, in the same cell, with
+        // the fields a reset clears cleared.
+        vrkvar* piece = b->stack.back();
+        b->stack.pop_back();
+        b->stack.pop_back();
+        if (is_null_operand(piece)) {
+            runtime_error("NULLPTR", b);
+        } else {
+            kept->block = nullptr;
+            kept->aux = 0;
+            kept->attrs &= attr::KEEP_MASK;
+            append_string(piece, *kept->value.str);
+        }
+        return_temp(b, rs.kept_temp);
+        return;
+    }
+    arithmetic(b, BinOp::add);
 }
 
 void bit_operation(vrkblock* b, const vrkinstr& ins) {

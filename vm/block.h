@@ -139,7 +139,6 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     const vrkinstr* current_instruction = nullptr;  // set during an object's element access
     std::unique_ptr<std::vector<vrkobject*>> object_stack;  // objects being indexed (lazy)
     std::unique_ptr<std::vector<vrkblock*>> copies;         // run-time copies of this block (lazy)
-    uint64_t copies_checked = 0;       // blocks destroyed (context count) when `copies` was last cleared of dead ones
     std::unique_ptr<std::vector<vrkblock*>> children;       // owned nested blocks (lazy)
     std::unique_ptr<std::vector<vrkblock*>> die_blocks;     // functions named `die` declared here (lazy)
     std::shared_ptr<std::map<std::string, uint32_t>> names;  // variable name to index (lazy; shared by copies)
@@ -173,6 +172,7 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     uint8_t running = 0;               // the run loop is inside this block
     uint8_t hold = 0;                  // kept in the suspended set by a wait
     std::vector<vrkvar*> callblocks;   // one temp per call in preparation: the callee cell
+    uint64_t copies_checked = 0;       // blocks destroyed (context count) when `copies` was last cleared of dead ones
 
     // ---- lazy containers --------------------------------------------------------------
     std::map<std::string, uint32_t>& get_names();

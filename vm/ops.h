@@ -37,6 +37,11 @@ struct run_state {
     uint32_t ip;    // index of the instruction being executed
     uint32_t next;  // index of the instruction to execute after it
     bool resumed;   // this is the first instruction of a resumed run
+    // A string left in place by the operand step of a `+` two instructions on
+    // (operand_step), the temp that stands for it, and where that step ran.
+    vrkvar* kept_left = nullptr;
+    vrkvar* kept_temp = nullptr;
+    uint32_t kept_at = 0;
 };
 
 // Pointer values of cells below this are no-value markers wherever a store or a
@@ -113,6 +118,8 @@ void deref_top(vrkblock* b);
 // ---- arithmetic (vm/arith.cpp) ------------------------------------------------------------
 // ADD, SUB, MULT, DIV, EXP: [.. res t rhs] -> [.. res], res := t op rhs.
 void arithmetic(vrkblock* b, BinOp op);
+// ADD: arithmetic, or the append in place of a string the operand step kept.
+void add_values(run_state& rs);
 // BIT_OR, BIT_XOR, BIT_AND on the integer values of both operands.
 void bit_operation(vrkblock* b, const vrkinstr& ins);
 // INC and DEC in place on the top cell.

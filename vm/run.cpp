@@ -76,20 +76,30 @@ vrkvar* early_end(vrkblock* b, Flow flow) {
 }
 
 // The step budget has run out. It stays spent (at 1, so that every further
-// instruction of every run comes here again) until the host sets a new one.
-// Only the first time is reported. A run stops where it holds nothing half
-// done: not on the first instruction of a resumed run, and with nothing on its
-// stack, no call being prepared, no parameters bound and nothing it waits for.
-// Elsewhere it goes on to such a place; its callees stop at once, since a
-// fresh run starts at one.
-bool budget_stop(vrkcontext& ctx, vrkblock* b, const run_state& rs) {
+// instruction of every run comes here again) until the host sets a new one;
+// only the first time is reported. A run ends at its next instruction, except
+// where ending it would leave something half done: on the first instruction of
+// a resumed run, while it waits for a callee, and while arguments are being
+// bound (the parameters go back only once all of them are). There it goes on
+// for a few instructions: the waiting chain resumes down to its innermost
+// block, a call being bound is made, and the callee ends at once.
+bool budget_stop(vrkcontext& ctx, const vrkblock* b, const run_state& rs) {
     ctx.step_budget = 1;
     if (!ctx.step_budget_spent) {
         ctx.step_budget_spent = true;
         log().error("step budget used up: script runs stopped");
     }
-    return !rs.resumed && b->stack.size() == 1 && b->callblocks.empty() && !b->params_bound &&
-           !b->waiting_on;
+    return !rs.resumed && !b->waiting_on && !(b->params_bound && !b->params.empty());
+}
+
+// The end of a run stopped by the step budget. What the next instructions
+// would have taken up (the owner of a member call, the objects being indexed)
+// is forgotten; then the run ends as a normal end does, whose clean-up gives
+// back the temporaries still in use.
+vrkvar* forced_end(vrkblock* b) {
+    b->member_owner = nullptr;
+    if (b->object_stack) b->object_stack->clear();
+    return normal_end(b);
 }
 
 // Keeps the depth budget: one nested run taken on entry, given back at every
@@ -132,7 +142,7 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     uint64_t& steps = ctx.step_budget;
     while (rs.ip < count) {
         if (--steps == 0) [[unlikely]] {
-            if (budget_stop(ctx, b, rs)) return normal_end(b);
+            if (budget_stop(ctx, b, rs)) return forced_end(b);
         }
         vrkinstr& ins = code[rs.ip];
         rs.next = rs.ip + 1;
@@ -149,7 +159,7 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
             case Op::EXP_TMP:
             case Op::BIT_TMP:
             case Op::TMP: operand_step(rs, ins); break;
-            case Op::ADD: arithmetic(b, BinOp::add); break;
+            case Op::ADD: add_values(rs); break;
             case Op::SUB: arithmetic(b, BinOp::sub); break;
             case Op::MULT: arithmetic(b, BinOp::mult); break;
             case Op::DIV: arithmetic(b, BinOp::div); break;

@@ -1,5 +1,6 @@
 // What every end of a run does, and the forced stop of a suspended chain.
 #include <algorithm>
+#include <vector>
 
 #include "host/log.h"
 #include "objects/object.h"
@@ -85,6 +86,20 @@ void stop_run(vrkblock* block, bool cascade) {
         vrkblock* up = top->caller;
         if (!up || up == top || !block_alive(up)) break;
         top = up;
+    }
+    // Displaced parameters go back innermost first, as the calls would have
+    // returned. Calls of one block nested in a chain (a function calling itself
+    // while it runs) displace the same variables twice; put back outermost
+    // first, a variable would keep an argument cell that its caller's clean-up
+    // then frees.
+    std::vector<vrkblock*> chain;
+    for (vrkblock* b = top; b && block_alive(b) && chain.size() < 100000; b = b->waiting_on) {
+        if (b->resume_at != 0) chain.push_back(b);
+        if (!cascade || b->waiting_on == b) break;
+    }
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        vrkblock* b = *it;
+        if (b->params_bound && !b->params.empty() && b->callee) restore_params(b);
     }
     for (int guard = 0; top && block_alive(top) && guard < 100000; ++guard) {
         vrkblock* next = top->waiting_on;

@@ -36,18 +36,19 @@ bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
 // operand step and then copy it again into the result: twice the whole text for
 // every append. When the right operand is a single LOAD and the `+` follows it
 // at once, nothing that runs between this step and the `+` can read or change
-// the left cell, and the `+` writes its result into that very cell. The text
-// then moves into the temp instead of being copied, and the concatenation
-// (which takes the text of an expiring temp) moves it back. Only cells whose
-// copy would be a plain text copy qualify, and only right operands whose text
-// runs no script or object code.
-bool lends_text(const run_state& rs, const vrkinstr& ins, vrkvar* v, const vrkvar* t) {
+// the left cell, and the `+` writes its result into that very cell, which would
+// end up as its own text followed by the piece. The step then copies nothing:
+// the string stays where it is, the temp is taken (and given back by the `+`)
+// as usual, and the `+` appends the piece in place (add_values, vm/arith.cpp).
+// Should the run end in between, the string has not been touched. Only plain
+// string cells qualify, and only pieces whose text runs no script or object
+// code.
+bool keeps_left_in_place(const run_state& rs, const vrkinstr& ins, const vrkvar* v) {
     if (ins.opcode() != Op::ADD_TMP || ins.ref != 0) return false;
     if (is_marker(v, kMarkerLimit) || v->type != Tag::STRING || !v->value.str || v->constant) return false;
-    // A movable cell gives its text away anyway; a fresh result would hand its
-    // ownership bit to the temp.
+    // A movable cell gives its text to the temp instead; a fresh result would
+    // hand its ownership bit over.
     if ((v->flags & flag::MOVABLE) || (v->attrs & attr::FRESH_RESULT)) return false;
-    if (t->constant || (t->flags & flag::FIXED_TYPE) || t->type != Tag::INT) return false;
     const std::vector<vrkinstr>& code = rs.b->code;
     if (std::size_t{rs.ip} + 2 >= code.size()) return false;
     const vrkinstr& load = code[rs.ip + 1];
@@ -73,11 +74,10 @@ void operand_step(run_state& rs, const vrkinstr& ins) {
     vrkblock* b = rs.b;
     vrkvar* v = top_slot(b);
     vrkvar* t = take_temp(b);
-    if (lends_text(rs, ins, v, t)) {
-        // The temp holds the text while the left operand keeps an empty
-        // string; the concatenation hands the text back and appends to it.
-        set_type(t, Tag::STRING, b);
-        t->value.str->swap(*v->value.str);
+    if (keeps_left_in_place(rs, ins, v)) {
+        rs.kept_left = v;
+        rs.kept_temp = t;
+        rs.kept_at = rs.ip;
     } else if (!is_marker(v, kMarkerLimit)) {
         assign(t, v, b);
     }

@@ -11,7 +11,10 @@
 // depend on each other and memory does not grow.
 //
 // Builtins that would end the process, wait for real time or touch the world
-// outside are registered anew under their names with harmless stand-ins.
+// outside are registered anew under their names with harmless stand-ins. The
+// heap is watched as well: a script that doubles a string in a loop takes all
+// memory within a few dozen steps, so once the live heap passes its budget the
+// step budget is spent and every run ends at its next instruction.
 // Run with -close_fd_mask=1: the log writes to standard output.
 #include <algorithm>
 #include <cstddef>
@@ -25,20 +28,45 @@
 #include "host/init_script.h"
 #include "host/script_lock.h"
 #include "values/cell.h"
+#include "values/pools.h"
 #include "vm/block.h"
 #include "vm/run.h"
 #include "vm/sleep.h"
+
+// The allocator interface of the sanitizer runtime the target is linked with.
+extern "C" {
+int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*, std::size_t),
+                                              void (*free_hook)(const volatile void*));
+std::size_t __sanitizer_get_current_allocated_bytes();
+}
 
 namespace {
 
 using namespace vrk;
 
 // Instructions one input may run in all, its frames included.
-constexpr uint64_t kStepBudget = 200000;
+constexpr uint64_t kStepBudget = 100000;
 // Nested runs one input may have; far below what the host stack holds.
 constexpr uint32_t kDepthBudget = 160;
 // Frames driven after the root block has run.
 constexpr int kFrames = 8;
+// Live heap at which an input's runs are stopped, looked at on large
+// allocations only.
+constexpr std::size_t kHeapBudget = std::size_t{64} << 20;
+constexpr std::size_t kLargeAllocation = std::size_t{64} << 10;
+
+// Called by the sanitizer runtime on every allocation; installed once the
+// process context exists. Only while an input's budget is running (between 1
+// and kStepBudget) does a large heap spend it.
+void watch_allocation(const volatile void*, std::size_t size) {
+    if (size < kLargeAllocation) return;
+    vrkcontext& ctx = context();
+    if (ctx.step_budget > 1 && ctx.step_budget <= kStepBudget &&
+        __sanitizer_get_current_allocated_bytes() > kHeapBudget)
+        ctx.step_budget = 1;
+}
+
+void ignore_release(const volatile void*) {}
 
 // Stand-in of builtins that end the process or reach outside it: no effect,
 // no value.
@@ -90,7 +118,8 @@ void restore_registered_cells(vrkscript& engine) {
         vrkvar* cell = vars[i];
         const vrkvar& was = saved[i];
         if (cell->type == was.type && cell->block == was.block && cell->value.ptr == was.value.ptr &&
-            cell->flags == was.flags && cell->attrs == was.attrs && cell->aux == was.aux && cell->constant == was.constant)
+            cell->flags == was.flags && cell->attrs == was.attrs && cell->aux == was.aux &&
+            cell->constant == was.constant)
             continue;
         // A payload of its own goes; the registered one stays with the cell.
         if (cell->value.ptr != was.value.ptr) {
@@ -103,6 +132,14 @@ void restore_registered_cells(vrkscript& engine) {
 
 vrkscript& shared_engine() {
     static vrkscript* engine = [] {
+        // Nothing is kept for reuse: every freed record goes back to the
+        // allocator, so that the sanitizer sees any use after its release.
+        vrkpools& pools = context().pools;
+        pools.cell_pool.cap = 0;
+        pools.element_pool.cap = 0;
+        pools.json_pool.cap = 0;
+        pools.string_pool.cap = 0;
+        pools.data_pool.cap = 0;
         auto* e = new vrkscript();
         context().main_thread = current_thread_id();
         // The host's own functions, as a one-shot run has them.
@@ -111,6 +148,7 @@ vrkscript& shared_engine() {
         for (const char* name : kInertNames) replace_builtin(*e, name, inert);
         replace_builtin(*e, "sleep", short_sleep);
         remember_registered_cells(*e);
+        __sanitizer_install_malloc_and_free_hooks(watch_allocation, ignore_release);
         return e;
     }();
     return *engine;
@@ -136,7 +174,8 @@ void clear_input(vrkscript& engine, vrkparser* parser) {
 
     // Handles of blocks that are gone resolve to nothing.
     auto& sleeping = engine.sleepingBlocks;
-    sleeping.erase(std::remove_if(sleeping.begin(), sleeping.end(), [](const vrkblock_handle& h) { return !h.get(); }),
+    sleeping.erase(std::remove_if(sleeping.begin(), sleeping.end(),
+                                  [](const vrkblock_handle& h) { return !h.get(); }),
                    sleeping.end());
     engine.removedSleepers.clear();
     restore_registered_cells(engine);
@@ -163,7 +202,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     // As in a one-shot run, the root block runs even when compiling failed.
     if (parser && parser->root_block) run(parser->root_block, nullptr, 0, kSelfUnchanged);
     for (int i = 0; i < kFrames; ++i) {
-        if (engine.sleepingBlocks.empty() && engine.newSleepers.empty() && engine.parsersToRemove.empty()) break;
+        if (engine.sleepingBlocks.empty() && engine.newSleepers.empty() && engine.parsersToRemove.empty())
+            break;
         engine.frame(true);
     }
 

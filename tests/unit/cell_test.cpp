@@ -279,6 +279,68 @@ TEST_F(CellTest, MovableSourcesGiveTheirPayloadAway) {
     EXPECT_EQ(fresh->attrs & attr::FRESH_RESULT, 0);
 }
 
+TEST_F(CellTest, AStringCopyKeepsTheDestinationBuffer) {
+    vrkvar* dest = string_cell("");
+    dest->value.str->reserve(100);
+    const char* buffer = dest->value.str->data();
+    assign(dest, string_cell("a text that does not fit a short string"));
+    EXPECT_EQ(*dest->value.str, "a text that does not fit a short string");
+    EXPECT_EQ(dest->value.str->data(), buffer);
+
+    vrkvar* empty = cell(Tag::STRING);
+    string_free(empty->value.str);
+    empty->value.str = nullptr;
+    assign(dest, empty);
+    EXPECT_EQ(dest->type, Tag::STRING);
+    EXPECT_TRUE(dest->value.str->empty()) << "a string cell without text copies as the empty string";
+    empty->value.str = string_new();
+}
+
+TEST_F(CellTest, NumbersCopyIntoNumbersOfTheirType) {
+    vrkvar* src = int_cell(42);
+    src->attrs = attr::FRESH_RESULT | attr::NO_REF_WRAP;
+    src->aux = 3;
+    vrkvar* dest = int_cell(1);
+    dest->attrs = attr::OWNS_RESULT | attr::BY_REF_PARAM | attr::INSTANCE_CELL;
+    dest->aux = 9;
+    dest->block = reinterpret_cast<vrkblock*>(dest);
+    assign(dest, src);
+    EXPECT_EQ(dest->value.i, 42);
+    EXPECT_EQ(dest->aux, 0);
+    EXPECT_EQ(dest->block, nullptr);
+    EXPECT_EQ(dest->attrs, attr::BY_REF_PARAM | attr::OWNS_RESULT) << "kept bits, and the fresh result moved over";
+    EXPECT_EQ(src->attrs, attr::NO_REF_WRAP);
+    EXPECT_EQ(src->aux, 3) << "the source is only read";
+
+    vrkvar* f = cell(Tag::FLOAT);
+    vrkvar* g = cell(Tag::FLOAT);
+    set_float(g, 2.5);
+    assign(f, g);
+    EXPECT_EQ(f->type, Tag::FLOAT);
+    EXPECT_DOUBLE_EQ(f->value.f, 2.5);
+    assign(f, src);
+    EXPECT_EQ(f->type, Tag::INT) << "another number type changes the tag";
+
+    vrkvar* fixed = cell(Tag::FLOAT);
+    fixed->flags = flag::FIXED_TYPE;
+    vrkvar* i = int_cell(3);
+    assign(fixed, g);
+    assign(i, fixed);
+    EXPECT_EQ(i->type, Tag::FLOAT);
+    vrkvar* constant = int_cell(5);
+    constant->constant = 1;
+    const std::string out = captured([&] { assign(constant, src); });
+    EXPECT_EQ(constant->value.i, 5);
+    EXPECT_NE(out.find("tried to override const var!!"), std::string::npos);
+
+    // Resetting a number to its own type clears it the same way.
+    dest->aux = 4;
+    dest->attrs = attr::OWNS_RESULT | attr::BY_REF_PARAM;
+    reset(dest, Tag::INT);
+    EXPECT_TRUE(dest->type == Tag::INT && dest->value.i == 0 && dest->aux == 0 && dest->block == nullptr);
+    EXPECT_EQ(dest->attrs, attr::BY_REF_PARAM);
+}
+
 TEST_F(CellTest, FixedTypeConvertsTheSource) {
     vrkvar* i = int_cell(0);
     i->flags = flag::FIXED_TYPE;

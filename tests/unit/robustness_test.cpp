@@ -13,7 +13,9 @@
 #include "host/log.h"
 #include "host/script_lock.h"
 #include "values/cell.h"
+#include "values/pools.h"
 #include "vm/block.h"
+#include "vm/instruction.h"
 #include "vm/run.h"
 
 namespace vrk {
@@ -45,6 +47,21 @@ protected:
         parsers.clear();
         engine.reset();
         set_budgets(0, 0);
+        vrkpools& pools = context().pools;
+        pools.cell_pool.cap = kPoolCap;
+        pools.element_pool.cap = kPoolCap;
+        pools.json_pool.cap = kPoolCap;
+        pools.string_pool.cap = kPoolCap;
+    }
+
+    // Freed records go back to the allocator at once instead of being kept for
+    // reuse, so that a sanitizer build sees any use after release.
+    static void pools_off() {
+        vrkpools& pools = context().pools;
+        pools.cell_pool.cap = 0;
+        pools.element_pool.cap = 0;
+        pools.json_pool.cap = 0;
+        pools.string_pool.cap = 0;
     }
 
     static void set_budgets(uint64_t steps, uint32_t depth) {
@@ -103,6 +120,40 @@ TEST_F(RobustnessTest, StepBudgetUnwindsNestedRuns) {
     EXPECT_EQ(run_script("f() {\n    return 7;\n}\nprint(f());\n"), Strings{"7"});
 }
 
+// The unknown name leaves a slot on the root's stack for good, so the root
+// never stands at an empty stack again; it still ends at its next instruction.
+TEST_F(RobustnessTest, StepBudgetEndsARunWhoseStackNeverEmpties) {
+    set_budgets(5000, 0);
+    run_script(std::string("U\0-while(1) { ++}\n", 18));
+    EXPECT_EQ(count_logged("step budget used up"), 1);
+    EXPECT_EQ(parsers.back()->root_block->resume_at, 0u);
+}
+
+// A run may be stopped at any instruction of a call: before, between and
+// after its arguments, while they are bound, in the callee.
+TEST_F(RobustnessTest, StepBudgetStopsAnywhereInACall) {
+    const std::string script =
+        "one(a) {\n    return a;\n}\nthree(a, b, c) {\n    return a + b + c;\n}\n"
+        "class C = {\n    v = 1;\n    get(x) {\n        return v + x;\n    }\n};\n"
+        "c = C;\nl = [1, [2, 3], k = \"s\"];\nn = 0;\n"
+        "while (1) {\n    n = one(n) + three(1, 2, 3) + one(one(1));\n"
+        "    m = c.get(l[1][0]) + one(l.k);\n    l[0] = [m, three(m, n, 1)];\n}\n";
+    pools_off();
+    // Every stopping point of the first iterations.
+    for (uint64_t budget = 1; budget < 400; ++budget) {
+        set_budgets(budget, 0);
+        messages.clear();
+        run_script(script);
+        vrkblock* root = parsers.back()->root_block;
+        EXPECT_EQ(root->resume_at, 0u) << budget;
+        EXPECT_EQ(count_logged("already running"), 0) << budget;
+        EXPECT_EQ(count_logged("step budget used up"), 1) << budget;
+        parsers.clear();
+    }
+    set_budgets(0, 0);
+    EXPECT_EQ(run_script("one(a) {\n    return a;\n}\nprint(one(4));\n"), Strings{"4"});
+}
+
 TEST_F(RobustnessTest, StepBudgetEndsEndlessRecursion) {
     set_budgets(20000, 64);
     run_script("twice(n) {\n    twice(n + 1);\n    twice(n + 1);\n}\ntwice(0);\nprint(\"after\");\n");
@@ -120,8 +171,8 @@ TEST_F(RobustnessTest, DepthBudgetRefusesTooDeepRuns) {
 
 TEST_F(RobustnessTest, DepthBudgetLeavesShallowRunsAlone) {
     set_budgets(0, 40);
-    EXPECT_EQ(run_script("sum(n) {\n    if (n == 0) {\n        return 0;\n    }\n    return n + sum(n - 1);\n}\n"
-                         "print(sum(5));\n"),
+    EXPECT_EQ(run_script("sum(n) {\n    if (n == 0) {\n        return 0;\n    }\n"
+                         "    return n + sum(n - 1);\n}\nprint(sum(5));\n"),
               Strings{"15"});
     EXPECT_EQ(count_logged("budget"), 0);
 }
@@ -146,6 +197,63 @@ TEST_F(RobustnessTest, NestingWithinTheLimitCompiles) {
     const std::string nested = std::string(60, '(') + "2" + std::string(60, ')');
     EXPECT_EQ(run_script("x = " + nested + " + 1;\nprint(x);\n"), Strings{"3"});
     EXPECT_EQ(count_logged("tokens nest deeper than"), 0);
+}
+
+// ---- machine --------------------------------------------------------------------------
+
+// The root calls the function `{b(2}` with an argument; its body calls the
+// function again with one. Neither call is given a copy (the function declares
+// no parameter), so both bind into the same variables, and the inner call is
+// refused (the block is running): the chain waits for good. Stopping it must
+// put the variables back innermost first, or the function keeps an argument
+// cell that the root's clean-up frees.
+TEST_F(RobustnessTest, StoppingAChainPutsParametersBackInnermostFirst) {
+    parsers.push_back(std::make_unique<vrkparser>(engine.get(), std::string("{b(2}#\t", 8), false, true));
+    vrkblock* root = parsers.back()->root_block;
+    ASSERT_NE(root, nullptr);
+    ASSERT_TRUE(root->children && !root->children->empty());
+    vrkblock* body = root->children->front();
+    const std::vector<vrkvar*> before = *body->vars;
+
+    run(root, nullptr, 0, kSelfUnchanged);
+    EXPECT_NE(root->resume_at, 0u) << "the chain waits";
+    stop_run(root, true);
+    EXPECT_EQ(*body->vars, before);
+    EXPECT_EQ(root->resume_at, 0u);
+    parsers.clear();
+}
+
+// ---- values -------------------------------------------------------------------------
+
+// A store into a builtin's name replaces the cell's value; the builtin's
+// record stays as it was, whatever the cell holds next: a number, or a lambda,
+// whose captures would otherwise be stored over the record.
+TEST_F(RobustnessTest, StoringIntoABuiltinNameLeavesItsRecordAlone) {
+    int calls = 0;
+    auto counting = [&calls](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& result) -> vrkvar* {
+        ++calls;
+        return &result;
+    };
+    std::vector<vrknative*> records;
+    for (const char* name : {"probe", "probe2"})
+        records.push_back(engine->registerFunction(name, counting, 0, nullptr, "counts its calls", false, true)
+                              ->value.native);
+    auto bytes = [](const vrknative* record) {
+        const auto* raw = reinterpret_cast<const unsigned char*>(record);
+        return std::vector<unsigned char>(raw, raw + sizeof(vrknative));
+    };
+    const auto before0 = bytes(records[0]);
+    const auto before1 = bytes(records[1]);
+
+    run_script("probe = 2;\nprobe = \"text\";\nk = 1;\n"
+               "probe2 = [k](x) {\n    return x + k;\n};\nprobe2 = 3;\n");
+    EXPECT_EQ(bytes(records[0]), before0);
+    EXPECT_EQ(bytes(records[1]), before1);
+
+    std::vector<vrkvar*> args;
+    vrkvar result;
+    for (vrknative* record : records) record->fn(nullptr, args, nullptr, result);
+    EXPECT_EQ(calls, 2);
 }
 
 }  // namespace

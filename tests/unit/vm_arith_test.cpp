@@ -1,6 +1,8 @@
 // Arithmetic instructions: the operand step and binary operators, the bit
 // operators, INC/DEC, NOT and INVERT.
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "support/program.h"
 
@@ -58,6 +60,75 @@ TEST_F(VmArithTest, NullOperandsAndMissingResultSlots) {
     EXPECT_EQ(to_int(top), 3) << "+ without a result slot answers in the result cell";
     EXPECT_EQ(run(Op::SUB_TMP, Op::SUB, false, false, &top).find("INVALID_STACK"), std::string::npos);
     EXPECT_EQ(to_int(top), -3) << "other operators use scratch silently";
+}
+
+TEST_F(VmArithTest, AppendingToAStringKeepsItsTextAndItsBuffer) {
+    // `s += piece`: LOAD s; ADD_TMP; LOAD piece; ADD.
+    auto append = [this](const std::string& text, const std::function<uint32_t(program&)>& piece,
+                         Op step = Op::ADD_TMP, Op op = Op::ADD, uint16_t flags = 0) {
+        program p = w.block();
+        const uint32_t s = p.variable("s");
+        set_string(p.var(s), text);
+        p.var(s)->flags = flags;
+        p.var(s)->value.str->reserve(64);
+        const char* buffer = p.var(s)->value.str->data();
+        const uint32_t with = piece(p);
+        p.load(s).emit(step).load(with).emit(op);
+        const std::string out = output_of([&] { p.run(); });
+        EXPECT_EQ(p.temps_in_use(), 0);
+        EXPECT_EQ(p.block()->stack.size(), 1u);
+        EXPECT_EQ(p.var(s)->value.str->data(), buffer) << "the text stays where it was";
+        return std::make_pair(to_string(p.var(s)), out);
+    };
+    EXPECT_EQ(append("abc", [](program& p) { return p.constant_string("de"); }).first, "abcde");
+    EXPECT_EQ(append("abc", [](program& p) { return p.constant(7); }).first, "abc7");
+    EXPECT_EQ(append("", [](program& p) { return p.constant_string("x"); }).first, "x");
+    EXPECT_EQ(append("T", [](program& p) { return p.constant(12); }, Op::ADD_TMP, Op::ADD, flag::FIXED_TYPE).first,
+              "T12")
+        << "a typed string appends the same way";
+    EXPECT_EQ(append("abc", [](program& p) { return static_cast<uint32_t>(p.block()->find_var_index("s")); }).first,
+              "abcabc");
+    const auto refused = append("abc", [](program& p) { return p.constant_string("c"); }, Op::SUB_TMP, Op::SUB);
+    EXPECT_EQ(refused.first, "abc") << "a refused operator leaves the string alone";
+    EXPECT_NE(refused.second.find("SUB_INVALID_TYPE"), std::string::npos);
+
+    // A constant on the left refuses the reset and keeps its text, so the sum is
+    // appended to it: the name of an unknown variable is such a constant.
+    program k = w.block();
+    const uint32_t name = k.constant_string("i");
+    k.load(name).emit(Op::ADD_TMP).load(k.constant(4)).emit(Op::ADD);
+    k.run();
+    EXPECT_EQ(to_string(k.var(name)), "ii4");
+    EXPECT_EQ(k.temps_in_use(), 0);
+
+    // A sum into the hidden variable leaves its left operand as it was.
+    program p = w.block();
+    const uint32_t a = p.variable("a");
+    set_string(p.var(a), "left");
+    p.binary(Op::ADD_TMP, Op::ADD, a, p.constant_string("-right"));
+    EXPECT_EQ(to_string(p.run()), "left-right");
+    EXPECT_EQ(to_string(p.var(a)), "left");
+    EXPECT_EQ(p.temps_in_use(), 0);
+}
+
+TEST_F(VmArithTest, AStringLeftInPlaceSurvivesARunThatEndsBeforeThePlus) {
+    // The step budget runs out between the operand step and the `+`: the run
+    // ends there, and the string is what it was.
+    program p = w.block();
+    const uint32_t s = p.variable("s");
+    set_string(p.var(s), "abc");
+    p.load(s).emit(Op::ADD_TMP).load(p.constant_string("de")).emit(Op::ADD);
+    context().step_budget = 3;
+    context().step_budget_spent = false;
+    output_of([&] { p.run(); });
+    context().step_budget = 0;
+    context().step_budget_spent = false;
+    EXPECT_EQ(to_string(p.var(s)), "abc");
+    EXPECT_EQ(p.temps_in_use(), 0);
+
+    // Run again without a budget: the append happens.
+    p.run();
+    EXPECT_EQ(to_string(p.var(s)), "abcde");
 }
 
 TEST_F(VmArithTest, IncrementAndDecrementInPlace) {
