@@ -23,6 +23,7 @@
 // of the function, and the store of the function value into a variable takes
 // those into its closure. A call loads the closure into the variables `a` and
 // `b` of the block that runs the function.
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -178,6 +179,11 @@ void declare_capture(vrkblock* b, vrkblock* fn, std::string name) {
     fn->get_captures().emplace_back(target, source);
 }
 
+// Whether the cell is still one of the block's variables.
+bool holds_cell(const vrkblock* b, const vrkvar* cell) {
+    return b->vars && std::find(b->vars->begin(), b->vars->end(), cell) != b->vars->end();
+}
+
 // The store of the function value, which the declaration left in the top
 // slot, into the function's variable.
 void store_function(vrkblock* b, const function_head& head) {
@@ -237,7 +243,17 @@ vrkvar* token_function_declaration(vrkblock* b, function_head& head, std::string
     // The body: its placeholder loads the constant cell of the child.
     if (const std::size_t eq = scoped_hit(body, '='); eq != npos) body = body.substr(eq + 1);
     int32_t child = 0;
+    const bool type_here = head.return_type && holds_cell(b, head.return_type);
     compile_token(b, body, false, &child, true);
+    // A body that turns out to be no block (a `for` without one behind the
+    // function's braces) discards everything this block has compiled, the
+    // cells of the head among them: what of the head was in this block is
+    // forgotten then, as the call of a function does with its callee's cell.
+    if (head.owner == b && head.target &&
+        (head.index < 0 || static_cast<uint64_t>(head.index) >= b->vars->size() ||
+         (*b->vars)[static_cast<std::size_t>(head.index)] != head.target))
+        head.target = nullptr;
+    if (type_here && !holds_cell(b, head.return_type)) head.return_type = nullptr;
     if (!b->children || child < 0 || static_cast<std::size_t>(child) >= b->children->size()) {
         syntaxError("internal error", b);
         discard_block(b);

@@ -150,11 +150,13 @@ void checked_assign(vrkblock* block, vrkvar* dst, vrkvar* src) {
         log().log("name of the var: %s", name.c_str());
         return;
     }
+    // Read before the copy: the source may be an element of what the
+    // destination held (`r = r.x`), which the copy releases.
+    const bool bound_object = (src->flags & flag::BOUND_OBJECT) != 0;
     assign(dst, src, block);
     // A member function taken from a native object carries that object along:
     // the object being indexed is the one on top of the object stack.
-    if ((src->flags & flag::BOUND_OBJECT) && block && block->object_stack &&
-        !block->object_stack->empty()) {
+    if (bound_object && block && block->object_stack && !block->object_stack->empty()) {
         dst->value.ptr = block->object_stack->back();
         dst->attrs &= attr::NATIVE_FUNCTION;
     }

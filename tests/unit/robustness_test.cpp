@@ -199,6 +199,17 @@ TEST_F(RobustnessTest, NestingWithinTheLimitCompiles) {
     EXPECT_EQ(count_logged("tokens nest deeper than"), 0);
 }
 
+// The anonymous function's body is followed by a `for` without a body, whose
+// failure discards everything the block compiled, the function's own cell
+// among it, while the declaration still holds that cell. (A use after release
+// that a sanitizer build sees.)
+TEST_F(RobustnessTest, DeclarationSurvivesItsBlockBeingDiscarded) {
+    pools_off();
+    run_script("((){}for())");
+    EXPECT_GE(count_logged("internal error"), 1);
+    EXPECT_EQ(run_script("print(\"after\");\n"), Strings{"after"});
+}
+
 // ---- machine --------------------------------------------------------------------------
 
 // The root calls the function `{b(2}` with an argument; its body calls the
