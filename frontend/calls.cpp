@@ -128,7 +128,14 @@ bool constructor_call(vrkblock* b, const std::string& head, bool in_class, int32
     vrkvar* ctor = (*target->block->vars)[static_cast<std::size_t>(ClassSlot::constructor)];
     if (!ctor) return false;
     ctor = deref(ctor);
-    if (ctor->type != Tag::FUNCTION || !ctor->block) return false;
+    if (ctor->type != Tag::FUNCTION || !ctor->block) {
+        // A class without a constructor is made with empty parentheses just
+        // as by its name; handing it arguments stays a call of nothing.
+        if (!std::all_of(args.begin(), args.end(), [](const std::string& a) { return all_blanks(a); }))
+            return false;
+        result = compile_token(b, head, in_class, block_index, false);
+        return true;
+    }
     const std::size_t n = std::min(static_cast<std::size_t>(std::max<int16_t>(ctor->block->param_count, 0)),
                                    args.size());
     for (std::size_t i = 0; i < n; ++i) {

@@ -292,16 +292,17 @@ vrkblock::~vrkblock() {
     run_cleanup(this);
     if (params_bound && !params.empty()) return_displaced_params(this);
 
-    for (vrkvar*& cell : *vars) {
+    // Values are released before any cell is freed and before the children
+    // go: releasing a value can run a script destructor, which may still read
+    // a cell of this block or of a child (an instance held inside the class
+    // that made it refers to the class's cells).
+    for (vrkvar* cell : *vars) {
         if (!cell) {
             log().log("empty varptr????");
             continue;
         }
         reset(cell, Tag::INT);
-        cell_free(cell);
-        cell = nullptr;
     }
-    vars->clear();
 
     fire_block_callbacks(this);
 
@@ -316,6 +317,15 @@ vrkblock::~vrkblock() {
         }
         children.reset();
     }
+
+    // What the children's destructors stored here meanwhile goes the same way.
+    for (vrkvar* cell : *vars)
+        if (cell) reset(cell, Tag::INT);
+    for (vrkvar*& cell : *vars) {
+        if (cell) cell_free(cell);
+        cell = nullptr;
+    }
+    vars->clear();
 
     free_code_operands(code);
     code.clear();
