@@ -11,6 +11,7 @@
 #include "host/script_lock.h"
 #include "saved/block_links.h"
 #include "saved/cache.h"
+#include "saved/relink.h"
 #include "saved/value_form.h"
 #include "values/cell.h"
 #include "values/globals.h"
@@ -50,9 +51,6 @@ inline constexpr int32_t external = -5;    // an extern function, by name
 inline constexpr int32_t named_cell = -6;  // a named cell's function, by name
 }  // namespace link
 
-// An instruction `ref` from 0 to 100 is a number, all ones is -1, anything
-// else is a block.
-constexpr uint64_t kFirstBlockRef = 101;
 // The child positions of a relative reference that mean "no step".
 constexpr uint16_t kNoStep = 0xFFFF;
 // The two opcodes whose `ref` is an operand the code owns (a native record, a
@@ -878,6 +876,7 @@ void fromCache(vrkblock* block, ScriptCacheReader& reader) {
     load_state state;
     record_reader(reader, state).read(block);
     for (const pending_ref& ref : state.refs) resolve(ref);
+    relink_loaded(block);
     for (const pending_run& run : state.runs) run_class_body(run);
 }
 

@@ -11,6 +11,7 @@
 #include "platform/system.h"
 #include "saved/block_form.h"
 #include "saved/cache.h"
+#include "saved/relink.h"
 #include "vm/block.h"
 
 namespace vrk {
@@ -27,6 +28,7 @@ void construct(vrkparser* parser, ScriptCacheReader& reader) {
     if (parser->root_block) block_delete(parser->root_block);
     parser->root_block = root;
     fromCache(root, reader);
+    register_frame_functions(root, parser->engine);
 }
 
 std::vector<uint8_t> program_image(vrkblock* root) {

@@ -82,6 +82,10 @@ struct vrkinstr {
 // `ref` value meaning -1.
 inline constexpr uint64_t kRefMinusOne = ~uint64_t{0};
 
+// A `ref` from 0 to 100 is a number (a mode, a count); from here on it is a
+// block, unless it is all ones.
+inline constexpr uint64_t kFirstBlockRef = 101;
+
 // Signature of a builtin: the calling block, the arguments, the registration's
 // user value, the result cell to fill. Returns the result cell, or null/1 for
 // "no value".

@@ -55,7 +55,7 @@ inline vrkvar*& top_slot(vrkblock* b) { return b->stack.back(); }
 // The block an instruction names in `ref`, or null when `ref` is a mode number,
 // zero or all ones.
 inline vrkblock* operand_block(const vrkinstr& ins) {
-    if (ins.ref < kMarkerLimit || ins.ref == kRefMinusOne) return nullptr;
+    if (ins.ref < kFirstBlockRef || ins.ref == kRefMinusOne) return nullptr;
     return ins.ref_block();
 }
 
