@@ -21,6 +21,12 @@ namespace vrk {
 
 namespace {
 
+// Deepest nesting of lists a copy follows. Deeper lists come out empty: a
+// struct whose member is laid out by the struct itself would nest for ever.
+constexpr int kMaxCopyDepth = 256;
+
+void assign_at(vrkvar* dest, vrkvar* src, vrkblock* block, int depth);
+
 // Makes the key of `dest` match the key of `src`: copied, or removed.
 void match_key(vrkelement* dest, const vrkelement* src) {
     if (!src->key) {
@@ -35,7 +41,7 @@ void match_key(vrkelement* dest, const vrkelement* src) {
 }
 
 // JSON payload copy into the fresh record of `dest`.
-void copy_json(vrkvar* dest, vrkvar* src, vrkblock* caller) {
+void copy_json(vrkvar* dest, vrkvar* src, vrkblock* caller, int depth) {
     if ((src->flags & flag::MOVABLE) && src->value.json) {
         // A temporary gives its record away instead of being copied.
         if (dest->value.json) json_free(dest->value.json);
@@ -45,6 +51,10 @@ void copy_json(vrkvar* dest, vrkvar* src, vrkblock* caller) {
         return;
     }
     vrkjson* to = dest->value.json;
+    if (depth >= kMaxCopyDepth) {
+        log().error("json nested too deeply!");
+        return;
+    }
     if ((src->flags & flag::STRUCT_VAR) && src->block) {
         // A struct variable is laid out by its struct block: one keyed element
         // per plain member, in declaration order.
@@ -58,7 +68,7 @@ void copy_json(vrkvar* dest, vrkvar* src, vrkblock* caller) {
             }
             vrkelement* e = element_new_keyed(layout->var_name_at(static_cast<uint32_t>(i)));
             to->elements.push_back(e);
-            assign(e, member, caller);
+            assign_at(e, member, caller, depth + 1);
         }
         return;
     }
@@ -72,7 +82,7 @@ void copy_json(vrkvar* dest, vrkvar* src, vrkblock* caller) {
     while (out.size() < from->elements.size()) out.push_back(element_new());
     for (std::size_t i = 0; i < out.size(); ++i) {
         match_key(out[i], from->elements[i]);
-        assign(out[i], from->elements[i], caller);
+        assign_at(out[i], from->elements[i], caller, depth + 1);
     }
 }
 
@@ -114,7 +124,7 @@ void copy_class(vrkvar* dest, vrkvar* src, vrkblock* caller) {
 
 // Copies the payload of `src` into `dest`, which already has src's tag and an
 // empty payload of it.
-void copy_payload(vrkvar* dest, vrkvar* src, vrkblock* caller) {
+void copy_payload(vrkvar* dest, vrkvar* src, vrkblock* caller, int depth) {
     switch (dest->type) {
         case Tag::INT:
         case Tag::FLOAT:
@@ -150,7 +160,7 @@ void copy_payload(vrkvar* dest, vrkvar* src, vrkblock* caller) {
             dest->handle_index = src->handle_index;
             break;
         case Tag::JSON:
-            copy_json(dest, src, caller);
+            copy_json(dest, src, caller, depth);
             break;
         case Tag::DATA:
             *dest->value.data = *src->value.data;
@@ -275,9 +285,7 @@ void release_held(const held_payload& old, vrkvar* dest, vrkblock* caller) {
     }
 }
 
-}  // namespace
-
-void assign(vrkvar* dest, vrkvar* src, vrkblock* block) {
+void assign_at(vrkvar* dest, vrkvar* src, vrkblock* block, int depth) {
     if (src == dest || is_marker(src)) return;
 
     if (src->type == dest->type && (src->type == Tag::INT || src->type == Tag::FLOAT) && !dest->constant &&
@@ -341,18 +349,22 @@ void assign(vrkvar* dest, vrkvar* src, vrkblock* block) {
         dest->aux = 0;
         dest->block = nullptr;
         set_type(dest, src->type, block);
-        copy_payload(dest, src, block);
+        copy_payload(dest, src, block, depth);
         release_held(old, dest, block);
     } else if (dest->type != src->type) {
         set_type(dest, src->type, block);
-        copy_payload(dest, src, block);
+        copy_payload(dest, src, block, depth);
     } else {
         dest->attrs &= static_cast<uint16_t>(~attr::RESULT_BITS);
         dest->aux = 0;
         dest->block = nullptr;
-        copy_payload(dest, src, block);
+        copy_payload(dest, src, block, depth);
     }
     if (took_fresh) dest->attrs |= attr::OWNS_RESULT;
 }
+
+}  // namespace
+
+void assign(vrkvar* dest, vrkvar* src, vrkblock* block) { assign_at(dest, src, block, 0); }
 
 }  // namespace vrk
