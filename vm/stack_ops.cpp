@@ -86,6 +86,9 @@ void operand_step(run_state& rs, const vrkinstr& ins) {
     slot_load(b, ins);
 }
 
+// Most slots one PUSH makes.
+constexpr int64_t kMaxPushedSlots = 1 << 16;
+
 void push_slots(vrkblock* b, const vrkinstr& ins) {
     if (ins.arg == 0) {
         vrkvar*& slot = top_slot(b);
@@ -96,6 +99,12 @@ void push_slots(vrkblock* b, const vrkinstr& ins) {
             slot = t;
         }
         b->stack.push_back(ins.ref != 0 ? take_temp(b) : nullptr);
+        return;
+    }
+    // The compiler pushes one or two slots at a time; a count in the millions
+    // comes from a damaged program file and would take the memory of the host.
+    if (ins.arg > kMaxPushedSlots) {
+        report_errorf(b, "internal", "cannot push %lld slots!", static_cast<long long>(ins.arg));
         return;
     }
     for (int64_t i = 0; i < ins.arg; ++i) b->stack.push_back(ins.ref != 0 ? take_temp(b) : nullptr);
@@ -118,14 +127,18 @@ void wrap_argument(vrkblock* b, const vrkinstr& ins) {
 }
 
 void pop_slots(vrkblock* b, const vrkinstr& ins) {
+    // An underflow is reported once per instruction: the bottom slot stays, so
+    // popping on would only repeat the report (a damaged count could ask for
+    // millions).
     switch (ins.ref) {
         case 0:
-            for (int64_t i = 0; i < ins.arg; ++i) pop_slot(b);
+            for (int64_t i = 0; i < ins.arg; ++i)
+                if (!pop_slot(b)) return;
             return;
         case 2:
             for (int64_t i = 0; i < ins.arg; ++i) {
                 free_temp(b, top_slot(b));
-                pop_slot(b);
+                if (!pop_slot(b)) return;
             }
             return;
         case 3:
@@ -133,7 +146,7 @@ void pop_slots(vrkblock* b, const vrkinstr& ins) {
             return;
         default:
             for (int64_t i = 0; i < ins.arg; ++i) {
-                pop_slot(b);
+                if (!pop_slot(b)) return;
                 free_temp(b, top_slot(b));
             }
             return;

@@ -4,7 +4,8 @@
 // The first byte chooses the reader, the rest is its input. The engine has the
 // builtins registered; every input gets a global variable and a program block
 // below an outer block, so that links by name and by parent steps have
-// something to find. What was read is written again and the result
+// something to find. Class bodies in a record run when it is loaded, within
+// the budgets of run_budget.h. What was read is written again and the result
 // read once more, so the writers see every shape the readers can produce.
 #include <cstddef>
 #include <cstdint>
@@ -18,6 +19,7 @@
 #include "saved/block_form.h"
 #include "saved/cache.h"
 #include "saved/value_form.h"
+#include "tests/fuzz/run_budget.h"
 #include "values/cell.h"
 #include "values/globals.h"
 #include "values/json.h"
@@ -137,11 +139,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static const bool ready = [] {
         context().main_thread = current_thread_id();
         set_object_creator(create);
+        fuzz::watch_heap();
         return true;
     }();
     (void)ready;
 
     const std::vector<uint8_t> bytes(data + 1, data + size);
+    // A loaded record runs the bodies of its classes once.
+    const fuzz::input_budget budget;
     scene s;
     switch (data[0] % 4) {
         case 0:

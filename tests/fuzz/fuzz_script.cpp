@@ -26,6 +26,7 @@
 #include "host/context.h"
 #include "host/engine.h"
 #include "host/init_script.h"
+#include "tests/fuzz/run_budget.h"
 #include "host/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
@@ -33,40 +34,12 @@
 #include "vm/run.h"
 #include "vm/sleep.h"
 
-// The allocator interface of the sanitizer runtime the target is linked with.
-extern "C" {
-int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*, std::size_t),
-                                              void (*free_hook)(const volatile void*));
-std::size_t __sanitizer_get_current_allocated_bytes();
-}
-
 namespace {
 
 using namespace vrk;
 
-// Instructions one input may run in all, its frames included.
-constexpr uint64_t kStepBudget = 100000;
-// Nested runs one input may have; far below what the host stack holds.
-constexpr uint32_t kDepthBudget = 160;
 // Frames driven after the root block has run.
 constexpr int kFrames = 8;
-// Live heap at which an input's runs are stopped, looked at on large
-// allocations only.
-constexpr std::size_t kHeapBudget = std::size_t{64} << 20;
-constexpr std::size_t kLargeAllocation = std::size_t{64} << 10;
-
-// Called by the sanitizer runtime on every allocation; installed once the
-// process context exists. Only while an input's budget is running (between 1
-// and kStepBudget) does a large heap spend it.
-void watch_allocation(const volatile void*, std::size_t size) {
-    if (size < kLargeAllocation) return;
-    vrkcontext& ctx = context();
-    if (ctx.step_budget > 1 && ctx.step_budget <= kStepBudget &&
-        __sanitizer_get_current_allocated_bytes() > kHeapBudget)
-        ctx.step_budget = 1;
-}
-
-void ignore_release(const volatile void*) {}
 
 // Stand-in of builtins that end the process or reach outside it: no effect,
 // no value.
@@ -148,7 +121,7 @@ vrkscript& shared_engine() {
         for (const char* name : kInertNames) replace_builtin(*e, name, inert);
         replace_builtin(*e, "sleep", short_sleep);
         remember_registered_cells(*e);
-        __sanitizer_install_malloc_and_free_hooks(watch_allocation, ignore_release);
+        fuzz::watch_heap();
         return e;
     }();
     return *engine;
@@ -193,11 +166,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     if (text.empty()) return 0;
 
-    vrkcontext& ctx = context();
-    ctx.step_budget = kStepBudget;
-    ctx.step_budget_spent = false;
-    ctx.depth_budget = kDepthBudget;
-
+    const fuzz::input_budget budget;
     vrkparser* parser = engine.load(text, false, true);
     // As in a one-shot run, the root block runs even when compiling failed.
     if (parser && parser->root_block) run(parser->root_block, nullptr, 0, kSelfUnchanged);
@@ -208,8 +177,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     }
 
     clear_input(engine, parser);
-    // The next input starts with the budgets of the real host until it sets its own.
-    ctx.step_budget = 0;
-    ctx.depth_budget = 0;
     return 0;
 }

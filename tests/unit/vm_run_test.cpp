@@ -67,6 +67,25 @@ TEST_F(VmRunTest, UnknownOpcodesLoadAndTheEndReportsALeftoverStack) {
     EXPECT_NE(output_of([&] { q.run(); }).find("\nstack size: 3\n"), std::string::npos);
 }
 
+// Counts no compiler writes, as a damaged program file may hold them: a PUSH
+// of millions of slots is refused, a POP past the bottom reports once.
+TEST_F(VmRunTest, DamagedSlotCountsAreReportedNotObeyed) {
+    program p = w.block();
+    p.emit(Op::PUSH, 400000000, 0);
+    std::string out = output_of([&] { p.run(); });
+    EXPECT_NE(out.find("cannot push 400000000 slots!"), std::string::npos) << out;
+    EXPECT_EQ(out.find("stack size:"), std::string::npos) << "nothing was pushed";
+
+    program q = w.block();
+    q.emit(Op::PUSH, 1, 0).emit(Op::POP, 400000000, 0);
+    out = output_of([&] { q.run(); });
+    std::size_t reports = 0;
+    for (std::size_t at = out.find("stack underflow!!!"); at != std::string::npos;
+         at = out.find("stack underflow!!!", at + 1))
+        ++reports;
+    EXPECT_EQ(reports, 1u) << out;
+}
+
 TEST_F(VmRunTest, TracesNameEveryBlockOfTheChain) {
     const std::string no_info = "line 0 in file: MEMORY\ninternal debug info error (no debug info)!\n\n";
     program failing = w.block();
