@@ -83,8 +83,11 @@ uint64_t plain_operand(uint8_t op, uint64_t ref) {
 // every count. No more records than this allows are made for a buffer.
 constexpr std::size_t kMinRecordBytes = 33;
 
-// Static buffers beyond this size in a record are taken for corruption.
+// Static buffers beyond this size in a record, or beyond the second size all
+// together in one load, are taken for corruption: a few bytes of a damaged
+// file would otherwise ask for gigabytes.
 constexpr int32_t kMaxStaticBuffer = 64 * 1024 * 1024;
+constexpr std::size_t kMaxStaticBuffersPerLoad = std::size_t{256} * 1024 * 1024;
 
 bool is_pristine(const vrkvar* v, Tag tag) {
     return v->type == tag && v->constant == 0 && v->flags == 0 && v->attrs == 0 && v->aux == 0 &&
@@ -450,8 +453,9 @@ struct pending_run {
 };
 
 struct load_state {
-    std::vector<pending_ref> refs;
-    std::vector<pending_run> runs;
+    std::vector<pending_ref> refs;   // references resolved once the whole tree is read
+    std::vector<pending_run> runs;   // class bodies run at the end
+    std::size_t static_bytes = 0;    // bytes of static buffers made so far
 };
 
 class record_reader {
@@ -672,10 +676,12 @@ private:
             case VarForm::buffer: {
                 const int32_t size = r_.compact_s32();
                 std::vector<uint8_t>* data = as_data(v);
-                if (size > kMaxStaticBuffer) {
+                if (size > kMaxStaticBuffer ||
+                    (size > 0 && state_.static_bytes + static_cast<std::size_t>(size) > kMaxStaticBuffersPerLoad)) {
                     log().error("static buffer too large! %i", static_cast<int>(size));
                 } else if (size > 0 && data) {
                     data->assign(static_cast<std::size_t>(size), 0);
+                    state_.static_bytes += static_cast<std::size_t>(size);
                 }
                 v->flags |= flag::STATIC_BUFFER;
                 return;
