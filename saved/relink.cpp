@@ -29,10 +29,12 @@ vrkvar* loaded_function(vrkblock* b, const vrkinstr& ins) {
     return cell;
 }
 
-// A declared function's variable that lost its block in the record.
-vrkvar* declared_without_block(vrkblock* owner, int64_t index) {
+// The variable of a declared function, which the record keeps without its
+// block; the compiler fills it unless it is a constant.
+vrkvar* declared_function_cell(vrkblock* owner, int64_t index) {
     vrkvar* cell = var_at(owner, index);
-    if (!cell || !(cell->flags & flag::DECLARED_FUNCTION) || cell->type != Tag::FUNCTION) return nullptr;
+    if (!cell || cell->constant || !(cell->flags & flag::DECLARED_FUNCTION) || cell->type != Tag::FUNCTION)
+        return nullptr;
     return cell;
 }
 
@@ -60,10 +62,10 @@ void relink_block(vrkblock* b, int depth) {
         if (!fn) continue;
         const vrkinstr& next = code[i + 1];
         if (is_op(next, Op::SET) && operand_block(next) == b) {
-            if (vrkvar* target = declared_without_block(b, next.arg)) link_declaration(target, fn);
+            if (vrkvar* target = declared_function_cell(b, next.arg)) link_declaration(target, fn);
         } else if (is_op(next, Op::PUSH) && next.arg == 1 && i + 3 < code.size() && is_op(code[i + 2], Op::LOAD) &&
                    is_op(code[i + 3], Op::SET) && code[i + 3].arg == -1) {
-            if (vrkvar* target = declared_without_block(operand_block(code[i + 2]), code[i + 2].arg))
+            if (vrkvar* target = declared_function_cell(operand_block(code[i + 2]), code[i + 2].arg))
                 link_declaration(target, fn);
         }
     }

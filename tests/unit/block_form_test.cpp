@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -480,6 +481,37 @@ TEST_F(BlockFormTest, ProgramConstruction) {
     EXPECT_TRUE(parser->root_block->code.empty());
     delete parser;
     std::remove(path.c_str());
+}
+
+// What the compiler sets up beside the code comes back after a load: the
+// block of a declared function (called above its declaration), the empty list
+// of a list literal, and the frame list entry of an onFrame function.
+TEST_F(BlockFormTest, ALoadedProgramGetsBackWhatTheCompilerSetUp) {
+    vrkscript engine;
+    vrkparser* source = engine.load("early = later(2);\nlater(n) { return n + 1; }\n"
+                                    "onFrameTick() { }\nl = [];\n",
+                                    false, true);
+    ASSERT_NE(source, nullptr);
+    ASSERT_NE(source->root_block, nullptr);
+    const Bytes image = program_image(source->root_block);
+    const std::size_t frames = engine.frame_blocks.size();
+
+    std::unique_ptr<vrkparser> loaded(empty_program_parser(&engine));
+    construct_from_bytes(loaded.get(), image);
+    vrkblock* root = loaded->root_block;
+    ASSERT_NE(root, nullptr);
+    const int32_t later = root->find_var_index("later");
+    ASSERT_GE(later, 0);
+    const vrkvar* fn = (*root->vars)[static_cast<std::size_t>(later)];
+    EXPECT_EQ(fn->type, Tag::FUNCTION);
+    ASSERT_NE(fn->block, nullptr) << "a call above the declaration finds the function";
+    EXPECT_EQ(fn->aux, 1);
+    EXPECT_TRUE(std::any_of(root->vars->begin(), root->vars->end(),
+                            [](const vrkvar* v) { return v && v->type == Tag::JSON; }))
+        << "the list literal's cell is a list again";
+    ASSERT_EQ(engine.frame_blocks.size(), frames + 1);
+    EXPECT_NE(engine.frame_blocks.back(), nullptr);
+    engine.frame_blocks.clear();
 }
 
 }  // namespace
