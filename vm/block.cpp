@@ -3,6 +3,7 @@
 #include "vm/block.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "host/context.h"
 #include "host/engine.h"
@@ -238,6 +239,28 @@ void return_displaced_params(vrkblock* b) {
     b->params_bound = 0;
 }
 
+// Instances can outlive the class they were made from (one kept in a global
+// while its script goes, or made by a destructor while the program ends).
+// Their methods and nested classes are REFs into the class's cells, which are
+// about to be freed: those REFs become 0, so that calling such a method
+// reports "NOT_A_FUNCTION" and releasing the instance runs no destructor. The
+// walk over every block is paid only when a class itself goes.
+void detach_instances(vrkblock* blueprint) {
+    const std::unordered_set<const vrkvar*> own(blueprint->vars->begin(), blueprint->vars->end());
+    for (const auto& entry : context().live_blocks) {
+        vrkblock* instance = const_cast<vrkblock*>(entry.first);
+        if (instance == blueprint || !instance->class_data || instance->class_data->blueprint != blueprint)
+            continue;
+        for (vrkvar* v : *instance->vars) {
+            if (v && v->type == Tag::REF && own.count(v->value.ref)) {
+                v->type = Tag::INT;
+                v->value.i = 0;
+            }
+        }
+        instance->class_data->blueprint = nullptr;
+    }
+}
+
 void fire_block_callbacks(vrkblock* b) {
     auto& queue = context().callback_queue;
     bool any = false;
@@ -321,6 +344,7 @@ vrkblock::~vrkblock() {
     // What the children's destructors stored here meanwhile goes the same way.
     for (vrkvar* cell : *vars)
         if (cell) reset(cell, Tag::INT);
+    if ((kind & kind::CLASS) && !(kind & kind::INSTANCE)) detach_instances(this);
     for (vrkvar*& cell : *vars) {
         if (cell) cell_free(cell);
         cell = nullptr;

@@ -71,6 +71,7 @@ struct vrkclass_data {
     std::vector<vrkvar*> cells;          // every CLASS cell that points at this block
     std::unique_ptr<std::string> name;   // class name, lazy
     uint8_t destructing = 0;             // the script destructor has been started
+    vrkblock* blueprint = nullptr;       // of an instance: the class it was made from, while that lives
 };
 
 // Callbacks the scheduler drives for a suspended block.

@@ -330,6 +330,7 @@ vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
     }
 
     vrkclass_data& data = instance->get_class_data();
+    data.blueprint = blueprint;
     if (blueprint->class_data && blueprint->class_data->name)
         data.name = std::make_unique<std::string>(*blueprint->class_data->name);
 

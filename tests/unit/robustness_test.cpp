@@ -210,6 +210,33 @@ TEST_F(RobustnessTest, DeclarationSurvivesItsBlockBeingDiscarded) {
     EXPECT_EQ(run_script("print(\"after\");\n"), Strings{"after"});
 }
 
+// A global keeps an instance while the script that declared its class goes.
+// The instance's methods referred to the class's cells: calling one now
+// reports, releasing the instance runs no destructor, and nothing reads the
+// freed class. (A use after release that a sanitizer build sees.)
+TEST_F(RobustnessTest, AnInstanceOutlivesItsClass) {
+    pools_off();
+    EXPECT_EQ(run_script("global keeper = 0;\n"
+                         "class Box = {\n    n = 4;\n    get() {\n        return this.n;\n    }\n"
+                         "    destructor() {\n        print(\"destroyed\");\n    }\n};\n"
+                         "keeper = Box();\nprint(keeper.get());\n"),
+              Strings{"4"});
+    parsers.clear();
+    EXPECT_EQ(run_script("print(keeper.n);\nkeeper.get();\nkeeper = 0;\nprint(\"released\");\n"),
+              (Strings{"4", "released"}));
+    EXPECT_GE(count_logged("NOT_A_FUNCTION"), 1);
+}
+
+// A destructor that runs while the program ends stores a new instance into a
+// variable the teardown has already emptied, after the class is gone.
+TEST_F(RobustnessTest, AnInstanceMadeDuringTeardownOutlivesItsClass) {
+    pools_off();
+    run_script("made = 0;\nkeep = 0;\nclass C = {\n    destructor() {\n        if (made == 0) {\n"
+               "            made = 1;\n            keep = C();\n        }\n    }\n};\na = C();\n");
+    parsers.clear();
+    EXPECT_EQ(run_script("print(\"after\");\n"), Strings{"after"});
+}
+
 // ---- machine --------------------------------------------------------------------------
 
 // The root calls the function `{b(2}` with an argument; its body calls the
