@@ -43,9 +43,6 @@ void store_json(vrkblock* block, vrkvar* dst, vrkvar* src) {
             element = json_at(json, to_int(k));
             break;
     }
-    // A temporary gives its record away when stored; given to one of its own
-    // elements, the record would hold itself and never be freed. It is copied.
-    if (src->type == Tag::JSON && src->value.json == json) src->flags &= static_cast<uint16_t>(~flag::MOVABLE);
     checked_assign(block, element, src);
 }
 

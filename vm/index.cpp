@@ -217,6 +217,14 @@ Flow index_value(run_state& rs, vrkinstr& ins) {
         case Tag::INTSET:
         case Tag::BIGINTSET: index_set(b, c, key, store_mode); return Flow::next;
         default:
+            // The block's scratch cell is rewritten by the next operation; an
+            // element of a list made in it would be freed under the slot that
+            // holds it. It is not turned into a list.
+            if (c == &b->scratch) {
+                report_error(b, "json", "invalid json value!");
+                pop_slot(b);
+                return Flow::next;
+            }
             // Anything else becomes an empty JSON value first, losing what it held.
             reset(c, Tag::JSON);
             index_json(b, ins, c, key, store_mode);

@@ -105,14 +105,7 @@ void restore_registered_cells(vrkscript& engine) {
 
 vrkscript& shared_engine() {
     static vrkscript* engine = [] {
-        // Nothing is kept for reuse: every freed record goes back to the
-        // allocator, so that the sanitizer sees any use after its release.
-        vrkpools& pools = context().pools;
-        pools.cell_pool.cap = 0;
-        pools.element_pool.cap = 0;
-        pools.json_pool.cap = 0;
-        pools.string_pool.cap = 0;
-        pools.data_pool.cap = 0;
+        fuzz::pools_off();
         auto* e = new vrkscript();
         context().main_thread = current_thread_id();
         // The host's own functions, as a one-shot run has them.

@@ -111,6 +111,20 @@ TEST_F(VmIndexTest, InstanceMembers) {
     reset(p.var(obj), Tag::INT);
 }
 
+// The scratch cell holds the result of `!` until the next operation rewrites
+// it. Subscripting it reports instead of making a list there, whose element
+// the next `!` would free while a slot still holds it.
+TEST_F(VmIndexTest, TheScratchCellIsNotTurnedIntoAList) {
+    program p = w.block();
+    const uint32_t x = p.variable("x", 0);
+    const uint32_t key = p.constant(0);
+    p.load(x).emit(Op::NOT).emit(Op::PUSH, 1, 0).load(key).emit(Op::INDEX, 0, 0);
+    p.load(x).emit(Op::NOT).emit(Op::ADD);
+    const std::string out = output_of([&] { p.run(); });
+    EXPECT_NE(out.find("json: invalid json value!"), std::string::npos) << out;
+    EXPECT_EQ(p.block()->scratch.type, Tag::INT);
+}
+
 // An object that answers every read with the key's length.
 class probe_object : public vrkobject {
 public:
