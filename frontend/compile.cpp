@@ -202,6 +202,10 @@ void mark_no_count(vrkblock* block, int32_t index) {
 
 }  // namespace
 
+compile_state::~compile_state() {
+    for (vrkvar* cell : discarded) cell_free(cell);
+}
+
 void discard_block(vrkblock* b) {
     free_code_operands(b->code);
     b->code.clear();
@@ -217,8 +221,17 @@ void discard_block(vrkblock* b) {
                 ++it;
         }
     }
+    // The cells are emptied now and freed when the compile ends: a statement
+    // that failed deep inside an expression leaves callers up the compile
+    // holding cells of this block (a callee, a type, an object to call on).
+    compile_state* state = b->compile_state_ptr;
     for (vrkvar*& cell : *b->vars) {
-        if (cell) cell_free(cell);
+        if (cell && state) {
+            reset(cell, Tag::INT);
+            state->discarded.push_back(cell);
+        } else if (cell) {
+            cell_free(cell);
+        }
         cell = nullptr;
     }
     b->vars->clear();

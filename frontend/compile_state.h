@@ -42,6 +42,14 @@ struct compile_state {
     uint8_t native_member_seen = 0;       // the member rewriting resolved a member of a native type
     uint8_t dry_run = 0;                  // while set, emit() appends nothing
     uint32_t token_depth = 0;             // compile_token calls under way, the outermost included
+    // Cells of blocks discarded by a failed statement, emptied but kept until
+    // the compile ends: routines further up the compile may still hold them.
+    std::vector<vrkvar*> discarded;
+
+    compile_state() = default;
+    compile_state(const compile_state&) = delete;
+    compile_state& operator=(const compile_state&) = delete;
+    ~compile_state();
 };
 
 }  // namespace vrk
