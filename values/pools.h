@@ -46,6 +46,17 @@ struct vrkpools {
     vrkqueue<vrkjson> json_queue;        // JSON records freed on foreign threads
     vrkqueue<vrkelement> element_queue;  // elements freed on foreign threads
     vrkqueue<vrkvar> cell_queue;         // cells freed on foreign threads
+
+    // With `on` false nothing freed from now on is kept for reuse: every
+    // record goes back to the allocator at once, so that a sanitizer sees any
+    // use after release. With `on` true the usual caps apply again.
+    void set_pooling(bool on) {
+        element_pool.cap = on ? kPoolCap : 0;
+        json_pool.cap = on ? kPoolCap : 0;
+        cell_pool.cap = on ? kPoolCap : 0;
+        string_pool.cap = on ? kPoolCap : 0;
+        data_pool.cap = on ? kDataPoolCap : 0;
+    }
 };
 
 // Records on the callback queue, fired when a PTR of the callback form is released

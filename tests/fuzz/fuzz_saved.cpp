@@ -137,7 +137,8 @@ void read_list(const std::vector<uint8_t>& bytes, scene& s) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     if (size < 1) return 0;
     static const bool ready = [] {
-        fuzz::pools_off();
+        // Freed records are not reused, so that a late use is seen at once.
+        context().pools.set_pooling(false);
         context().main_thread = current_thread_id();
         set_object_creator(create);
         fuzz::watch_heap();

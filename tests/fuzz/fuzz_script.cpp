@@ -105,7 +105,8 @@ void restore_registered_cells(vrkscript& engine) {
 
 vrkscript& shared_engine() {
     static vrkscript* engine = [] {
-        fuzz::pools_off();
+        // Freed records are not reused, so that a late use is seen at once.
+        context().pools.set_pooling(false);
         auto* e = new vrkscript();
         context().main_thread = current_thread_id();
         // The host's own functions, as a one-shot run has them.

@@ -6,15 +6,13 @@
 // process context, and the heap is watched: a script that doubles a string in
 // a loop takes all memory within a few dozen steps, so once the live heap
 // passes its budget the step budget is spent and every run ends at its next
-// instruction. Both targets also keep nothing for reuse, so that the sanitizer
-// sees any use of a record after its release.
+// instruction.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
 #include "host/context.h"
-#include "values/pools.h"
 
 // The allocator interface of the sanitizer runtime the targets are linked with.
 extern "C" {
@@ -48,16 +46,6 @@ inline void ignore_release(const volatile void*) {}
 
 // Installs the heap watch; call once, after the process context exists.
 inline void watch_heap() { __sanitizer_install_malloc_and_free_hooks(watch_allocation, ignore_release); }
-
-// Every freed record goes back to the allocator at once instead of a pool.
-inline void pools_off() {
-    vrkpools& pools = context().pools;
-    pools.cell_pool.cap = 0;
-    pools.element_pool.cap = 0;
-    pools.json_pool.cap = 0;
-    pools.string_pool.cap = 0;
-    pools.data_pool.cap = 0;
-}
 
 // The budgets of one input, from construction to destruction; afterwards the
 // process has the unlimited budgets of the real host again.

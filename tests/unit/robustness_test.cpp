@@ -47,22 +47,12 @@ protected:
         parsers.clear();
         engine.reset();
         set_budgets(0, 0);
-        vrkpools& pools = context().pools;
-        pools.cell_pool.cap = kPoolCap;
-        pools.element_pool.cap = kPoolCap;
-        pools.json_pool.cap = kPoolCap;
-        pools.string_pool.cap = kPoolCap;
+        context().pools.set_pooling(true);
     }
 
     // Freed records go back to the allocator at once instead of being kept for
     // reuse, so that a sanitizer build sees any use after release.
-    static void pools_off() {
-        vrkpools& pools = context().pools;
-        pools.cell_pool.cap = 0;
-        pools.element_pool.cap = 0;
-        pools.json_pool.cap = 0;
-        pools.string_pool.cap = 0;
-    }
+    static void pools_off() { context().pools.set_pooling(false); }
 
     static void set_budgets(uint64_t steps, uint32_t depth) {
         context().step_budget = steps;
