@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "builtins/arrays_support.h"
-#include "host/log.h"
+#include "base/log.h"
 
 namespace vrk::lib {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "objects/object.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "values/pools.h"

@@ -8,8 +8,8 @@
 
 #include "frontend/preprocess.h"
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "platform/system.h"
 #include "values/json.h"
 #include "values/pools.h"

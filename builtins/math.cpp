@@ -1,7 +1,7 @@
 // Math and reflection builtins.
 #include "builtins/math.h"
 
-#include "host/log.h"
+#include "base/log.h"
 #include "values/cell.h"
 #include "vm/block.h"
 #include "vm/copies.h"

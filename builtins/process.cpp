@@ -5,7 +5,7 @@
 
 #include "frontend/parser.h"
 #include "host/engine.h"
-#include "host/log.h"
+#include "base/log.h"
 #include "platform/system.h"
 #include "values/cell.h"
 #include "vm/block.h"

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/engine.h"
-#include "objects/object.h"
+#include "values/object.h"
 #include "saved/cache.h"
 #include "saved/json_text.h"
 #include "saved/value_form.h"

@@ -6,11 +6,14 @@
 #include <vector>
 
 #include "frontend/compile.h"
+#include "frontend/compile_context.h"
 #include "frontend/compiler.h"
+#include "frontend/emit.h"
 #include "frontend/text.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/log.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 #include "platform/system.h"
 
 namespace vrk {
@@ -83,7 +86,7 @@ vrkvar* member_list(vrkblock* b, std::string& left, std::string& right, int32_t*
     if (!left.empty() && left.back() == ':') {
         left.pop_back();
         trim_blanks(left);
-        uint32_t& counter = context().array_loop_counter;
+        uint32_t& counter = compile_context().array_loop_counter;
         const std::string name = "ITERATIVE_ARRAY_LOOPER_" + std::to_string(counter) + "I";
         ++counter;
         std::string body;
@@ -232,7 +235,7 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
         if (!read_decimal(digits, size)) size = 0;
         log().log("allocating static buffer of size %i", size);
     } else if (right == "null") {
-        emit(b, Op::LOAD, -2, 0);
+        emit(b, Op::LOAD, load_code::ERASE, 0);
     } else {
         vrkvar* result = compile_token(b, right, d.is_class, &child, false);
         if (!hint) hint = result ? result : state.last_type;

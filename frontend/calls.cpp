@@ -25,9 +25,11 @@
 #include <vector>
 
 #include "frontend/compiler.h"
+#include "frontend/emit.h"
 #include "frontend/text.h"
 #include "host/engine.h"
-#include "host/log.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 #include "values/globals.h"
 
 namespace vrk {
@@ -203,7 +205,7 @@ vrkvar* emit_call(vrkblock* b, std::string& head, bool in_class, int32_t* block_
     }
     compile_text(b, head, block_index);
     if (on_result) emit(b, Op::INDEX, 0, 0);
-    emit(b, Op::LOAD, 4, 0);
+    emit(b, Op::LOAD, load_code::CALL_START, 0);
     // The count is taken before empty arguments are dropped.
     emit(b, Op::CALL_PREP, static_cast<int64_t>(args.size()), 0);
     for (std::size_t i = 0; i < args.size();) {

@@ -25,7 +25,7 @@
 #include "frontend/compile.h"
 #include "frontend/compiler.h"
 #include "frontend/text.h"
-#include "host/log.h"
+#include "base/log.h"
 #include "vm/run.h"
 
 namespace vrk {

@@ -7,11 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "frontend/compile_context.h"
 #include "frontend/compile_state.h"
 #include "frontend/compiler.h"
 #include "frontend/text.h"
-#include "host/context.h"
-#include "host/log.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 #include "values/pools.h"
 #include "vm/block.h"
 
@@ -251,7 +253,7 @@ void compile_nested(vrkblock* parent, vrkblock* child) {
     compile_state* state = parent->compile_state_ptr;
     if (!state) {
         compile_block(child);
-        context().current_compiling_block = parent;
+        compile_context().current_compiling_block = parent;
         return;
     }
     vrkvar* const call_context = state->call_context;
@@ -277,12 +279,12 @@ void compile_nested(vrkblock* parent, vrkblock* child) {
     state->constant_cache = constant_cache;
     state->token_index = token_index;
     state->token_list = token_list;
-    context().current_compiling_block = parent;
+    compile_context().current_compiling_block = parent;
 }
 
 bool compile_block(vrkblock* block) {
     vrkcontext& ctx = context();
-    ctx.current_compiling_block = nullptr;
+    compile_context().current_compiling_block = nullptr;
     if (block->compiled) return true;
     block->compiled = 1;
     free_code_operands(block->code);
@@ -312,11 +314,11 @@ bool compile_block(vrkblock* block) {
     state.constant_cache.clear();
 
     for (std::size_t i = 0; i < tokens.size(); ++i) {
-        ctx.current_compiling_block = block;
+        compile_context().current_compiling_block = block;
         state.token_index = static_cast<int32_t>(i);
         state.token_list = &tokens;
         compile_token(block, tokens[i], false, nullptr, false);
-        ctx.current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
     }
     // The token list dies with this call.
     state.token_list = nullptr;
@@ -342,12 +344,12 @@ bool compile_block(vrkblock* block) {
                 compile_block(child);
             }
             child->compile_state_ptr = nullptr;
-            ctx.current_compiling_block = block;
+            compile_context().current_compiling_block = block;
         }
     }
 
     block->compile_state_ptr = nullptr;
-    ctx.current_compiling_block = nullptr;
+    compile_context().current_compiling_block = nullptr;
     return true;
 }
 

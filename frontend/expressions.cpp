@@ -7,9 +7,11 @@
 
 #include "frontend/compiler.h"
 #include "frontend/compile.h"
+#include "frontend/emit.h"
 #include "frontend/text.h"
-#include "host/context.h"
-#include "host/log.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 #include "values/pools.h"
 
 namespace vrk {
@@ -155,12 +157,12 @@ vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o, in
         case '*': return arithmetic(b, left, right, Op::MULT_TMP, Op::MULT, block_index);
         case '/': return arithmetic(b, left, right, Op::DIV_TMP, Op::DIV, block_index);
         case '^': return arithmetic(b, left, right, Op::EXP_TMP, Op::EXP, block_index);
-        case '>': return comparison(b, left, right, 4, block_index);
-        case '<': return comparison(b, left, right, 5, block_index);
+        case '>': return comparison(b, left, right, cmp_code::GREATER, block_index);
+        case '<': return comparison(b, left, right, cmp_code::LESS, block_index);
         case '|':
         case '&': {
             const char c = token[o];
-            if (!right.empty() && right[0] == c) return comparison(b, left, right.substr(1), c == '|' ? 6 : 7, block_index);
+            if (!right.empty() && right[0] == c) return comparison(b, left, right.substr(1), c == '|' ? cmp_code::OR : cmp_code::AND, block_index);
             // Like the arithmetic operators, the bit operators get a hidden result
             // variable: without it the result would land in the left operand's own
             // cell and `6 | 3` would turn the constant 6 into 7 for good.
@@ -406,12 +408,12 @@ vrkvar* atom(vrkblock* b, std::string token, const std::string& raw_token, bool 
 bool keyword(vrkblock* b, const std::string& token, vrkvar*& result) {
     if (token == "return") {
         result = compile_text(b, "0");
-        emit(b, Op::LOAD, -1, 0);
+        emit(b, Op::LOAD, load_code::RETURN, 0);
         return true;
     }
     if (starts_with(token, "return ")) {
         result = compile_text(b, token.substr(token.find(' ') + 1));
-        emit(b, Op::LOAD, -1, 0);
+        emit(b, Op::LOAD, load_code::RETURN, 0);
         return true;
     }
     struct fixed {
@@ -421,9 +423,10 @@ bool keyword(vrkblock* b, const std::string& token, vrkvar*& result) {
         bool block_ref;
     };
     static constexpr fixed kFixed[] = {
-        {"break", Op::BREAK, 0, true},      {"continue", Op::BREAK, 1, true}, {"true", Op::LOAD, 1, false},
-        {"false", Op::LOAD, 2, false},      {"undefined", Op::LOAD, 3, false}, {"none", Op::LOAD, 7, false},
-        {"None", Op::LOAD, 7, false},
+        {"break", Op::BREAK, 0, true},      {"continue", Op::BREAK, 1, true}, {"true", Op::LOAD, load_code::TRUE, false},
+        {"false", Op::LOAD, load_code::FALSE, false}, {"undefined", Op::LOAD, load_code::UNDEFINED, false},
+        {"none", Op::LOAD, load_code::NONE, false},
+        {"None", Op::LOAD, load_code::NONE, false},
     };
     for (const fixed& f : kFixed) {
         if (token == f.text) {
@@ -618,15 +621,15 @@ vrkvar* token_compound(vrkblock* b, std::size_t s, std::string& token, std::stri
         compile_text(b, right, block_index);
         emit(b, Op::ARG, 0, 1);
         compile_text(b, left, block_index);
-        emit(b, Op::CMP, strict ? -1 : 0, ref_of(b));
+        emit(b, Op::CMP, strict ? cmp_code::STRICT_EQUAL : cmp_code::EQUAL, ref_of(b));
         return nullptr;
     }
     const char before = s > 0 ? token[s - 1] : '\0';
     if (!left.empty()) left.pop_back();
     switch (before) {
-        case '!': comparison(b, left, right, 1, block_index); return nullptr;
-        case '>': comparison(b, left, right, 2, block_index); return nullptr;
-        case '<': comparison(b, left, right, 3, block_index); return nullptr;
+        case '!': comparison(b, left, right, cmp_code::NOT_EQUAL, block_index); return nullptr;
+        case '>': comparison(b, left, right, cmp_code::GREATER_EQUAL, block_index); return nullptr;
+        case '<': comparison(b, left, right, cmp_code::LESS_EQUAL, block_index); return nullptr;
         case '+':
         case '-':
         case '*':

@@ -28,9 +28,11 @@
 #include <vector>
 
 #include "frontend/compiler.h"
+#include "frontend/emit.h"
 #include "frontend/text.h"
 #include "host/engine.h"
-#include "host/log.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 #include "values/pools.h"
 #include "vm/copies.h"
 

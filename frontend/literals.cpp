@@ -15,8 +15,10 @@
 #include <vector>
 
 #include "frontend/compiler.h"
+#include "frontend/emit.h"
 #include "frontend/text.h"
-#include "host/log.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 
 namespace vrk {
 

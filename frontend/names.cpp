@@ -13,7 +13,8 @@
 #include "frontend/compiler.h"
 #include "frontend/text.h"
 #include "host/engine.h"
-#include "host/log.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 
 namespace vrk {
 

@@ -12,7 +12,7 @@
 #include "frontend/preprocess.h"
 #include "frontend/text.h"
 #include "host/engine.h"
-#include "host/log.h"
+#include "base/log.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "vm/block.h"

@@ -10,8 +10,8 @@
 
 #include "frontend/parser.h"
 #include "frontend/text.h"
-#include "host/context.h"
-#include "host/log.h"
+#include "base/context.h"
+#include "base/log.h"
 #include "platform/files.h"
 
 namespace vrk {

@@ -3,9 +3,11 @@
 #include <string>
 
 #include "frontend/parser.h"
+#include "frontend/compile_context.h"
 #include "frontend/text.h"
-#include "host/context.h"
-#include "host/log.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 #include "values/pools.h"
 #include "vm/block.h"
 
@@ -81,7 +83,7 @@ void split_source(vrkblock* block, const std::string& text) {
         if (close == npos) {
             // What is left of the text cannot be split: it is shown and dropped.
             syntaxError("syntax error in string (missing closing bracket '}')\n",
-                        context().current_compiling_block);
+                        compile_context().current_compiling_block);
             log().log("%s", text.c_str() + rest);
             break;
         }

@@ -11,9 +11,12 @@
 #include <vector>
 
 #include "frontend/compiler.h"
+#include "frontend/compile_context.h"
+#include "frontend/emit.h"
 #include "frontend/text.h"
-#include "host/context.h"
-#include "host/log.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
 #include "values/pools.h"
 
 namespace vrk {
@@ -151,7 +154,7 @@ bool collection_loop(vrkblock* b, bool in_class, int32_t* block_index, const std
     const std::size_t colons = find_scoped_text(test, "::", 0);
     std::string x = test.substr(0, colons);
     std::string coll = test.substr(colons + 2);
-    uint32_t& counter = context().iterative_loop_counter;
+    uint32_t& counter = compile_context().iterative_loop_counter;
     std::string iter;
     if (const std::size_t comma = find_scoped(x, ',', 0); comma != npos && comma < x.size()) {
         const std::vector<std::string> pieces = split_scoped(x, ',');

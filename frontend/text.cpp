@@ -1,8 +1,10 @@
 // The quote- and bracket-aware text search of the front end.
 #include "frontend/text.h"
 
-#include "host/context.h"
-#include "host/log.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "frontend/compile_context.h"
+#include "frontend/syntax_error.h"
 
 namespace vrk {
 
@@ -75,7 +77,7 @@ std::size_t find_scoped(const std::string& text, char ch, std::size_t from, bool
         quotes.step(text, i);
         if (!quotes.open()) depth.step(c);
         if (depth.negative()) {
-            if (vrkblock* block = context().current_compiling_block) {
+            if (vrkblock* block = compile_context().current_compiling_block) {
                 syntaxError(text.c_str(), block);
                 log().log("additional info: ");
                 log().log("searching for %c in %s", ch, text.c_str());
@@ -104,7 +106,7 @@ std::size_t find_scoped_text(const std::string& text, const std::string& needle,
         if (!quotes.open()) depth.step(c);
         if (depth.negative()) {
             // Outside a compile an unbalanced text is simply not searched.
-            if (vrkblock* block = context().current_compiling_block) {
+            if (vrkblock* block = compile_context().current_compiling_block) {
                 syntaxError(text.c_str(), block);
                 log().log("additional info: ");
                 log().log("searching for %s in %s", needle.c_str(), text.c_str());

@@ -8,38 +8,55 @@
 #include "builtins/registry.h"
 #include "frontend/compile.h"
 #include "frontend/parser.h"
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
+#include "host/host_state.h"
+#include "saved/block_image.h"
 #include "vm/block.h"
+#include "vm/engine_link.h"
 #include "vm/run.h"
 
 namespace vrk {
 
-vrkblock* vrkblock_handle::get() const {
-    return dynamic_cast<vrkblock*>(registry_get(index, id));
-}
-
-vrkblock_handle vrkblock_handle::of(vrkblock* b) {
-    if (!b) return {};
-    return {b->registry_index, b->registry_id};
-}
-
-bool vrkblock_handle::refers_to(const vrkblock* b) const {
-    return b && id != 0 && id == b->registry_id && index == b->registry_index;
-}
-
-vrkobject* vrkobject_handle::get() const {
-    return dynamic_cast<vrkobject*>(registry_get(index, id));
-}
-
 bool block_active(const vrkblock* b) { return block_alive(b) && b->busy(); }
+
+namespace {
+
+// The engine's side of the block layer's engine calls (vm/engine_link.h).
+void link_block_destroyed(vrkscript* engine, vrkblock* block) {
+    engine->removedSleepers.push_back(block);
+    engine->sleepersChanged = 1;
+    engine->forget_block(block);
+}
+
+void link_add_sleeper(vrkscript* engine, vrkblock* t) {
+    // The block is alive and waits, so no entry of it may be swept at the end
+    // of the frame: it may have ended and re-entered sleep within one frame,
+    // or a block that died earlier may have left its address on the list.
+    auto& removed = engine->removedSleepers;
+    removed.erase(std::remove(removed.begin(), removed.end(), t), removed.end());
+    const bool known =
+        std::any_of(engine->sleepingBlocks.begin(), engine->sleepingBlocks.end(),
+                    [t](const vrkblock_handle& h) { return h.refers_to(t); }) ||
+        std::find(engine->newSleepers.begin(), engine->newSleepers.end(), t) !=
+            engine->newSleepers.end();
+    if (!known) engine->newSleepers.push_back(t);
+}
+
+void link_block_finished(vrkscript* engine, vrkblock* block) { engine->finishedBlocks.push_back(block); }
+
+std::map<std::string, vrkblock*>* link_extern_blocks(vrkscript* engine) { return &engine->extern_blocks; }
+
+}  // namespace
 
 vrkscript::vrkscript() {
     vrkcontext& ctx = context();
     ctx.main_thread = current_thread_id();
+    set_engine_link({&link_block_destroyed, &link_add_sleeper, &link_block_finished, &link_extern_blocks});
+    install_block_image();
     workingDirectory = ctx.executableDirectory;
-    if (!ctx.firstEngine) ctx.firstEngine = this;
+    if (!host_state().firstEngine) host_state().firstEngine = this;
     inHousekeeping = 0;
     firstBlock = block_new(this);
     globalBlock = block_new(nullptr);
@@ -65,7 +82,7 @@ vrkscript::~vrkscript() {
     globalBlock = nullptr;
     block_delete(firstBlock);
     firstBlock = nullptr;
-    if (context().firstEngine == this) context().firstEngine = nullptr;
+    if (host_state().firstEngine == this) host_state().firstEngine = nullptr;
 }
 
 void vrkscript::load_native_modules() {

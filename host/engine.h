@@ -34,7 +34,8 @@
 
 #include "host/schedule.h"
 #include "host/thread_record.h"
-#include "objects/object.h"
+#include "values/object.h"
+#include "vm/block.h"
 #include "vm/instruction.h"
 
 namespace vrk {
@@ -42,23 +43,6 @@ namespace vrk {
 struct vrkblock;
 struct vrkvar;
 struct vrkparser;
-
-// A guarded handle of a block: valid while the registry slot keeps the id.
-struct vrkblock_handle {
-    uint64_t index = 0;  // registry index of the block
-    uint32_t id = 0;     // registry id; 0 means empty
-    vrkblock* get() const;
-    static vrkblock_handle of(vrkblock* b);
-    // True when the handle was taken of `b` (compares without resolving).
-    bool refers_to(const vrkblock* b) const;
-};
-
-// A guarded handle of a native object.
-struct vrkobject_handle {
-    uint64_t index = 0;  // registry index of the object
-    uint32_t id = 0;     // registry id; 0 means empty
-    vrkobject* get() const;
-};
 
 // A parser taken out of `parsers` whose blocks still run.
 struct vrkretired_parser {

@@ -10,11 +10,12 @@
 
 #include "host/args.h"
 #include "host/command_line.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
 #include "host/frame_loop.h"
+#include "host/host_state.h"
 #include "host/init_script.h"
-#include "host/log.h"
+#include "base/log.h"
 #include "host/registration.h"
 #include "host/run_modes.h"
 #include "host/watchdog.h"
@@ -93,7 +94,7 @@ int compile_to_file(vrkscript& engine, const std::string& source, bool cutAtSour
 // Makes `directory` the one in force: for scripts, for the process (a failure
 // goes unnoticed, by design) and for the engine.
 void enter_working_directory(vrkscript& engine, const std::string& directory) {
-    context().host.workingDirectory = directory;
+    host_state().workingDirectory = directory;
     platform::change_directory(directory);
     engine.workingDirectory = directory;
 }
@@ -115,7 +116,7 @@ vrkparser* load_compiled_program(vrkscript& engine, const std::string& path) {
 int run_one_shot(const CommandLineValues& values) {
     vrkscript& engine = create_engine();
     init_script(&engine);
-    context().host.scriptArgument = values.scriptarg;
+    host_state().scriptArgument = values.scriptarg;
     register_scriptarg(&engine);
 
     if (!values.compile.empty()) return compile_to_file(engine, values.compile, false);
@@ -182,7 +183,7 @@ int run_normal(RunMode mode, const CommandLineValues& values, const ScriptSelect
         scriptPath = selection.compiledRun;
     }
 
-    vrkhost_state& host = context().host;
+    vrkhost_state& host = host_state();
     host.scriptDirectory = directory_part(scriptPath);
     host.scriptPath = scriptPath;
     host.mainEngine = &engine;
@@ -198,7 +199,7 @@ int run_normal(RunMode mode, const CommandLineValues& values, const ScriptSelect
 
     std::unique_ptr<platform::FrameClock> clock = create_frame_clock();
     context().wakeCallback = [clock = clock.get()] {
-        context().host.wakeRequested.store(1);
+        host_state().wakeRequested.store(1);
         if (clock) clock->wake();
     };
     start_file_watcher(engine, host.scriptDirectory);

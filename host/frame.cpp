@@ -14,10 +14,10 @@
 
 #include "frontend/compile.h"
 #include "frontend/parser.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "platform/system.h"
 #include "values/pools.h"
 #include "vm/block.h"

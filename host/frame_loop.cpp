@@ -3,15 +3,16 @@
 
 #include <thread>
 
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
+#include "host/host_state.h"
 #include "host/run_modes.h"
 #include "platform/frame_clock.h"
 
 namespace vrk {
 
 void frame_step(vrkscript& engine, platform::FrameClock* clock) {
-    vrkhost_state& host = context().host;
+    vrkhost_state& host = host_state();
     const bool queued = run_frame(engine);
     const bool keepRunning = host.keepRunningRequested != 0;
     host.keepRunningRequested = 0;

@@ -3,9 +3,10 @@
 
 #include <string>
 
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/log.h"
+#include "base/log.h"
+#include "host/host_state.h"
 #include "platform/system.h"
 #include "values/cell.h"
 
@@ -23,7 +24,7 @@ constexpr const char* kCurrentDirectoryText = "() returns current directory";
 
 vrkvar* set_performance_mode(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     if (args.size() != 1) return &result;
-    vrkhost_state& host = context().host;
+    vrkhost_state& host = host_state();
     host.performanceMode = static_cast<int32_t>(to_int(deref(args[0])));
     log().warn("setting performance mode to %i", host.performanceMode);
     return &result;
@@ -31,14 +32,14 @@ vrkvar* set_performance_mode(vrkblock*, std::vector<vrkvar*>& args, void*, vrkva
 
 vrkvar* set_auto_reload(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     if (args.size() != 1) return &result;
-    vrkhost_state& host = context().host;
+    vrkhost_state& host = host_state();
     host.autoReload = to_int(deref(args[0])) != 0 ? 1 : 0;
     log().warn("setting auto script reload mode to %i", static_cast<int>(host.autoReload));
     return &result;
 }
 
 vrkvar* keep_script_running(vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& result) {
-    context().host.keepRunningRequested = 1;
+    host_state().keepRunningRequested = 1;
     return &result;
 }
 
@@ -50,12 +51,12 @@ vrkvar* modulefilename(vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& result) 
 }
 
 vrkvar* working_dir(vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& result) {
-    set_string(&result, context().host.workingDirectory);
+    set_string(&result, host_state().workingDirectory);
     return &result;
 }
 
 vrkvar* scriptarg(vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& result) {
-    set_string(&result, context().host.scriptArgument);
+    set_string(&result, host_state().scriptArgument);
     return &result;
 }
 

@@ -1,7 +1,7 @@
 // The registration run mode and setRegistryDefault.
 #include "host/registration.h"
 
-#include "host/log.h"
+#include "base/log.h"
 #include "platform/filetypes.h"
 #include "platform/system.h"
 

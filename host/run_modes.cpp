@@ -7,7 +7,7 @@
 #include "frontend/compile.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
-#include "host/log.h"
+#include "base/log.h"
 #include "saved/program.h"
 #include "vm/block.h"
 #include "vm/run.h"

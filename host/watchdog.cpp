@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "host/log.h"
+#include "base/log.h"
 #include "platform/system.h"
 
 namespace vrk {

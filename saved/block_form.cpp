@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "saved/block_links.h"
 #include "saved/cache.h"
 #include "saved/relink.h"

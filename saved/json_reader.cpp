@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "host/log.h"
+#include "base/log.h"
 #include "saved/json_text.h"
 #include "values/cell.h"
 #include "values/json.h"

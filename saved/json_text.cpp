@@ -10,7 +10,7 @@
 
 #include <string>
 
-#include "objects/object.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
 

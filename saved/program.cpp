@@ -6,8 +6,8 @@
 #include <iterator>
 
 #include "frontend/parser.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "platform/system.h"
 #include "saved/block_form.h"
 #include "saved/cache.h"

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "host/log.h"
-#include "host/script_lock.h"
-#include "objects/object.h"
+#include "base/log.h"
+#include "base/script_lock.h"
+#include "values/object.h"
 #include "saved/block_form.h"
 #include "saved/block_links.h"
 #include "saved/cache.h"

@@ -7,8 +7,8 @@
 // source may be an element or member of it.
 #include <string>
 
-#include "host/log.h"
-#include "objects/object.h"
+#include "base/log.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/classref.h"
 #include "values/closure.h"

@@ -2,9 +2,9 @@
 #include <string>
 #include <utility>
 
-#include "host/log.h"
-#include "host/script_lock.h"
-#include "objects/object.h"
+#include "base/log.h"
+#include "base/script_lock.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/classref.h"
 #include "values/closure.h"

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "vm/block.h"
 #include "vm/copies.h"

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "host/log.h"
+#include "base/log.h"
 #include "values/cell.h"
 #include "vm/block.h"
 

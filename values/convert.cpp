@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "objects/object.h"
+#include "values/object.h"
 #include "saved/json_text.h"
 #include "values/cell.h"
 #include "values/json.h"

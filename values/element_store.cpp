@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "host/log.h"
-#include "objects/object.h"
+#include "base/log.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "vm/block.h"

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "objects/object.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
 

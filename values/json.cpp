@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "host/log.h"
+#include "base/log.h"
 #include "values/pools.h"
 
 namespace vrk {

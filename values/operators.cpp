@@ -11,7 +11,7 @@
 #include <cmath>
 #include <string>
 
-#include "objects/object.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "vm/errors.h"
 

@@ -12,7 +12,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "host/log.h"
+#include "base/log.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "values/operators.h"

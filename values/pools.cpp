@@ -5,9 +5,10 @@
 #include <atomic>
 #include <utility>
 
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/errors.h"
 
@@ -18,11 +19,11 @@ namespace {
 // live_cells is a plain counter in the context, but cells are also made and
 // destroyed on foreign threads, so every change goes through an atomic view.
 void count_cell_up() {
-    std::atomic_ref<uint32_t>(context().live_cells).fetch_add(1, std::memory_order_relaxed);
+    std::atomic_ref<uint32_t>(value_context().live_cells).fetch_add(1, std::memory_order_relaxed);
 }
 
 void count_cell_down() {
-    std::atomic_ref<uint32_t>(context().live_cells).fetch_sub(1, std::memory_order_relaxed);
+    std::atomic_ref<uint32_t>(value_context().live_cells).fetch_sub(1, std::memory_order_relaxed);
 }
 
 template <class T>
@@ -64,7 +65,7 @@ void blank(vrkvar* cell) {
 vrkvar* cell_new(Tag tag) {
     vrkvar* cell = nullptr;
     if (pool_thread()) {
-        vrkpool<vrkvar>& pool = context().pools.cell_pool;
+        vrkpool<vrkvar>& pool = value_context().pools.cell_pool;
         cell = pop(pool);
         if (!cell) {
             cell = new vrkvar();
@@ -87,11 +88,11 @@ void cell_free(vrkvar* cell) {
         return;
     }
     if (!pool_thread()) {
-        context().pools.cell_queue.push(cell);
+        value_context().pools.cell_queue.push(cell);
         return;
     }
     blank(cell);
-    if (!push(context().pools.cell_pool, cell)) {
+    if (!push(value_context().pools.cell_pool, cell)) {
         delete cell;
         count_cell_down();
     }
@@ -99,7 +100,7 @@ void cell_free(vrkvar* cell) {
 
 vrkelement* element_new() {
     if (pool_thread()) {
-        vrkpool<vrkelement>& pool = context().pools.element_pool;
+        vrkpool<vrkelement>& pool = value_context().pools.element_pool;
         if (vrkelement* element = pop(pool)) return element;
         ++pool.created;
     }
@@ -120,12 +121,12 @@ void element_free(vrkelement* element) {
         return;
     }
     if (!pool_thread()) {
-        context().pools.element_queue.push(element);
+        value_context().pools.element_queue.push(element);
         return;
     }
     blank(element);
     if (element->key) element->key->clear();
-    if (!push(context().pools.element_pool, element)) {
+    if (!push(value_context().pools.element_pool, element)) {
         delete element->key;
         delete element;
         count_cell_down();
@@ -136,7 +137,7 @@ void element_free(vrkelement* element) {
 
 std::string* string_new() {
     if (pool_thread()) {
-        vrkpool<std::string>& pool = context().pools.string_pool;
+        vrkpool<std::string>& pool = value_context().pools.string_pool;
         if (std::string* s = pop(pool)) {
             s->clear();
             return s;
@@ -151,12 +152,12 @@ void string_free(std::string* s) {
         warn_null();
         return;
     }
-    if (!pool_thread() || !push(context().pools.string_pool, s)) delete s;
+    if (!pool_thread() || !push(value_context().pools.string_pool, s)) delete s;
 }
 
 std::vector<uint8_t>* data_new() {
     if (pool_thread()) {
-        vrkpool<std::vector<uint8_t>>& pool = context().pools.data_pool;
+        vrkpool<std::vector<uint8_t>>& pool = value_context().pools.data_pool;
         if (std::vector<uint8_t>* d = pop(pool)) {
             d->clear();
             return d;
@@ -173,7 +174,7 @@ void data_free(std::vector<uint8_t>* d) {
     }
     // Buffers over 1 MiB are never kept, so one large burst does not pin memory.
     if (pool_thread() && d->capacity() <= kDataPoolMaxBytes &&
-        push(context().pools.data_pool, d)) {
+        push(value_context().pools.data_pool, d)) {
         return;
     }
     delete d;
@@ -181,7 +182,7 @@ void data_free(std::vector<uint8_t>* d) {
 
 vrkjson* json_new() {
     if (pool_thread()) {
-        vrkpool<vrkjson>& pool = context().pools.json_pool;
+        vrkpool<vrkjson>& pool = value_context().pools.json_pool;
         if (vrkjson* j = pop(pool)) return j;
         ++pool.created;
     }
@@ -194,21 +195,21 @@ void json_free(vrkjson* j) {
         return;
     }
     if (!pool_thread()) {
-        context().pools.json_queue.push(j);
+        value_context().pools.json_queue.push(j);
         return;
     }
     for (vrkelement* element : j->elements) element_free(element);
     j->elements.clear();
     // A reused record starts as a new one would, without a stale look-up hint.
     j->last_hit = -1;
-    if (!push(context().pools.json_pool, j)) delete j;
+    if (!push(value_context().pools.json_pool, j)) delete j;
 }
 
 void drain_free_queues() {
     // Holding the lock makes this a pool thread, so the free routines below
     // put the records into the pools instead of queueing them again.
     ScriptLock lock;
-    vrkpools& pools = context().pools;
+    vrkpools& pools = value_context().pools;
     // JSON records first: freeing them frees their elements, which then go
     // straight to the pool; elements, then plain cells.
     while (vrkjson* j = pools.json_queue.pop()) json_free(j);
@@ -249,12 +250,12 @@ void return_temp(vrkblock* block, vrkvar* cell) {
 void callback_add(std::function<void(uint64_t)> callable, uint64_t handle, vrkblock* block,
                   uint8_t kind) {
     ScriptLock lock;
-    context().callback_queue.push_back(vrkcallback{std::move(callable), handle, block, kind});
+    value_context().callback_queue.push_back(vrkcallback{std::move(callable), handle, block, kind});
 }
 
 bool callback_fire(uint64_t handle, bool run) {
     ScriptLock lock;
-    std::vector<vrkcallback>& queue = context().callback_queue;
+    std::vector<vrkcallback>& queue = value_context().callback_queue;
     bool found = false;
     std::vector<vrkcallback> due;
     for (auto it = queue.begin(); it != queue.end();) {
@@ -276,7 +277,7 @@ bool callback_fire(uint64_t handle, bool run) {
 }
 
 uint32_t live_cells() {
-    return std::atomic_ref<uint32_t>(context().live_cells).load(std::memory_order_relaxed);
+    return std::atomic_ref<uint32_t>(value_context().live_cells).load(std::memory_order_relaxed);
 }
 
 }  // namespace vrk

@@ -5,10 +5,11 @@
 #include <algorithm>
 #include <unordered_set>
 
-#include "host/context.h"
-#include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
+#include "values/value_context.h"
+#include "vm/engine_link.h"
 #include "vm/run.h"
 
 namespace vrk {
@@ -33,7 +34,7 @@ void mark_embedded_cells(vrkblock* b) {
     b->scratch.flags = flag::MOVABLE;
 }
 
-void enter_live(vrkblock* b) { context().live_blocks[b] = b->vars.get(); }
+void enter_live(vrkblock* b) { value_context().live_blocks[b] = b->vars.get(); }
 
 }  // namespace
 
@@ -47,8 +48,21 @@ void block_delete(vrkblock* b) { delete b; }
 
 bool block_alive(const vrkblock* b) {
     if (!b) return false;
-    auto& live = context().live_blocks;
+    auto& live = value_context().live_blocks;
     return live.find(b) != live.end();
+}
+
+vrkblock* vrkblock_handle::get() const {
+    return dynamic_cast<vrkblock*>(registry_get(index, id));
+}
+
+vrkblock_handle vrkblock_handle::of(vrkblock* b) {
+    if (!b) return {};
+    return {b->registry_index, b->registry_id};
+}
+
+bool vrkblock_handle::refers_to(const vrkblock* b) const {
+    return b && id != 0 && id == b->registry_id && index == b->registry_index;
 }
 
 vrkblock::vrkblock(vrkscript* eng) : engine(eng), vars(std::make_unique<std::vector<vrkvar*>>()) {
@@ -247,7 +261,7 @@ void return_displaced_params(vrkblock* b) {
 // walk over every block is paid only when a class itself goes.
 void detach_instances(vrkblock* blueprint) {
     const std::unordered_set<const vrkvar*> own(blueprint->vars->begin(), blueprint->vars->end());
-    for (const auto& entry : context().live_blocks) {
+    for (const auto& entry : value_context().live_blocks) {
         vrkblock* instance = const_cast<vrkblock*>(entry.first);
         if (instance == blueprint || !instance->class_data || instance->class_data->blueprint != blueprint)
             continue;
@@ -262,7 +276,7 @@ void detach_instances(vrkblock* blueprint) {
 }
 
 void fire_block_callbacks(vrkblock* b) {
-    auto& queue = context().callback_queue;
+    auto& queue = value_context().callback_queue;
     bool any = false;
     for (const auto& cb : queue) any = any || cb.block == b;
     if (!any) return;
@@ -354,9 +368,7 @@ vrkblock::~vrkblock() {
     free_code_operands(code);
     code.clear();
     if (engine) {
-        engine->removedSleepers.push_back(this);
-        engine->sleepersChanged = 1;
-        engine->forget_block(this);
+        engine_block_destroyed(engine, this);
     }
 
     // Temporaries are owned by the pool of this block.
@@ -373,7 +385,7 @@ vrkblock::~vrkblock() {
     code_text = nullptr;
     if (full_source && !source_shared) string_free(full_source);
     full_source = nullptr;
-    vrkcontext& ctx = context();
+    vrkvalue_context& ctx = value_context();
     ctx.live_blocks.erase(this);
     ++ctx.blocks_destroyed;
 }

@@ -25,7 +25,7 @@
 #include <utility>
 #include <vector>
 
-#include "objects/object.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/instruction.h"
@@ -213,6 +213,16 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     void set_source(const std::string& text);
     // A new child with the parent's engine, named "##BLK<n>".
     static vrkblock* add_child(vrkblock* parent, const std::string& text);
+};
+
+// A guarded handle of a block: valid while the registry slot keeps the id.
+struct vrkblock_handle {
+    uint64_t index = 0;  // registry index of the block
+    uint32_t id = 0;     // registry id; 0 means empty
+    vrkblock* get() const;
+    static vrkblock_handle of(vrkblock* b);
+    // True when the handle was taken of `b` (compares without resolving).
+    bool refers_to(const vrkblock* b) const;
 };
 
 // True while the block exists.

@@ -8,7 +8,7 @@
 // way up to the nearest loop body; the parent of that body sees `break` as its
 // own `loop_signal`, which the loop's exit test (JMP_FALSE_LOOP) obeys, while
 // `continue` stops at the loop body.
-#include "host/log.h"
+#include "base/log.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 #include "vm/run.h"

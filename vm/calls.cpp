@@ -7,7 +7,7 @@
 // each argument from the last, POP and a SET with `ref` -1 that swaps the
 // argument cell into the callee's variables; RESET 1; CALL. After the callee
 // has run, the caller puts the displaced variable pointers back.
-#include "host/log.h"
+#include "base/log.h"
 #include "vm/copies.h"
 #include "vm/errors.h"
 #include "vm/ops.h"

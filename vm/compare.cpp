@@ -18,19 +18,19 @@ bool truth(const vrkvar* v, bool floating) { return floating ? to_float(v) != 0.
 
 bool test(int64_t code, vrkvar* rhs, vrkvar* lhs) {
     switch (code) {
-        case -1: return rhs->type == lhs->type && equals(rhs, lhs);
-        case 0: return equals(rhs, lhs);
-        case 1: return !equals(rhs, lhs);
-        case 2:
-        case 3:
-        case 4:
-        case 5: return order_test(static_cast<int>(code), rhs, lhs);
-        case 6:
-        case 7: {
+        case cmp_code::STRICT_EQUAL: return rhs->type == lhs->type && equals(rhs, lhs);
+        case cmp_code::EQUAL: return equals(rhs, lhs);
+        case cmp_code::NOT_EQUAL: return !equals(rhs, lhs);
+        case cmp_code::GREATER_EQUAL:
+        case cmp_code::LESS_EQUAL:
+        case cmp_code::GREATER:
+        case cmp_code::LESS: return order_test(static_cast<int>(code), rhs, lhs);
+        case cmp_code::OR:
+        case cmp_code::AND: {
             const bool floating = std::max(rhs->type, lhs->type) == Tag::FLOAT;
             const bool r = truth(rhs, floating);
             const bool l = truth(lhs, floating);
-            return code == 6 ? (r || l) : (r && l);
+            return code == cmp_code::OR ? (r || l) : (r && l);
         }
         default: return false;
     }

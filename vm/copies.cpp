@@ -10,25 +10,21 @@
 #include <string>
 #include <vector>
 
-#include "host/context.h"
-#include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
-#include "saved/block_form.h"
-#include "saved/block_links.h"
-#include "saved/cache.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/closure.h"
+#include "values/value_context.h"
 #include "vm/block.h"
+#include "vm/block_image.h"
+#include "vm/engine_link.h"
 #include "vm/run.h"
 #include "vm/sleep.h"
 
 namespace vrk {
 
 namespace {
-
-// A saved record is written into a buffer that starts with this much room.
-constexpr std::size_t kRecordReserve = 2048;
 
 // Declaration bits of a parameter cell. The saved record writes parameters as
 // blank cells; a copy takes these from its source so that it binds, converts
@@ -87,15 +83,18 @@ void share_with_source(vrkblock* source, vrkblock* copy, bool root) {
     }
     if (source->line_table) copy->line_table = std::make_unique<std::map<uint32_t, vrkline_entry>>(*source->line_table);
     if (source->file_table) copy->file_table = std::make_unique<std::vector<vrkfile_entry>>(*source->file_table);
-    if ((copy->kind & kind::EXTERN) && copy->engine) {
-        for (auto& entry : copy->engine->extern_blocks) {
-            if (entry.second == copy) entry.second = source;
+    if (copy->kind & kind::EXTERN) {
+        if (auto* externs = engine_extern_blocks(copy->engine)) {
+            for (auto& entry : *externs) {
+                if (entry.second == copy) entry.second = source;
+            }
         }
     }
     if (!copy->children) return;
     for (int32_t position = 0;; ++position) {
-        vrkblock* from = saved_child(source, position);
-        vrkblock* to = saved_child(copy, position);
+        if (!block_image().saved_child) break;
+        vrkblock* from = block_image().saved_child(source, position);
+        vrkblock* to = block_image().saved_child(copy, position);
         if (!from || !to) break;
         share_with_source(from, to, false);
     }
@@ -107,7 +106,7 @@ void share_with_source(vrkblock* source, vrkblock* copy, bool root) {
 // destroyed since its last check: a recursive call scans it on every call.
 std::vector<vrkblock*>& live_copies(vrkblock* source) {
     std::vector<vrkblock*>& copies = source->get_copies();
-    const uint64_t destroyed = context().blocks_destroyed;
+    const uint64_t destroyed = value_context().blocks_destroyed;
     if (source->copies_checked != destroyed) {
         copies.erase(std::remove_if(copies.begin(), copies.end(), [](vrkblock* c) { return !block_alive(c); }),
                      copies.end());
@@ -219,16 +218,7 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
         copy->names_shared = 1;
     }
 
-    std::vector<uint8_t> bytes;
-    bytes.reserve(kRecordReserve);
-    {
-        ScriptCacheWriter writer(bytes);
-        toCache(source, writer, as_copy);
-    }
-    {
-        ScriptCacheReader reader(bytes);
-        fromCache(copy, reader);
-    }
+    if (block_image().copy_through_record) block_image().copy_through_record(source, copy, as_copy);
     share_with_source(source, copy, true);
     restore_parameters(source, copy);
 
@@ -238,7 +228,7 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
         } else {
             // A block without a parent has no tree to join; the copy goes
             // when its source goes.
-            adopt_block(source, copy);
+            if (block_image().adopt_block) block_image().adopt_block(source, copy);
         }
     } else if (owner == kNoOwner) {
         copy->parent = nullptr;
@@ -324,7 +314,7 @@ vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
         park(caller);
         instance->get_completion().on_finish = [caller](vrkblock* finished, vrkvar*) {
             wake(caller);
-            if (finished->engine) finished->engine->finishedBlocks.push_back(finished);
+            engine_block_finished(finished->engine, finished);
         };
         return nullptr;
     }

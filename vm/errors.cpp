@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <vector>
 
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "vm/block.h"
 
 namespace vrk {

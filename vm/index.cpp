@@ -11,7 +11,7 @@
 // finds it at once.
 #include <string>
 
-#include "objects/object.h"
+#include "values/object.h"
 #include "values/json.h"
 #include "vm/errors.h"
 #include "vm/ops.h"

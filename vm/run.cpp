@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "host/context.h"
-#include "host/log.h"
+#include "base/context.h"
+#include "base/log.h"
 #include "vm/block.h"
 #include "vm/ops.h"
 
@@ -181,9 +181,9 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
             case Op::LOAD:
                 if (ins.ref != 0) {
                     slot_load(b, ins);
-                } else if (ins.arg == -1) {
+                } else if (ins.arg == load_code::RETURN) {
                     flow = return_value(rs);
-                } else if (ins.arg == 4) {
+                } else if (ins.arg == load_code::CALL_START) {
                     start_call(b);
                 } else {
                     load_constant(b, ins);

@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "host/log.h"
-#include "objects/object.h"
+#include "base/log.h"
+#include "values/object.h"
 #include "values/classref.h"
 #include "values/json.h"
 #include "vm/block.h"

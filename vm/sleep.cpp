@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <vector>
 
-#include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "platform/system.h"
 #include "vm/block.h"
+#include "vm/engine_link.h"
 
 namespace vrk {
 
@@ -54,17 +54,7 @@ int sleep(vrkblock* block, int64_t ms, bool hold, uint8_t wait_mode) {
         t->hold = 1;
     }
 
-    // The block is alive and waits, so no entry of it may be swept at the end
-    // of the frame: it may have ended and re-entered sleep within one frame,
-    // or a block that died earlier may have left its address on the list.
-    auto& removed = engine->removedSleepers;
-    removed.erase(std::remove(removed.begin(), removed.end(), t), removed.end());
-    const bool known =
-        std::any_of(engine->sleepingBlocks.begin(), engine->sleepingBlocks.end(),
-                    [t](const vrkblock_handle& h) { return h.refers_to(t); }) ||
-        std::find(engine->newSleepers.begin(), engine->newSleepers.end(), t) !=
-            engine->newSleepers.end();
-    if (!known) engine->newSleepers.push_back(t);
+    engine_add_sleeper(engine, t);
     return 1;
 }
 

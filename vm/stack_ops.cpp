@@ -2,7 +2,7 @@
 // FREE_TOP, SWAP, RESET, DEREF and the constant sub-codes of LOAD.
 #include <utility>
 
-#include "host/log.h"
+#include "base/log.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 
@@ -183,16 +183,16 @@ void reset_state(vrkblock* b, const vrkinstr& ins) {
 void load_constant(vrkblock* b, const vrkinstr& ins) {
     vrkvar*& slot = top_slot(b);
     switch (ins.arg) {
-        case 1: slot = true_value(); return;
-        case 2: slot = false_value(); return;
-        case 3: slot = nullptr; return;
-        case 5: slot = &b->scratch; return;
-        case 6:
+        case load_code::TRUE: slot = true_value(); return;
+        case load_code::FALSE: slot = false_value(); return;
+        case load_code::UNDEFINED: slot = nullptr; return;
+        case load_code::SCRATCH: slot = &b->scratch; return;
+        case load_code::CLEAR_JSON:
             if (!is_marker(slot, kMarkerLimit) && slot->type == Tag::JSON && slot->value.json)
                 json_clear(slot->value.json);
             return;
-        case 7: slot = none_value(); return;
-        case -2: slot = erase_value(); return;
+        case load_code::NONE: slot = none_value(); return;
+        case load_code::ERASE: slot = erase_value(); return;
         default: slot_load(b, ins); return;
     }
 }

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "host/context.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "vm/block.h"
 #include "vm/instruction.h"
@@ -48,7 +48,7 @@ vrkblock* build_loop(uint32_t& counter) {
     put(b, Op::LOAD, counter, self);       // 6
     put(b, Op::ARG, 0, 1);                 // 7
     put(b, Op::LOAD, limit, self);         // 8
-    put(b, Op::CMP, 5, self);              // 9  i < n
+    put(b, Op::CMP, cmp_code::LESS, self); // 9  i < n
     put(b, Op::JMP_FALSE, 1, self);        // 10 -> 13, the end
     put(b, Op::JMP, -12, self);            // 11 -> 0
     put(b, Op::NOP, 0, 0);                 // 12

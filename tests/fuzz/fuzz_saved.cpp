@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/script_lock.h"
-#include "objects/object.h"
+#include "base/script_lock.h"
+#include "values/object.h"
 #include "saved/block_form.h"
 #include "saved/cache.h"
 #include "saved/value_form.h"
@@ -23,6 +23,7 @@
 #include "values/cell.h"
 #include "values/globals.h"
 #include "values/json.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 
 namespace {
@@ -138,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     if (size < 1) return 0;
     static const bool ready = [] {
         // Freed records are not reused, so that a late use is seen at once.
-        context().pools.set_pooling(false);
+        value_context().pools.set_pooling(false);
         context().main_thread = current_thread_id();
         set_object_creator(create);
         fuzz::watch_heap();

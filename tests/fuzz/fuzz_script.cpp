@@ -23,13 +23,14 @@
 #include <vector>
 
 #include "frontend/parser.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
 #include "host/init_script.h"
 #include "tests/fuzz/run_budget.h"
-#include "host/script_lock.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/run.h"
 #include "vm/sleep.h"
@@ -106,7 +107,7 @@ void restore_registered_cells(vrkscript& engine) {
 vrkscript& shared_engine() {
     static vrkscript* engine = [] {
         // Freed records are not reused, so that a late use is seen at once.
-        context().pools.set_pooling(false);
+        value_context().pools.set_pooling(false);
         auto* e = new vrkscript();
         context().main_thread = current_thread_id();
         // The host's own functions, as a one-shot run has them.

@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "host/context.h"
+#include "base/context.h"
 
 // The allocator interface of the sanitizer runtime the targets are linked with.
 extern "C" {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/emit.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
 #include "saved/block_form.h"

@@ -2,9 +2,9 @@
 // instance counting and retired globals.
 #include <gtest/gtest.h>
 
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/script_lock.h"
+#include "base/script_lock.h"
 #include "values/classref.h"
 #include "values/globals.h"
 #include "vm/block.h"

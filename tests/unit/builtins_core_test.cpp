@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "builtins/registry.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/json.h"
 #include "vm/block.h"
 #include "vm/sleep.h"

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "host/context.h"
-#include "host/script_lock.h"
-#include "objects/object.h"
+#include "base/context.h"
+#include "base/script_lock.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "values/pools.h"

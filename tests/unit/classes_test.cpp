@@ -6,22 +6,23 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "frontend/compile.h"
+#include "frontend/compile_context.h"
 #include "frontend/compile_state.h"
 #include "frontend/compiler.h"
 #include "frontend/parser.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
+#include "vm/dump_code.h"
 #include "vm/run.h"
 
 namespace vrk {
@@ -31,7 +32,7 @@ class ClassesTest : public ::testing::Test {
 protected:
     void SetUp() override {
         context().main_thread = current_thread_id();
-        context().current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
         engine = std::make_unique<vrkscript>();
         listener = log().addListener([this](ScriptLogType, const char* text) {
             messages.emplace_back(text);
@@ -69,19 +70,7 @@ protected:
     // The opcodes and args of the instructions of `b`, with " B" for a ref to
     // the block itself.
     static std::string listing(vrkblock* b) {
-        static const std::map<Op, const char*> names = {
-            {Op::SET, "SET"},     {Op::LOAD, "LOAD"},   {Op::PUSH, "PUSH"},   {Op::INDEX, "INDEX"},
-            {Op::RESET, "RESET"}, {Op::CLASS_ACCESS, "CLASS_ACCESS"},
-        };
-        std::string out;
-        for (const vrkinstr& ins : b->code) {
-            if (!out.empty()) out += "; ";
-            auto name = names.find(ins.opcode());
-            out += name != names.end() ? name->second : "op" + std::to_string(ins.op);
-            out += " " + std::to_string(ins.arg);
-            if (ins.ref == ref_of(b)) out += " B";
-        }
-        return out;
+        return dump_code(b, "; ", [b](uint64_t ref, std::string&) { return ref != ref_of(b); });
     }
 
     // `token` rewritten as a member path in `b`.

@@ -8,35 +8,28 @@
 #include <vector>
 
 #include "frontend/compile.h"
+#include "frontend/compile_context.h"
 #include "frontend/compile_state.h"
 #include "frontend/compiler.h"
 #include "frontend/parser.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
+#include "vm/dump_code.h"
 #include "vm/run.h"
 
 namespace vrk {
 namespace {
 
-constexpr const char* kOpNames[kOpcodeCount] = {
-    "SET",      "SET_DEREF", "MAKE_REF", "DEREF",   "LOAD_ALIAS", "ADD_TMP",  "ADD",        "INC",
-    "SUB_TMP",  "SUB",       "DEC",      "MULT_TMP", "MULT",      "DIV_TMP",  "DIV",        "EXP_TMP",
-    "EXP",      "CALL",      "CALL_PREP", "RUN_CHILD", "EXTERNAL", "TMP",     "PUSH",       "ARG",
-    "POP",      "FREE_TOP",  "JMP",      "JMP_FALSE", "JMP_FALSE_LOOP", "NOP", "LOAD_ALIAS2", "LOAD",
-    "BREAK",    "CMP",       "INDEX",    "SWAP",    "BIT_TMP",    "BIT_OR",   "BIT_XOR",    "BIT_AND",
-    "NOT",      "INVERT",    "RESET",    "CLASS_ACCESS",
-};
-
 class CompileTest : public ::testing::Test {
 protected:
     void SetUp() override {
         context().main_thread = current_thread_id();
-        context().current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
         engine = std::make_unique<vrkscript>();
         engine->registerFunction(
             "print",
@@ -77,26 +70,16 @@ protected:
     // B (the block itself), F (registered functions), P (the parent), -1, or
     // omitted when 0.
     std::string listing(vrkblock* b) const {
-        std::string out;
-        for (const vrkinstr& ins : b->code) {
-            if (!out.empty()) out += "; ";
-            out += ins.op < kOpcodeCount ? kOpNames[ins.op] : "?";
-            out += " " + std::to_string(ins.arg);
-            if (ins.ref == 0) continue;
-            if (ins.ref == ref_of(b))
-                out += " B";
-            else if (ins.ref == ref_of(engine->firstBlock))
-                out += " F";
-            else if (b->parent && ins.ref == ref_of(b->parent))
-                out += " P";
-            else if (ins.ref == kRefMinusOne)
-                out += " -1";
-            else if (ins.ref < 16)
-                out += " " + std::to_string(ins.ref);
+        return dump_code(b, "; ", [&](uint64_t ref, std::string& out) {
+            if (ref == 0 || ref == ref_of(b) || ref == kRefMinusOne || ref < 16) return false;
+            if (ref == ref_of(engine->firstBlock))
+                out = "F";
+            else if (b->parent && ref == ref_of(b->parent))
+                out = "P";
             else
-                out += " ?";
-        }
-        return out;
+                out = "?";
+            return true;
+        });
     }
 
     // Compiles `text` as a fresh top block and returns it.
@@ -490,7 +473,7 @@ TEST_F(CompileTest, UnbracedElseJoinsItsIf) {
 }
 
 TEST_F(CompileTest, CollectionLoopRewritesIntoCountedLoop) {
-    const uint32_t before = context().iterative_loop_counter;
+    const uint32_t before = compile_context().iterative_loop_counter;
     vrkblock* b = make_block("coll=1;for(#x, i::coll) {##BLK0};for(y::coll) {##BLK1};");
     make_block("print(x);", b);
     make_block("print(y);", b);
@@ -504,7 +487,7 @@ TEST_F(CompileTest, CollectionLoopRewritesIntoCountedLoop) {
     const std::string generated = "ITERATIVE_LOOPER_" + std::to_string(before + 1) + "I";
     EXPECT_EQ(*(*b->children)[1]->full_source, "y=coll[" + generated + "];");
     EXPECT_NE(b->find_var(generated), nullptr);
-    EXPECT_EQ(context().iterative_loop_counter, before + 2);
+    EXPECT_EQ(compile_context().iterative_loop_counter, before + 2);
 }
 
 TEST_F(CompileTest, BadBlockReferencesAreReported) {

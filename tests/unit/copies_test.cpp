@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/emit.h"
 #include "support/program.h"
 #include "values/classref.h"
 #include "values/closure.h"

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
-#include "objects/object.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
+#include "values/object.h"
 #include "values/cell.h"
 #include "values/element_store.h"
 #include "values/json.h"

@@ -10,29 +10,22 @@
 
 #include "builtins/math.h"
 #include "frontend/compile.h"
+#include "frontend/compile_context.h"
 #include "frontend/compiler.h"
 #include "frontend/parser.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
 #include "vm/copies.h"
+#include "vm/dump_code.h"
 #include "vm/run.h"
 
 namespace vrk {
 namespace {
-
-constexpr const char* kOpNames[kOpcodeCount] = {
-    "SET",      "SET_DEREF", "MAKE_REF", "DEREF",   "LOAD_ALIAS", "ADD_TMP",  "ADD",        "INC",
-    "SUB_TMP",  "SUB",       "DEC",      "MULT_TMP", "MULT",      "DIV_TMP",  "DIV",        "EXP_TMP",
-    "EXP",      "CALL",      "CALL_PREP", "RUN_CHILD", "EXTERNAL", "TMP",     "PUSH",       "ARG",
-    "POP",      "FREE_TOP",  "JMP",      "JMP_FALSE", "JMP_FALSE_LOOP", "NOP", "LOAD_ALIAS2", "LOAD",
-    "BREAK",    "CMP",       "INDEX",    "SWAP",    "BIT_TMP",    "BIT_OR",   "BIT_XOR",    "BIT_AND",
-    "NOT",      "INVERT",    "RESET",    "CLASS_ACCESS",
-};
 
 using Strings = std::vector<std::string>;
 
@@ -40,7 +33,7 @@ class FunctionsTest : public ::testing::Test {
 protected:
     void SetUp() override {
         context().main_thread = current_thread_id();
-        context().current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
         engine = std::make_unique<vrkscript>();
         engine->registerFunction(
             "print",
@@ -81,30 +74,21 @@ protected:
     // functions), G (globals), C0.. (children of the block), -1, a small
     // number, or nothing for 0.
     std::string listing(vrkblock* b) const {
-        std::string out;
-        for (const vrkinstr& ins : b->code) {
-            if (!out.empty()) out += "; ";
-            out += ins.op < kOpcodeCount ? kOpNames[ins.op] : "?";
-            out += " " + std::to_string(ins.arg);
-            if (ins.ref == 0) continue;
-            if (ins.ref == ref_of(b)) {
-                out += " B";
-            } else if (ins.ref == ref_of(engine->firstBlock)) {
-                out += " F";
-            } else if (engine->globalBlock && ins.ref == ref_of(engine->globalBlock)) {
-                out += " G";
-            } else if (ins.ref == kRefMinusOne) {
-                out += " -1";
-            } else if (ins.ref < 16) {
-                out += " " + std::to_string(ins.ref);
+        return dump_code(b, "; ", [&](uint64_t ref, std::string& out) {
+            if (ref == 0 || ref == ref_of(b)) return false;
+            if (ref == ref_of(engine->firstBlock)) {
+                out = "F";
+            } else if (engine->globalBlock && ref == ref_of(engine->globalBlock)) {
+                out = "G";
+            } else if (ref == kRefMinusOne || ref < 16) {
+                return false;
             } else {
-                std::string name = " ?";
+                out = "?";
                 for (std::size_t i = 0; b->children && i < b->children->size(); ++i)
-                    if (ins.ref == ref_of((*b->children)[i])) name = " C" + std::to_string(i);
-                out += name;
+                    if (ref == ref_of((*b->children)[i])) out = "C" + std::to_string(i);
             }
-        }
-        return out;
+            return true;
+        });
     }
 
     vrkblock* compiled(const std::string& text) {

@@ -5,10 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
+#include "host/host_state.h"
 #include "host/init_script.h"
-#include "host/log.h"
+#include "base/log.h"
 #include "values/cell.h"
 #include "vm/block.h"
 
@@ -39,7 +40,7 @@ struct Cell {
 };
 
 TEST(HostFunctions, SwitchesActOnlyOnExactlyOneArgument) {
-    vrkhost_state& host = context().host;
+    vrkhost_state& host = host_state();
     host.performanceMode = 0;
     host.autoReload = 0;
     WarningCapture capture;
@@ -69,7 +70,7 @@ TEST(HostFunctions, SwitchesActOnlyOnExactlyOneArgument) {
 }
 
 TEST(HostFunctions, ReturnTheProcessWideValues) {
-    vrkhost_state& host = context().host;
+    vrkhost_state& host = host_state();
     host.workingDirectory = "some/dir";
     host.scriptArgument = "a b";
     host.keepRunningRequested = 0;

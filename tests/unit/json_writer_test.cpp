@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "host/context.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/script_lock.h"
 #include "saved/json_text.h"
 #include "values/cell.h"
 #include "values/json.h"

@@ -6,9 +6,10 @@
 #include <vector>
 
 #include "frontend/compile_state.h"
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "frontend/syntax_error.h"
+#include "base/script_lock.h"
 #include "platform/console.h"
 #include "vm/block.h"
 

@@ -12,12 +12,13 @@
 #include <vector>
 
 #include "frontend/parser.h"
+#include "frontend/compile_context.h"
 #include "frontend/preprocess.h"
 #include "frontend/text.h"
-#include "host/context.h"
+#include "base/context.h"
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "vm/block.h"
@@ -31,7 +32,7 @@ class ParserTest : public ::testing::Test {
 protected:
     void SetUp() override {
         context().main_thread = current_thread_id();
-        context().current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
         install_source_splitter();
         std::random_device random;
         dir = fs::temp_directory_path() / ("vorka_parser_test_" + std::to_string(random()));

@@ -8,9 +8,10 @@
 #include <thread>
 #include <vector>
 
-#include "host/context.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/script_lock.h"
 #include "values/pools.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 
 namespace vrk {
@@ -46,7 +47,7 @@ private:
 };
 
 TEST_F(PoolsTest, CellsComeBackBlankAndThePoolIsCapped) {
-    vrkpool<vrkvar>& pool = context().pools.cell_pool;
+    vrkpool<vrkvar>& pool = value_context().pools.cell_pool;
     vrkvar* cell = cell_new(Tag::INT);
     cell->value.i = 42;
     cell->flags = flag::FIXED_TYPE | flag::NO_COUNT;
@@ -77,7 +78,7 @@ TEST_F(PoolsTest, CellsComeBackBlankAndThePoolIsCapped) {
 }
 
 TEST_F(PoolsTest, DataBuffersOverOneMebibyteAreNotKept) {
-    vrkpool<std::vector<uint8_t>>& pool = context().pools.data_pool;
+    vrkpool<std::vector<uint8_t>>& pool = value_context().pools.data_pool;
     auto* fits = data_new();
     fits->reserve(kDataPoolMaxBytes);
     ASSERT_EQ(fits->capacity(), kDataPoolMaxBytes);
@@ -117,7 +118,7 @@ TEST_F(PoolsTest, ElementsKeepTheirKeyStringEmptied) {
 }
 
 TEST_F(PoolsTest, RecordsFreedOnAWorkerWaitForTheDrain) {
-    vrkpools& pools = context().pools;
+    vrkpools& pools = value_context().pools;
     // Leave room in the pools, so that the drained records are kept.
     std::vector<vrkvar*> held;
     while (pools.cell_pool.free.size() > 8) held.push_back(cell_new(Tag::INT));

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/log.h"
+#include "base/log.h"
 #include "host/registration.h"
 #include "platform/filetypes.h"
 

@@ -8,12 +8,14 @@
 #include <vector>
 
 #include "frontend/parser.h"
-#include "host/context.h"
+#include "base/context.h"
+#include "frontend/compile_context.h"
 #include "host/engine.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/instruction.h"
 #include "vm/run.h"
@@ -27,7 +29,7 @@ class RobustnessTest : public ::testing::Test {
 protected:
     void SetUp() override {
         context().main_thread = current_thread_id();
-        context().current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
         engine = std::make_unique<vrkscript>();
         engine->registerFunction(
             "print",
@@ -47,12 +49,12 @@ protected:
         parsers.clear();
         engine.reset();
         set_budgets(0, 0);
-        context().pools.set_pooling(true);
+        value_context().pools.set_pooling(true);
     }
 
     // Freed records go back to the allocator at once instead of being kept for
     // reuse, so that a sanitizer build sees any use after release.
-    static void pools_off() { context().pools.set_pooling(false); }
+    static void pools_off() { value_context().pools.set_pooling(false); }
 
     static void set_budgets(uint64_t steps, uint32_t depth) {
         context().step_budget = steps;

@@ -8,9 +8,10 @@
 #include <vector>
 
 #include "frontend/text.h"
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
+#include "frontend/compile_context.h"
 #include "vm/block.h"
 
 namespace vrk {
@@ -20,7 +21,7 @@ class TextTest : public ::testing::Test {
 protected:
     void SetUp() override {
         context().main_thread = current_thread_id();
-        context().current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
         listener = log().addListener([this](ScriptLogType type, const char* text) {
             messages.emplace_back(type, text);
             return true;
@@ -28,7 +29,7 @@ protected:
     }
     void TearDown() override {
         log().removeListener(listener);
-        context().current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
     }
 
     uint32_t listener = 0;
@@ -71,7 +72,7 @@ TEST_F(TextTest, BadInputIsReportedOutsideAndInsideACompile) {
     // Inside a compile the report goes against the block being compiled.
     messages.clear();
     vrkblock* block = block_new(nullptr);
-    context().current_compiling_block = block;
+    compile_context().current_compiling_block = block;
     EXPECT_EQ(find_scoped("a]b", 'b'), npos);
     ASSERT_EQ(messages.size(), 3u);
     EXPECT_EQ(messages[0].first, ScriptLogType::error);
@@ -83,7 +84,7 @@ TEST_F(TextTest, BadInputIsReportedOutsideAndInsideACompile) {
     EXPECT_EQ(find_scoped_text("x}y", "y"), npos);
     ASSERT_EQ(messages.size(), 3u);
     EXPECT_EQ(messages[2].second, "searching for y in x}y");
-    context().current_compiling_block = nullptr;
+    compile_context().current_compiling_block = nullptr;
     block_delete(block);
 
     // Outside a compile the word search gives up silently.

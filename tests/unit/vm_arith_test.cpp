@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "frontend/emit.h"
 #include "support/program.h"
 
 namespace vrk::test {
@@ -40,7 +41,7 @@ TEST_F(VmArithTest, NullOperandsAndMissingResultSlots) {
         if (with_result_slot) {
             p.binary(step, op, left, left);
         } else {
-            p.emit(Op::LOAD, 3, 0).emit(step).load(left).emit(op);
+            p.emit(Op::LOAD, load_code::UNDEFINED, 0).emit(step).load(left).emit(op);
         }
         if (null_right) p.block()->code[p.here() - 2] = vrkinstr{static_cast<uint8_t>(Op::LOAD), 0, 3};
         std::string out = output_of([&] { p.run(); });
@@ -146,7 +147,7 @@ TEST_F(VmArithTest, IncrementAndDecrementInPlace) {
     program e = w.block();
     const uint32_t s = e.variable("s");
     set_string(e.var(s), "x");
-    e.emit(Op::LOAD, 3, 0).emit(Op::INC).emit(Op::DEC).load(s).emit(Op::INC).emit(Op::DEC);
+    e.emit(Op::LOAD, load_code::UNDEFINED, 0).emit(Op::INC).emit(Op::DEC).load(s).emit(Op::INC).emit(Op::DEC);
     const std::string out = output_of([&] { e.run(); });
     for (const char* code : {"STACK_ERROR_INC", "INC_STACK_ERROR", "ADD_INVALID_TYPE", "INC_INVALID_TYPE"})
         EXPECT_NE(out.find(std::string("Runtime error: ") + code), std::string::npos) << code;

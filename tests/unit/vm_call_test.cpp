@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/emit.h"
 #include "support/program.h"
 
 namespace vrk::test {
@@ -105,7 +106,7 @@ TEST_F(VmCallTest, CallFaults) {
     reset(q.var(k), Tag::CLASS);
     q.var(k)->block = cls.block();
     q.var(k)->flags |= flag::NO_COUNT;
-    q.load(q.variable("number", 3)).emit(Op::LOAD, 4, 0).load(k).emit(Op::LOAD, 4, 0);
+    q.load(q.variable("number", 3)).emit(Op::LOAD, load_code::CALL_START, 0).load(k).emit(Op::LOAD, load_code::CALL_START, 0);
     out = output_of([&] { q.run(); });
     const std::size_t first = out.find("Runtime error: NOT_A_FUNCTION");
     EXPECT_NE(first, std::string::npos) << out;
@@ -126,7 +127,7 @@ TEST_F(VmCallTest, MemberCallBindsThis) {
     reset(p.var(obj), Tag::CLASS);
     p.var(obj)->block = inst.block();
     p.var(obj)->flags |= flag::NO_COUNT;
-    p.load(obj).emit(Op::CLASS_ACCESS, method, 0).emit(Op::LOAD, 4, 0).emit(Op::CALL_PREP, 0, 0);
+    p.load(obj).emit(Op::CLASS_ACCESS, method, 0).emit(Op::LOAD, load_code::CALL_START, 0).emit(Op::CALL_PREP, 0, 0);
     p.emit(Op::CALL_PREP, 0, kRefMinusOne).emit(Op::RESET, 1, 0).emit(Op::CALL, 0, 0);
     p.run();
     EXPECT_EQ(f.block()->this_var()->block, inst.block());

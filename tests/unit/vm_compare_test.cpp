@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/emit.h"
 #include "support/program.h"
 
 namespace vrk::test {
@@ -25,13 +26,19 @@ TEST_F(VmCompareTest, CodesAnswerWithTheSharedTruthConstants) {
         bool expected;
     };
     const std::vector<Case> cases = {
-        {integer(1), floating(1.0), -1, false}, {integer(1), integer(1), -1, true},
-        {integer(1), floating(1.0), 0, true},   {integer(1), floating(1.0), 1, false},
-        {integer(3), integer(2), 2, true},      {integer(3), integer(2), 3, false},
-        {integer(3), integer(2), 4, true},      {integer(3), integer(2), 5, false},
-        {floating(0.5), integer(0), 6, true},   {integer(0), integer(0), 6, false},
-        {floating(0.5), integer(2), 7, true},   {integer(0), integer(1), 7, false},
-        {integer(1), integer(1), 9, false},
+        {integer(1), floating(1.0), cmp_code::STRICT_EQUAL, false},
+        {integer(1), integer(1), cmp_code::STRICT_EQUAL, true},
+        {integer(1), floating(1.0), cmp_code::EQUAL, true},
+        {integer(1), floating(1.0), cmp_code::NOT_EQUAL, false},
+        {integer(3), integer(2), cmp_code::GREATER_EQUAL, true},
+        {integer(3), integer(2), cmp_code::LESS_EQUAL, false},
+        {integer(3), integer(2), cmp_code::GREATER, true},
+        {integer(3), integer(2), cmp_code::LESS, false},
+        {floating(0.5), integer(0), cmp_code::OR, true},
+        {integer(0), integer(0), cmp_code::OR, false},
+        {floating(0.5), integer(2), cmp_code::AND, true},
+        {integer(0), integer(1), cmp_code::AND, false},
+        {integer(1), integer(1), 9, false},  // a number without a name answers false
     };
     for (const Case& c : cases) {
         // lhs; ARG 0 1; rhs; CMP code
@@ -59,18 +66,18 @@ TEST_F(VmCompareTest, AndEvaluatesBothSides) {
         0);
     program p = w.block();
     const uint32_t fn = p.function_var("probe", f.block());
-    p.load(p.constant(0)).emit(Op::ARG, 0, 1).call(fn, {}).emit(Op::CMP, 7, p.ref());
+    p.load(p.constant(0)).emit(Op::ARG, 0, 1).call(fn, {}).emit(Op::CMP, cmp_code::AND, p.ref());
     EXPECT_EQ(p.run(), false_value());
     EXPECT_EQ(calls, 1) << "there is no short circuit";
 }
 
 TEST_F(VmCompareTest, FaultsAreReported) {
     program one = w.block();
-    one.emit(Op::CMP, 0, 0);
+    one.emit(Op::CMP, cmp_code::EQUAL, 0);
     EXPECT_NE(output_of([&] { one.run(); }).find("Runtime error: RUNTIME_ERROR"), std::string::npos);
 
     program p = w.block();
-    p.load(p.constant(1)).emit(Op::ARG, 0, 1).emit(Op::CMP, 0, 0);
+    p.load(p.constant(1)).emit(Op::ARG, 0, 1).emit(Op::CMP, cmp_code::EQUAL, 0);
     const std::string out = output_of([&] { p.run(); });
     EXPECT_NE(out.find("cmp: invalid value!"), std::string::npos) << out;
     EXPECT_EQ(out.find("Runtime error"), std::string::npos) << "a null operand is no runtime error";

@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "objects/object.h"
+#include "frontend/emit.h"
+#include "values/object.h"
 #include "values/json.h"
 #include "support/program.h"
 

@@ -2,7 +2,8 @@
 // JMP_FALSE.
 #include <string>
 
-#include "objects/object.h"
+#include "frontend/emit.h"
+#include "values/object.h"
 #include "support/program.h"
 
 namespace vrk::test {
@@ -21,7 +22,7 @@ TEST_F(VmJumpTest, BackwardJumpsRestartAtZero) {
         // do { c++ } while (c < 3), closed by a JMP of distance `back`
         program p = w.block();
         const uint32_t c = p.variable("c");
-        p.load(c).emit(Op::INC).load(c).emit(Op::ARG, 0, 1).load(p.constant(3)).emit(Op::CMP, 5, p.ref());
+        p.load(c).emit(Op::INC).load(c).emit(Op::ARG, 0, 1).load(p.constant(3)).emit(Op::CMP, cmp_code::LESS, p.ref());
         p.emit(Op::JMP_FALSE, 1, p.ref()).emit(Op::JMP, back, p.ref()).emit(Op::NOP);  // 6 -> 9 = end; 7 -> 0
         p.run();
         EXPECT_EQ(to_int(p.var(c)), 3) << "distance " << back;

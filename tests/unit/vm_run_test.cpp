@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/emit.h"
 #include "support/program.h"
 
 namespace vrk::test {

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/emit.h"
 #include "support/program.h"
 
 namespace vrk::test {
@@ -62,7 +63,7 @@ TEST_F(VmSignalTest, BreakLeavesTheLoopAndContinueStopsAtTheBody) {
         branch.emit(Op::BREAK, kind_of_break, branch.ref());
         body.load_from(p, c).emit(Op::INC).emit(Op::RUN_CHILD, 0, body.ref()).load_from(p, after).emit(Op::INC);
         p.emit(Op::RUN_CHILD, 0, p.ref());                                                  // 0
-        p.load(c).emit(Op::ARG, 0, 1).load(p.constant(3)).emit(Op::CMP, 5, p.ref());       // 1-4
+        p.load(c).emit(Op::ARG, 0, 1).load(p.constant(3)).emit(Op::CMP, cmp_code::LESS, p.ref());       // 1-4
         p.emit(Op::JMP_FALSE_LOOP, 1, p.ref()).emit(Op::JMP, -7, p.ref()).emit(Op::NOP);  // 5 -> 8, 6 -> 0
         p.run();
         EXPECT_EQ(to_int(p.var(c)), kind_of_break == 0 ? 1 : 3);

@@ -2,6 +2,7 @@
 // and the faults of the checked store.
 #include <string>
 
+#include "frontend/emit.h"
 #include "values/json.h"
 #include "support/program.h"
 
@@ -21,7 +22,7 @@ TEST_F(VmStoreTest, StoresAndTheirFaults) {
     const uint32_t seven = p.constant(7);
     p.load(seven).set(x).emit(Op::SET_DEREF, r, p.ref()).set(locked);  // x = 7; *r = x; limit = x
     p.load(seven).emit(Op::SET_DEREF, x, p.ref());                       // x is no reference
-    p.emit(Op::LOAD, 3, 0).set(x);                                       // undefined stores nothing
+    p.emit(Op::LOAD, load_code::UNDEFINED, 0).set(x);                                       // undefined stores nothing
     std::string out = output_of([&] { p.run(); });
     EXPECT_EQ(to_int(p.var(x)), 7);
     EXPECT_EQ(to_int(p.var(target)), 7) << "stored through the reference";
@@ -53,7 +54,7 @@ program element_store(workshop& w, uint32_t& a, const std::function<uint32_t(pro
     const uint32_t v = value(p);
     const uint32_t k = key(p);
     if (v == UINT32_MAX) {
-        p.emit(Op::LOAD, -2, 0);
+        p.emit(Op::LOAD, load_code::ERASE, 0);
     } else {
         p.load(v);
     }

@@ -17,8 +17,9 @@
 #include <string>
 #include <vector>
 
-#include "host/context.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/script_lock.h"
+#include "saved/block_image.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
@@ -74,7 +75,7 @@ public:
     program& load(uint32_t i) { return emit(Op::LOAD, i, ref()); }
     program& load_from(const program& owner, uint32_t i) { return emit(Op::LOAD, i, owner.ref()); }
     program& set(uint32_t i) { return emit(Op::SET, i, ref()); }
-    program& ret() { return emit(Op::LOAD, -1, 0); }
+    program& ret() { return emit(Op::LOAD, load_code::RETURN, 0); }
     // `a op b` into a hidden result variable: a; SET hidden; OP_TMP; b; OP.
     program& binary(Op step, Op op, uint32_t a, uint32_t b) {
         const uint32_t hidden = add(cell_new(Tag::INT));
@@ -82,7 +83,7 @@ public:
     }
     // The call sequence of `fn(args...)` for the function held by variable `fn_var`.
     program& call(uint32_t fn_var, std::initializer_list<uint32_t> args) {
-        load(fn_var).emit(Op::LOAD, 4, 0).emit(Op::CALL_PREP, static_cast<int64_t>(args.size()), 0);
+        load(fn_var).emit(Op::LOAD, load_code::CALL_START, 0).emit(Op::CALL_PREP, static_cast<int64_t>(args.size()), 0);
         const std::vector<uint32_t> list(args);
         for (std::size_t i = 0; i < list.size(); ++i) {
             const bool last = i + 1 == list.size();
@@ -181,7 +182,12 @@ private:
 // pools may be used.
 class VmTest : public ::testing::Test {
 protected:
-    void SetUp() override { context().main_thread = current_thread_id(); }
+    // Blocks are copied through their saved record, which the engine installs
+    // when it is created; these tests run blocks without an engine.
+    void SetUp() override {
+        context().main_thread = current_thread_id();
+        install_block_image();
+    }
 
     // Everything the log printed while `fn` ran.
     static std::string output_of(const std::function<void()>& fn) {

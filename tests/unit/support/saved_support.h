@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/json.h"
 

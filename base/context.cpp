@@ -1,5 +1,5 @@
 // The process context: created on first use, never destroyed.
-#include "host/context.h"
+#include "base/context.h"
 
 #include "platform/system.h"
 

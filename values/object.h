@@ -114,6 +114,13 @@ public:
     std::vector<std::function<void()>>* parents = nullptr;  // clean-ups run at destruction
 };
 
+// A guarded handle of a native object.
+struct vrkobject_handle {
+    uint64_t index = 0;  // registry index of the object
+    uint32_t id = 0;     // registry id; 0 means empty
+    vrkobject* get() const;
+};
+
 // The live object a PTR cell designates, or null (gone, or not an object handle).
 vrkobject* object_of(const vrkvar* cell);
 

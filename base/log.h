@@ -20,8 +20,6 @@
 
 namespace vrk {
 
-struct vrkblock;
-
 // Kind of a message as listeners see it.
 enum class ScriptLogType : int { error = 0, warning = 1, log = 2 };
 
@@ -88,11 +86,5 @@ vrklog& log();
 // Console colour attributes in the classic 16-colour numbering; mapped to ANSI
 // escapes and written only when stdout is a terminal.
 void set_console_colour(int attribute);
-
-// "\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n" through error, naming the
-// file and line the block's compile state is at.
-void syntaxError(const char* message, vrkblock* block);
-// The same report with the message "deprecated", through warn.
-void syntaxWarning(vrkblock* block);
 
 }  // namespace vrk

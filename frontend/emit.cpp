@@ -1,8 +1,8 @@
-// Appending instructions to a block, and freeing the operands code owns.
-#include "vm/instruction.h"
+// Appending instructions to a block, with the debug tables of the compile.
+#include "frontend/emit.h"
 
+#include "base/context.h"
 #include "frontend/compile_state.h"
-#include "host/context.h"
 #include "vm/block.h"
 
 namespace vrk {
@@ -49,19 +49,6 @@ void emit(vrkblock* block, Op op, int64_t arg, uint64_t ref) {
     if (!block->file_table) block->file_table = std::make_unique<std::vector<vrkfile_entry>>();
     auto& files = *block->file_table;
     if (files.empty() || files.back().name != file) files.push_back({index, file});
-}
-
-void free_code_operands(std::vector<vrkinstr>& code) {
-    for (vrkinstr& ins : code) {
-        if (ins.ref == 0 || ins.ref == kRefMinusOne) continue;
-        if (ins.opcode() == Op::EXTERNAL) {
-            delete reinterpret_cast<vrknative*>(ins.ref);
-            ins.ref = 0;
-        } else if (ins.opcode() == Op::INDEX) {
-            delete reinterpret_cast<vrkindex_cache*>(ins.ref);
-            ins.ref = 0;
-        }
-    }
 }
 
 }  // namespace vrk

@@ -1,10 +1,10 @@
 // The global script lock guard and the thread identity it is keyed on.
-#include "host/script_lock.h"
+#include "base/script_lock.h"
 
 #include <atomic>
 #include <mutex>
 
-#include "host/context.h"
+#include "base/context.h"
 
 namespace vrk {
 

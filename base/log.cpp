@@ -1,17 +1,15 @@
 // The log object: formatting, console output, colour and listeners.
-#include "host/log.h"
+#include "base/log.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 
-#include "frontend/compile_state.h"
-#include "host/context.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/script_lock.h"
 #include "platform/console.h"
 #include "platform/system.h"
-#include "vm/block.h"
 
 namespace vrk {
 
@@ -293,27 +291,5 @@ bool vrklog::removeListener(uint32_t id) {
 vrklog& log() { return context().log; }
 
 void set_console_colour(int attribute) { platform::set_console_colour(attribute); }
-
-void syntaxError(const char* message, vrkblock* block) {
-    if (!message) message = "";
-    if (!block || !block->compile_state_ptr) {
-        log().error("\n\nINTERNAL FAILURE! %s", message);
-        return;
-    }
-    const compile_state& state = *block->compile_state_ptr;
-    const char* file = state.file_stack.empty() ? "MEMORY" : state.file_stack.back().c_str();
-    log().error("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file, state.line_number);
-}
-
-void syntaxWarning(vrkblock* block) {
-    const char* message = "deprecated";
-    if (!block || !block->compile_state_ptr) {
-        log().error("\n\nINTERNAL FAILURE! %s", message);
-        return;
-    }
-    const compile_state& state = *block->compile_state_ptr;
-    const char* file = state.file_stack.empty() ? "MEMORY" : state.file_stack.back().c_str();
-    log().warn("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file, state.line_number);
-}
 
 }  // namespace vrk

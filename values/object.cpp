@@ -1,10 +1,11 @@
 // The guarded pointer registry and the default behaviour of native objects.
-#include "objects/object.h"
+#include "values/object.h"
 
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
+#include "values/value_context.h"
 
 namespace vrk {
 
@@ -13,7 +14,7 @@ vrkptr_base::~vrkptr_base() = default;
 void registry_add(vrkptr_base* p) {
     if (p->registered) return;  // a type and its registering base may both ask
     ScriptLock lock;
-    vrkregistry& reg = context().registry;
+    vrkregistry& reg = value_context().registry;
     uint64_t index;
     if (!reg.free_slots.empty()) {
         index = reg.free_slots.back();
@@ -33,7 +34,7 @@ void registry_add(vrkptr_base* p) {
 void registry_remove(vrkptr_base* p) {
     if (!p->registered) return;
     ScriptLock lock;
-    vrkregistry& reg = context().registry;
+    vrkregistry& reg = value_context().registry;
     if (p->registry_index < reg.slots.size() && reg.slots[p->registry_index].ptr == p) {
         reg.slots[p->registry_index] = {};
         reg.free_slots.push_back(p->registry_index);
@@ -44,7 +45,7 @@ void registry_remove(vrkptr_base* p) {
 
 vrkptr_base* registry_get(uint64_t index, uint32_t id) {
     if (id == 0) return nullptr;
-    vrkregistry& reg = context().registry;
+    vrkregistry& reg = value_context().registry;
     if (index >= reg.slots.size()) return nullptr;
     const vrkregistry_slot& slot = reg.slots[index];
     if (slot.id != id) return nullptr;
@@ -135,5 +136,9 @@ void vrkobject::release() {
 }
 void vrkobject::reserved29() {}
 vrkobject* vrkobject::instance() { return this; }
+
+vrkobject* vrkobject_handle::get() const {
+    return dynamic_cast<vrkobject*>(registry_get(index, id));
+}
 
 }  // namespace vrk

@@ -1,0 +1,13 @@
+// The value layer's part of the process context: created on first use, never destroyed.
+#include "values/value_context.h"
+
+namespace vrk {
+
+vrkvalue_context& value_context() {
+    // Deliberately leaked, like the rest of the process context: worker threads
+    // and static destructors may still free cells while the process ends.
+    static vrkvalue_context* const instance = new vrkvalue_context();
+    return *instance;
+}
+
+}  // namespace vrk

@@ -1,0 +1,33 @@
+// The value layer's part of the process context.
+//
+// The memory of values is process-wide: cells freed on any thread come back to
+// the pools here, a PTR cell resolves through the guarded pointer registry here,
+// and every block that exists is entered in `live_blocks`, so code holding an
+// untrusted block pointer can ask whether it still lives. Like the rest of the
+// process context (base/context.h) this record is created on first use and never
+// destroyed.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "values/cell.h"
+#include "values/object.h"
+#include "values/pools.h"
+
+namespace vrk {
+
+struct vrkvalue_context {
+    vrkpools pools;                             // free lists and foreign-thread queues
+    vrkregistry registry;                       // guarded pointer table
+    std::vector<vrkcallback> callback_queue;    // destroy callbacks by block
+    uint32_t live_cells = 0;                    // constructed cell records
+    std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
+    uint64_t blocks_destroyed = 0;              // blocks that have left live_blocks so far
+};
+
+// The value layer's part of the process context, created on first use and never freed.
+vrkvalue_context& value_context();
+
+}  // namespace vrk
