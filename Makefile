@@ -3,6 +3,8 @@
 #   make run        install missing packages, build, run examples/hello.vrs
 #   make test       install missing packages, build, run every test (ctest)
 #   make asan-test  the same in build-asan with AddressSanitizer and UBSan
+#   make format     format every C++ file with .clang-format
+#   make format-check  fail when a C++ file is not formatted
 #   make clean      remove the build directories
 #
 # Every target starts with tools/setup-deps.sh, which is silent when nothing is
@@ -32,12 +34,12 @@ define configure
 	fi
 endef
 
-.PHONY: all deps configure build run test asan-build asan-test clean help
+.PHONY: all deps configure build run test asan-build asan-test format format-check clean help
 
 all: build
 
 help:
-	@sed -n '3,6p' Makefile | sed 's/^# \{0,1\}//'
+	@sed -n '3,8p' Makefile | sed 's/^# \{0,1\}//'
 
 deps:
 	@tools/setup-deps.sh
@@ -60,6 +62,16 @@ asan-build: deps
 
 asan-test: asan-build
 	$(ASAN_ENV) ctest --test-dir $(ASAN_DIR) --output-on-failure --parallel $(JOBS) --timeout $(TEST_TIMEOUT) $(CTEST_ARGS)
+
+# The C++ files under version control, for the format targets.
+CLANG_FORMAT ?= $(shell command -v clang-format-14 || command -v clang-format)
+FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h')
+
+format:
+	@$(CLANG_FORMAT) --style=file -i $(FORMAT_FILES)
+
+format-check:
+	@$(CLANG_FORMAT) --style=file --dry-run --Werror $(FORMAT_FILES)
 
 clean:
 	rm -rf $(BUILD_DIR) $(ASAN_DIR)
