@@ -26,6 +26,8 @@
 #                       process must still be running when the limit is reached
 #   contains: TEXT      some output line contains TEXT
 #   line: TEXT          some output line is exactly TEXT
+#   then: TEXT          a line after the one the previous line:/then: found is
+#                       exactly TEXT (checks the order of the output)
 #   regex: ERE          some output line matches the extended regular expression
 #   not-contains: TEXT  no output line contains TEXT
 #   not-regex: ERE      no output line matches
@@ -121,7 +123,7 @@ run_case() {
             cwd) cwd=$value ;;
             timeout) timeout=$value ;;
             exit) expected_exit=$value ;;
-            contains|line|regex|not-contains|not-regex|creates|not-creates)
+            contains|line|then|regex|not-contains|not-regex|creates|not-creates)
                 checks+=("$key"$'\t'"$value") ;;
             *) reasons+=("line $lineno: unknown key '$key'"); return ;;
         esac
@@ -157,13 +159,23 @@ run_case() {
         reasons+=("exit code $rc, expected $expected_exit")
     fi
 
-    local check kind text
+    local check kind text found
+    local position=0  # output line number the last line:/then: check found
     for check in "${checks[@]}"; do
         kind=${check%%$'\t'*}
         text=${check#*$'\t'}
         case "$kind" in
             contains) grep -qF -- "$text" "$output_file" || reasons+=("missing text: $text") ;;
-            line) grep -qxF -- "$text" "$output_file" || reasons+=("missing line: $text") ;;
+            line)
+                found=$(grep -nxF -- "$text" "$output_file" | head -n 1)
+                if [[ -n "$found" ]]; then position=${found%%:*}; else reasons+=("missing line: $text"); fi ;;
+            then)
+                found=$(tail -n "+$((position + 1))" "$output_file" | grep -nxF -- "$text" | head -n 1)
+                if [[ -n "$found" ]]; then
+                    position=$((position + ${found%%:*}))
+                else
+                    reasons+=("missing line after line $position: $text")
+                fi ;;
             regex) grep -qE -- "$text" "$output_file" || reasons+=("no line matches: $text") ;;
             not-contains) ! grep -qF -- "$text" "$output_file" || reasons+=("unwanted text: $text") ;;
             not-regex) ! grep -qE -- "$text" "$output_file" || reasons+=("unwanted match: $text") ;;
