@@ -69,6 +69,11 @@ vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t cl
     const uint32_t d = append_cell(b, Tag::JSON);
     const std::string name = list_name();
     b->get_names()[name] = d;
+    // The literal's list is handed over to whatever takes it (a variable, an
+    // argument, a return value) rather than copied: the literal's own cell must
+    // not go on holding the elements, or an instance in it would live on after
+    // the list that took it is gone.
+    (*b->vars)[d]->flags |= flag::MOVABLE;
 
     // The variable, then the sub-code that empties the JSON on top. Both go
     // into the code even in a dry run.

@@ -28,7 +28,10 @@ Flow external(run_state& rs, const vrkinstr& ins) {
         }
         // Builtins receive their result cell empty: one that leaves it alone must
         // not hand back what an earlier call left there (a reference into a
-        // container that may be gone by now).
+        // container that may be gone by now). What lay inside the earlier value
+        // goes with it (ops.h, transient values).
+        forget_transient_owner(caller);
+        caller->transient_element = nullptr;
         reset(&caller->native_result, Tag::INT);
         answer = record->fn(caller, args, record->user, caller->native_result);
     }

@@ -20,8 +20,7 @@ bool keeps_erase(vrkvar* v) { return v == erase_value(); }
 // parameter of the function being prepared is declared by reference, unless
 // the value may not be wrapped (a result cell or a movable temp).
 bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
-    if (v->attrs & attr::NO_REF_WRAP) return false;
-    if (v->flags & flag::MOVABLE) return false;
+    if (is_transient(b, v)) return false;
     if (ins.arg == -1) return true;
     if (ins.arg < 1 || b->callblocks.empty()) return false;
     vrkvar* fn = b->callblocks.back();
@@ -123,6 +122,7 @@ void wrap_argument(vrkblock* b, const vrkinstr& ins) {
     } else {
         assign(t, v, b);
     }
+    b->transient_element = nullptr;
     if (ins.ref != 0) b->stack.push_back(nullptr);
 }
 
@@ -188,8 +188,13 @@ void load_constant(vrkblock* b, const vrkinstr& ins) {
         case 3: slot = nullptr; return;
         case 5: slot = &b->scratch; return;
         case 6:
-            if (!is_marker(slot, kMarkerLimit) && slot->type == Tag::JSON && slot->value.json)
+            if (is_marker(slot, kMarkerLimit)) return;
+            if (slot->type == Tag::JSON && slot->value.json) {
                 json_clear(slot->value.json);
+            } else if ((slot->flags & flag::MOVABLE) && !slot->constant && slot != &b->scratch) {
+                // A list literal whose list was handed over starts a new one.
+                reset(slot, Tag::JSON);
+            }
             return;
         case 7: slot = none_value(); return;
         case -2: slot = erase_value(); return;
