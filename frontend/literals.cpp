@@ -16,6 +16,7 @@
 
 #include "frontend/compiler.h"
 #include "frontend/text.h"
+#include "vm/load_codes.h"
 #include "host/log.h"
 
 namespace vrk {
@@ -69,11 +70,6 @@ vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t cl
     const uint32_t d = append_cell(b, Tag::JSON);
     const std::string name = list_name();
     b->get_names()[name] = d;
-    // The literal's list is handed over to whatever takes it (a variable, an
-    // argument, a return value) rather than copied: the literal's own cell must
-    // not go on holding the elements, or an instance in it would live on after
-    // the list that took it is gone.
-    (*b->vars)[d]->flags |= flag::MOVABLE;
 
     // The variable, then the sub-code that empties the JSON on top. Both go
     // into the code even in a dry run.
@@ -118,6 +114,11 @@ vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t cl
     // A failed element may have emptied the block, the list's cell with it.
     if (d >= b->vars->size()) return nullptr;
     emit(b, Op::LOAD, d, ref_of(b));
+    // The finished list is handed over to whatever takes it (a variable, an
+    // argument, a return value) rather than copied: the literal's own cell must
+    // not go on holding the elements, or an instance in it would live on after
+    // the list that took it is gone.
+    emit(b, Op::LOAD, kLoadHandOver, 0);
     return (*b->vars)[d];
 }
 

@@ -99,8 +99,10 @@ inline bool is_pooled_temp(const vrkblock* b, const vrkvar* cell) {
 //   reference (as the result cells and temps themselves already are);
 // - a reference made to one by `#x = ...` takes the value instead;
 // - the owner of a member call reached through one (`f()[k].g()`) is forgotten
-//   as soon as a temp is given back or a builtin is entered, so that no later
-//   call binds `this` or `self` to a value that is gone.
+//   as soon as a temp is given back, so that no later call binds `this` or
+//   `self` to a value that is gone. (Any owner is forgotten at a store and when
+//   a builtin is entered, which may free any value: the owner is for the call
+//   right behind the subscript.)
 // The block remembers the last element read out of a transient value
 // (`transient_element`) and whether `member_owner` is transient.
 

@@ -4,6 +4,7 @@
 
 #include "host/log.h"
 #include "vm/errors.h"
+#include "vm/load_codes.h"
 #include "vm/ops.h"
 
 namespace vrk {
@@ -15,6 +16,16 @@ namespace {
 // temp, which would lose that address, so that copying step leaves the erase
 // constant itself in the slot; nothing frees it, since it is a constant.
 bool keeps_erase(vrkvar* v) { return v == erase_value(); }
+
+// One of the block's embedded cells (scratch, result, native_result).
+bool is_embedded(const vrkblock* b, const vrkvar* cell) {
+    return cell == &b->scratch || cell == &b->result || cell == &b->native_result;
+}
+
+// A list literal's variable marked to hand its list over (kLoadHandOver).
+bool hands_over(const vrkblock* b, const vrkvar* cell) {
+    return (cell->flags & flag::MOVABLE) && !cell->constant && !is_embedded(b, cell);
+}
 
 // An argument goes by reference when the call asks for it (`arg` -1) or the
 // parameter of the function being prepared is declared by reference, unless
@@ -191,10 +202,17 @@ void load_constant(vrkblock* b, const vrkinstr& ins) {
             if (is_marker(slot, kMarkerLimit)) return;
             if (slot->type == Tag::JSON && slot->value.json) {
                 json_clear(slot->value.json);
-            } else if ((slot->flags & flag::MOVABLE) && !slot->constant && slot != &b->scratch) {
-                // A list literal whose list was handed over starts a new one.
+            } else if (hands_over(b, slot)) {
+                // A list literal whose last list was taken starts a new one.
                 reset(slot, Tag::JSON);
             }
+            // While the literal fills its list, the list stays where it is.
+            if (hands_over(b, slot)) slot->flags &= static_cast<uint16_t>(~flag::MOVABLE);
+            return;
+        case kLoadHandOver:
+            // The literal's finished list goes to whoever takes it next.
+            if (!is_marker(slot, kMarkerLimit) && !slot->constant && !is_embedded(b, slot))
+                slot->flags |= flag::MOVABLE;
             return;
         case 7: slot = none_value(); return;
         case -2: slot = erase_value(); return;
