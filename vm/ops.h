@@ -97,7 +97,6 @@ inline bool is_pooled_temp(const vrkblock* b, const vrkvar* cell) {
 // with it. So a pointer to it must not outlive the expression that made it:
 // - an argument that is such an element is passed as a copy, never by
 //   reference (as the result cells and temps themselves already are);
-// - a reference made to one by `#x = ...` takes the value instead;
 // - the owner of a member call reached through one (`f()[k].g()`) is forgotten
 //   as soon as a temp is given back, so that no later call binds `this` or
 //   `self` to a value that is gone. (Any owner is forgotten at a store and when
