@@ -80,18 +80,20 @@ void pull_markers(std::vector<std::string>& tokens) {
 }
 
 // Cuts the text at depth-0 semicolons. A last statement without ";" survives
-// only when it is the block's one statement.
+// only when it is the block's one statement. The text is walked by offset:
+// each statement is searched for in what is left behind the previous one,
+// with nothing copied but the statements themselves.
 std::vector<std::string> split_tokens(const std::string& text) {
     std::vector<std::string> tokens;
-    std::string rest = text;
-    std::size_t p = find_scoped(rest, ';', 0);
-    while (p != npos && p < rest.size()) {
-        tokens.push_back(rest.substr(0, p));
+    std::size_t rest = 0;  // start of the text not yet cut
+    std::size_t p = find_scoped_tail(text, ';', rest);
+    while (p != npos && p < text.size()) {
+        tokens.push_back(text.substr(rest, p - rest));
         pull_markers(tokens);
-        rest.erase(0, p + 1);
-        p = find_scoped(rest, ';', 0);
+        rest = p + 1;
+        p = find_scoped_tail(text, ';', rest);
     }
-    if (tokens.empty() && !rest.empty()) tokens.push_back(rest);
+    if (tokens.empty() && rest < text.size()) tokens.push_back(text.substr(rest));
     return tokens;
 }
 

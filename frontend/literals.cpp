@@ -115,6 +115,11 @@ vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t cl
     // A failed element may have emptied the block, the list's cell with it.
     if (d >= b->vars->size()) return nullptr;
     emit(b, Op::LOAD, d, ref_of(b));
+    // The finished list is handed over to whatever takes it (a variable, an
+    // argument, a return value) rather than copied: the literal's own cell must
+    // not go on holding the elements, or an instance in it would live on after
+    // the list that took it is gone.
+    emit(b, Op::LOAD, load_code::HAND_OVER, 0);
     return (*b->vars)[d];
 }
 

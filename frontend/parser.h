@@ -42,6 +42,11 @@ struct vrkparser {
     uint8_t compiled = 0;                    // set after a successful recompile
 };
 
+// How deep blocks may nest in a source text. No real program comes near it; a
+// deeper body is a syntax error, and the block it stands in loses the rest of
+// its text (the host stack and the memory for the blocks' texts stay bounded).
+inline constexpr int kMaxBlockDepth = 1000;
+
 // Runs the front end's text splitter: installed into blocks at start-up.
 void install_source_splitter();
 

@@ -12,6 +12,7 @@
 #include "frontend/text.h"
 #include "base/context.h"
 #include "base/log.h"
+#include "platform/file_access.h"
 #include "platform/files.h"
 
 namespace vrk {
@@ -233,6 +234,10 @@ std::string load_file_at(std::string& name, const std::string& base_folder, vrkp
 
     std::ifstream in(path);
     log().log("opened %s", path.c_str());
+    // A file that cannot be read gives an empty program; the report says why,
+    // so that a mistyped name does not pass unnoticed.
+    if (const std::string reason = platform::unreadable_reason(path); !reason.empty())
+        log().error("cannot read file %s: %s", path.c_str(), reason.c_str());
 
     std::string text = "\n##PUSHN=" + path + "\n";
     std::string folder = path;

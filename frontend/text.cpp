@@ -62,8 +62,10 @@ bool start_past_end(const std::string& text, std::size_t from, const char* what)
 
 }  // namespace
 
-std::size_t find_scoped(const std::string& text, char ch, std::size_t from, bool last) {
-    if (start_past_end(text, from, "find_scoped")) return npos;
+namespace {
+
+// The walk of `find_scoped`. Reports show the text from `shown` on.
+std::size_t scoped_walk(const std::string& text, char ch, std::size_t from, bool last, std::size_t shown) {
     const std::size_t n = text.size();
     quote_state quotes;
     depth_state depth;
@@ -74,15 +76,22 @@ std::size_t find_scoped(const std::string& text, char ch, std::size_t from, bool
     do {
         const char c = text[i];
         if (!last && c == ch && depth.level() && !quotes.open()) return i;
-        quotes.step(text, i);
+        // A quote at the start of a tail has nothing in front of it.
+        if (i == shown && (c == '"' || c == '\'')) {
+            if (c == '"' && !quotes.in_single) quotes.in_double = !quotes.in_double;
+            if (c == '\'' && !quotes.in_double) quotes.in_single = !quotes.in_single;
+        } else {
+            quotes.step(text, i);
+        }
         if (!quotes.open()) depth.step(c);
         if (depth.negative()) {
+            const char* tail = text.c_str() + shown;
             if (vrkblock* block = compile_context().current_compiling_block) {
-                syntaxError(text.c_str(), block);
+                syntaxError(tail, block);
                 log().log("additional info: ");
-                log().log("searching for %c in %s", ch, text.c_str());
+                log().log("searching for %c in %s", ch, tail);
             } else {
-                log().error("invalid braces.\n%s", text.c_str());
+                log().error("invalid braces.\n%s", tail);
             }
             return npos;
         }
@@ -90,6 +99,18 @@ std::size_t find_scoped(const std::string& text, char ch, std::size_t from, bool
         ++i;
     } while (i < n);
     return found;
+}
+
+}  // namespace
+
+std::size_t find_scoped(const std::string& text, char ch, std::size_t from, bool last) {
+    if (start_past_end(text, from, "find_scoped")) return npos;
+    return scoped_walk(text, ch, from, last, 0);
+}
+
+std::size_t find_scoped_tail(const std::string& text, char ch, std::size_t from) {
+    if (start_past_end(text, from, "find_scoped")) return npos;
+    return scoped_walk(text, ch, from, false, from);
 }
 
 std::size_t find_scoped_text(const std::string& text, const std::string& needle, std::size_t from,

@@ -22,6 +22,11 @@ inline constexpr std::size_t kBlockWordLength = 5;
 
 // First (or with `last`, last) position of `ch` at depth 0 outside quotes.
 std::size_t find_scoped(const std::string& text, char ch, std::size_t from = 0, bool last = false);
+// First position of `ch` at depth 0 outside quotes in the tail of `text` that
+// starts at `from`, exactly as `find_scoped` on that tail alone would find it
+// (position counted in `text`) and with the same reports, which show the tail.
+// Lets a caller walk a long text without copying what is left of it.
+std::size_t find_scoped_tail(const std::string& text, char ch, std::size_t from);
 // The same for a whole word.
 std::size_t find_scoped_text(const std::string& text, const std::string& needle, std::size_t from = 0,
                              bool last = false);

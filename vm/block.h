@@ -116,6 +116,8 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     vrkblock* callee = nullptr;        // block of the call in progress
     vrkblock* waiting_on = nullptr;    // block this run is suspended on
     vrkvar* member_owner = nullptr;    // container or instance last indexed: `this` of the next call
+    uint8_t owner_transient = 0;       // member_owner lives in a result cell or a temp (see ops.h)
+    vrkvar* transient_element = nullptr;  // element last read out of a result cell or a temp
     std::string* code_text = nullptr;  // working copy of the source the compiler consumes; a native's name
     uint8_t text_shared = 0;           // code_text belongs to another block
     std::string* full_source = nullptr;  // source text given to set_source

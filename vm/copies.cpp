@@ -132,7 +132,9 @@ vrkvar* constructor_cell(vrkblock* blueprint) {
 
 // Moves the arguments a construction stored into the constructor's own
 // parameters over to the block that runs it. A parameter that received a value
-// counts as passed, so its declared default does not replace it.
+// counts as passed, so its declared default does not replace it; one that
+// received nothing is marked as a parameter again, since the running copy may
+// be one that an earlier construction with more arguments used.
 void hand_over_arguments(vrkblock* from, vrkblock* to) {
     const std::size_t count = std::min({static_cast<std::size_t>(std::max<int16_t>(from->param_count, 0)),
                                         from->vars->size(), to->vars->size()});
@@ -146,7 +148,10 @@ void hand_over_arguments(vrkblock* from, vrkblock* to) {
         dst->value = src->value;
         dst->aux = src->aux;
         dst->block = src->block;
-        if (given) dst->flags &= static_cast<uint16_t>(~kParameterFlag);
+        if (given)
+            dst->flags &= static_cast<uint16_t>(~kParameterFlag);
+        else
+            dst->flags |= kParameterFlag;
         src->type = Tag::VOID;
         src->value.i = 0;
         src->aux = 0;

@@ -93,6 +93,12 @@ void index_json(vrkblock* b, vrkinstr& ins, vrkvar* c, vrkvar* key, bool store_m
     top_slot(b) = element;
 }
 
+// The value a read left in the top slot lies inside a transient value (ops.h).
+void note_element(vrkblock* b, bool inside_transient) {
+    vrkvar* top = top_slot(b);
+    b->transient_element = inside_transient && !is_marker(top, kMarkerLimit) ? top : nullptr;
+}
+
 Flow index_instance(run_state& rs, vrkinstr& ins, vrkvar* c, vrkvar* key) {
     vrkblock* b = rs.b;
     vrkvar* answer = class_member(b, ins, c, key);
@@ -203,13 +209,23 @@ Flow index_value(run_state& rs, vrkinstr& ins) {
     }
     key = deref(key);
     c = deref(c);
+    const bool transient = is_transient(b, c);
     b->member_owner = c;
+    b->owner_transient = transient ? 1 : 0;
+    b->transient_element = nullptr;
     b->pending_index = -1;
     const bool store_mode = ins.arg == -1;
     switch (c->type) {
         case Tag::STRING: index_string(b, c, key, store_mode); return Flow::next;
-        case Tag::JSON: index_json(b, ins, c, key, store_mode); return Flow::next;
-        case Tag::CLASS: return index_instance(rs, ins, c, key);
+        case Tag::JSON:
+            index_json(b, ins, c, key, store_mode);
+            note_element(b, transient && !store_mode);
+            return Flow::next;
+        case Tag::CLASS: {
+            const Flow flow = index_instance(rs, ins, c, key);
+            if (flow == Flow::next && !b->suspended) note_element(b, transient);
+            return flow;
+        }
         case Tag::PTR: return index_object(rs, ins, c, key, store_mode);
         case Tag::DATA:
         case Tag::FLOATSET:
@@ -228,6 +244,7 @@ Flow index_value(run_state& rs, vrkinstr& ins) {
             // Anything else becomes an empty JSON value first, losing what it held.
             reset(c, Tag::JSON);
             index_json(b, ins, c, key, store_mode);
+            note_element(b, transient && !store_mode);
             return Flow::next;
     }
 }

@@ -80,7 +80,8 @@ struct vrkblock;
     X(CALL_START, 4, "put a temp copy of the function cell on callblocks")         \
     X(SCRATCH, 5, "the block's scratch cell")                                      \
     X(CLEAR_JSON, 6, "empty the JSON in the top slot")                             \
-    X(NONE, 7, "the shared none constant")
+    X(NONE, 7, "the shared none constant")                                         \
+    X(HAND_OVER, 8, "mark a list literal's list as taken by its next store")
 
 // Sub-codes of CMP: the test applied to the kept left value and the top.
 #define VRK_CMP_CODES(X)                                                           \

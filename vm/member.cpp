@@ -82,11 +82,15 @@ void class_access(vrkblock* b, const vrkinstr& ins) {
     vrkvar*& slot = top_slot(b);
     vrkvar* owner = is_marker(slot, kMarkerLimit) ? nullptr : deref(slot);
     if (owner && owner->type == Tag::CLASS && has_var(owner->block, ins.arg)) {
+        const bool transient = is_transient(b, owner);
         slot = (*owner->block->vars)[static_cast<std::size_t>(ins.arg)];
         b->member_owner = owner;
+        b->owner_transient = transient ? 1 : 0;
+        b->transient_element = transient ? slot : nullptr;
         return;
     }
     b->member_owner = nullptr;
+    b->owner_transient = 0;
     runtime_error("CLASS_ACCESS_ERROR", b);
 }
 

@@ -28,7 +28,12 @@ Flow external(run_state& rs, const vrkinstr& ins) {
         }
         // Builtins receive their result cell empty: one that leaves it alone must
         // not hand back what an earlier call left there (a reference into a
-        // container that may be gone by now).
+        // container that may be gone by now). What lay inside the earlier value
+        // goes with it (ops.h, transient values), and as a builtin may free
+        // any value, no owner of a member call is kept past it.
+        caller->member_owner = nullptr;
+        caller->owner_transient = 0;
+        caller->transient_element = nullptr;
         reset(&caller->native_result, Tag::INT);
         answer = record->fn(caller, args, record->user, caller->native_result);
     }

@@ -88,9 +88,44 @@ inline bool is_pooled_temp(const vrkblock* b, const vrkvar* cell) {
     return cell != &b->scratch && cell != &b->result && cell != &b->native_result;
 }
 
-// Hands a temporary back to the block's pool.
+// ---- transient values ---------------------------------------------------------------
+// A call's result cell (`result`, `native_result`) and a temp hold a value only
+// until the next call of that kind or the next free: the next builtin called
+// from a block empties its `native_result`, a script function's next run
+// overwrites its `result`, a temp goes back to the pool. Whatever lies inside
+// such a value (the element a subscript read, the member of an instance) goes
+// with it. So a pointer to it must not outlive the expression that made it:
+// - an argument that is such an element is passed as a copy, never by
+//   reference (as the result cells and temps themselves already are);
+// - the owner of a member call reached through one (`f()[k].g()`) is forgotten
+//   as soon as a temp is given back, so that no later call binds `this` or
+//   `self` to a value that is gone. (Any owner is forgotten at a store and when
+//   a builtin is entered, which may free any value: the owner is for the call
+//   right behind the subscript.)
+// The block remembers the last element read out of a transient value
+// (`transient_element`) and whether `member_owner` is transient.
+
+// True for a cell that lives only until the next call or free (above).
+inline bool is_transient(const vrkblock* b, const vrkvar* c) {
+    return (c->attrs & attr::NO_REF_WRAP) || (c->flags & flag::MOVABLE) ||
+           (b->transient_element && c == b->transient_element);
+}
+
+// Forgets a transient owner of the next member call.
+inline void forget_transient_owner(vrkblock* b) {
+    if (b->owner_transient) {
+        b->member_owner = nullptr;
+        b->owner_transient = 0;
+    }
+}
+
+// Hands a temporary back to the block's pool. A member owner that may lie in it
+// is forgotten first.
 inline void free_temp(vrkblock* b, vrkvar* cell) {
-    if (is_pooled_temp(b, cell)) return_temp(b, cell);
+    if (is_pooled_temp(b, cell)) {
+        forget_transient_owner(b);
+        return_temp(b, cell);
+    }
 }
 
 // ---- stack handling (vm/stack_ops.cpp) --------------------------------------------------

@@ -2,11 +2,14 @@
 // suspension and the normal end of a run.
 #include "vm/run.h"
 
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #include "base/context.h"
 #include "base/log.h"
 #include "vm/block.h"
+#include "vm/errors.h"
 #include "vm/ops.h"
 
 namespace vrk {
@@ -112,6 +115,95 @@ struct depth_guard {
     depth_guard& operator=(const depth_guard&) = delete;
 };
 
+// Executes one instruction.
+Flow dispatch(run_state& rs, vrkinstr& ins) {
+    vrkblock* b = rs.b;
+    Flow flow = Flow::next;
+    switch (ins.opcode()) {
+        case Op::SET: flow = store(rs, ins, false); break;
+        case Op::SET_DEREF: flow = store(rs, ins, true); break;
+        case Op::MAKE_REF: rebind(b, ins); break;
+        case Op::DEREF: deref_top(b); break;
+        case Op::ADD_TMP:
+        case Op::SUB_TMP:
+        case Op::MULT_TMP:
+        case Op::DIV_TMP:
+        case Op::EXP_TMP:
+        case Op::BIT_TMP:
+        case Op::TMP: operand_step(rs, ins); break;
+        case Op::ADD: add_values(rs); break;
+        case Op::SUB: arithmetic(b, BinOp::sub); break;
+        case Op::MULT: arithmetic(b, BinOp::mult); break;
+        case Op::DIV: arithmetic(b, BinOp::div); break;
+        case Op::EXP: arithmetic(b, BinOp::exp); break;
+        case Op::INC: step_in_place(b, true); break;
+        case Op::DEC: step_in_place(b, false); break;
+        case Op::CALL: flow = call(rs, ins); break;
+        case Op::CALL_PREP: flow = prepare_call(rs, ins); break;
+        case Op::RUN_CHILD: flow = run_child(rs, ins); break;
+        case Op::EXTERNAL: flow = external(rs, ins); break;
+        case Op::PUSH: push_slots(b, ins); break;
+        case Op::ARG: wrap_argument(b, ins); break;
+        case Op::POP: pop_slots(b, ins); break;
+        case Op::FREE_TOP: free_top(b); break;
+        case Op::JMP: flow = jump(rs, ins); break;
+        case Op::JMP_FALSE: flow = jump_if_false(rs, ins, false); break;
+        case Op::JMP_FALSE_LOOP: flow = jump_if_false(rs, ins, true); break;
+        case Op::NOP: break;
+        case Op::LOAD:
+            if (ins.ref != 0) {
+                slot_load(b, ins);
+            } else if (ins.arg == load_code::RETURN) {
+                flow = return_value(rs);
+            } else if (ins.arg == load_code::CALL_START) {
+                start_call(b);
+            } else {
+                load_constant(b, ins);
+            }
+            break;
+        case Op::BREAK: flow = break_loop(rs, ins); break;
+        case Op::CMP: compare(b, ins); break;
+        case Op::INDEX: flow = index_value(rs, ins); break;
+        case Op::SWAP: swap_slots(b, ins); break;
+        case Op::BIT_OR:
+        case Op::BIT_XOR:
+        case Op::BIT_AND: bit_operation(b, ins); break;
+        case Op::NOT: logical_not(b); break;
+        case Op::INVERT: invert_bits(b); break;
+        case Op::RESET: reset_state(b, ins); break;
+        case Op::CLASS_ACCESS: class_access(b, ins); break;
+        // The never-emitted aliases and every number without a case load
+        // the named variable.
+        case Op::LOAD_ALIAS:
+        case Op::LOAD_ALIAS2:
+        default: slot_load(b, ins); break;
+    }
+    return flow;
+}
+
+// The end of a run whose instruction could not get the memory it needed. The
+// instruction is abandoned half done, so nothing of the run's working state can
+// be trusted: the displaced parameters go back, every temp is given back, the
+// pending owner and objects are forgotten, and the run ends as a normal end
+// does, answering the void value. The caller goes on.
+vrkvar* out_of_memory_end(vrkblock* b) {
+    b->member_owner = nullptr;
+    b->pending_index = -1;
+    if (b->object_stack) b->object_stack->clear();
+    if (b->params_bound && !b->params.empty() && b->callee) restore_params(b);
+    b->params_bound = 0;
+    b->params.clear();
+    release_temps(b);
+    top_slot(b) = void_value();
+    // The report comes once the run's memory is back; should even it find
+    // none, the run still ends.
+    try {
+        runtime_error("ALLOCATION_FAILURE", b);
+    } catch (const std::bad_alloc&) {
+    }
+    return normal_end(b);
+}
+
 }  // namespace
 
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
@@ -147,64 +239,14 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
         vrkinstr& ins = code[rs.ip];
         rs.next = rs.ip + 1;
         Flow flow = Flow::next;
-        switch (ins.opcode()) {
-            case Op::SET: flow = store(rs, ins, false); break;
-            case Op::SET_DEREF: flow = store(rs, ins, true); break;
-            case Op::MAKE_REF: rebind(b, ins); break;
-            case Op::DEREF: deref_top(b); break;
-            case Op::ADD_TMP:
-            case Op::SUB_TMP:
-            case Op::MULT_TMP:
-            case Op::DIV_TMP:
-            case Op::EXP_TMP:
-            case Op::BIT_TMP:
-            case Op::TMP: operand_step(rs, ins); break;
-            case Op::ADD: add_values(rs); break;
-            case Op::SUB: arithmetic(b, BinOp::sub); break;
-            case Op::MULT: arithmetic(b, BinOp::mult); break;
-            case Op::DIV: arithmetic(b, BinOp::div); break;
-            case Op::EXP: arithmetic(b, BinOp::exp); break;
-            case Op::INC: step_in_place(b, true); break;
-            case Op::DEC: step_in_place(b, false); break;
-            case Op::CALL: flow = call(rs, ins); break;
-            case Op::CALL_PREP: flow = prepare_call(rs, ins); break;
-            case Op::RUN_CHILD: flow = run_child(rs, ins); break;
-            case Op::EXTERNAL: flow = external(rs, ins); break;
-            case Op::PUSH: push_slots(b, ins); break;
-            case Op::ARG: wrap_argument(b, ins); break;
-            case Op::POP: pop_slots(b, ins); break;
-            case Op::FREE_TOP: free_top(b); break;
-            case Op::JMP: flow = jump(rs, ins); break;
-            case Op::JMP_FALSE: flow = jump_if_false(rs, ins, false); break;
-            case Op::JMP_FALSE_LOOP: flow = jump_if_false(rs, ins, true); break;
-            case Op::NOP: break;
-            case Op::LOAD:
-                if (ins.ref != 0) {
-                    slot_load(b, ins);
-                } else if (ins.arg == load_code::RETURN) {
-                    flow = return_value(rs);
-                } else if (ins.arg == load_code::CALL_START) {
-                    start_call(b);
-                } else {
-                    load_constant(b, ins);
-                }
-                break;
-            case Op::BREAK: flow = break_loop(rs, ins); break;
-            case Op::CMP: compare(b, ins); break;
-            case Op::INDEX: flow = index_value(rs, ins); break;
-            case Op::SWAP: swap_slots(b, ins); break;
-            case Op::BIT_OR:
-            case Op::BIT_XOR:
-            case Op::BIT_AND: bit_operation(b, ins); break;
-            case Op::NOT: logical_not(b); break;
-            case Op::INVERT: invert_bits(b); break;
-            case Op::RESET: reset_state(b, ins); break;
-            case Op::CLASS_ACCESS: class_access(b, ins); break;
-            // The never-emitted aliases and every number without a case load
-            // the named variable.
-            case Op::LOAD_ALIAS:
-            case Op::LOAD_ALIAS2:
-            default: slot_load(b, ins); break;
+        // Running out of memory is a run-time error of the script, not of the
+        // host: the run that met it ends, and everything else goes on.
+        try {
+            flow = dispatch(rs, ins);
+        } catch (const std::bad_alloc&) {
+            return out_of_memory_end(b);
+        } catch (const std::length_error&) {
+            return out_of_memory_end(b);
         }
         if (flow != Flow::next) return early_end(b, flow);
         if (b->suspended) {

@@ -32,6 +32,11 @@ vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self);
 // parameters, leaked temps, scoped variables.
 void run_cleanup(vrkblock* block);
 
+// Gives back every temp of the block at once, without a report, and leaves the
+// stack with its one bottom slot: for a run abandoned in mid-instruction, whose
+// slots and call records may hold temps in any state.
+void release_temps(vrkblock* block);
+
 // Stops a suspended chain: from the outermost live caller, and with `cascade`
 // down through waiting_on, every stopped block loses its resume point.
 void stop_run(vrkblock* block, bool cascade);

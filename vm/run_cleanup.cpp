@@ -63,20 +63,26 @@ void run_cleanup(vrkblock* b) {
     if (b->temp_pool && b->temp_pool->in_use != 0) {
         vrktemp_pool& pool = *b->temp_pool;
         log().error("did not free temp vars! memory leak!!! %i", static_cast<int>(pool.in_use));
-        for (vrkvar* t : pool.all) {
-            if (!t) continue;
-            log().log("var type: %i", static_cast<int>(t->type));
-            cell_free(t);
-        }
+        for (vrkvar* t : pool.all)
+            if (t) log().log("var type: %i", static_cast<int>(t->type));
+        release_temps(b);
+    }
+    release_scoped(b);
+}
+
+void release_temps(vrkblock* b) {
+    if (b->temp_pool) {
+        vrktemp_pool& pool = *b->temp_pool;
+        for (vrkvar* t : pool.all)
+            if (t) cell_free(t);
         pool.all.clear();
         pool.free.clear();
         pool.in_use = 0;
-        // Slots and call records may still point at the freed temps.
-        b->callblocks.clear();
-        b->stack.clear();
-        b->stack.push_back(&b->scratch);
     }
-    release_scoped(b);
+    // Slots and call records may still point at the freed temps.
+    b->callblocks.clear();
+    b->stack.clear();
+    b->stack.push_back(&b->scratch);
 }
 
 void stop_run(vrkblock* block, bool cascade) {

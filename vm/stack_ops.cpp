@@ -16,12 +16,21 @@ namespace {
 // constant itself in the slot; nothing frees it, since it is a constant.
 bool keeps_erase(vrkvar* v) { return v == erase_value(); }
 
+// One of the block's embedded cells (scratch, result, native_result).
+bool is_embedded(const vrkblock* b, const vrkvar* cell) {
+    return cell == &b->scratch || cell == &b->result || cell == &b->native_result;
+}
+
+// A list literal's variable marked to hand its list over (load_code::HAND_OVER).
+bool hands_over(const vrkblock* b, const vrkvar* cell) {
+    return (cell->flags & flag::MOVABLE) && !cell->constant && !is_embedded(b, cell);
+}
+
 // An argument goes by reference when the call asks for it (`arg` -1) or the
 // parameter of the function being prepared is declared by reference, unless
 // the value may not be wrapped (a result cell or a movable temp).
 bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
-    if (v->attrs & attr::NO_REF_WRAP) return false;
-    if (v->flags & flag::MOVABLE) return false;
+    if (is_transient(b, v)) return false;
     if (ins.arg == -1) return true;
     if (ins.arg < 1 || b->callblocks.empty()) return false;
     vrkvar* fn = b->callblocks.back();
@@ -123,6 +132,7 @@ void wrap_argument(vrkblock* b, const vrkinstr& ins) {
     } else {
         assign(t, v, b);
     }
+    b->transient_element = nullptr;
     if (ins.ref != 0) b->stack.push_back(nullptr);
 }
 
@@ -188,8 +198,20 @@ void load_constant(vrkblock* b, const vrkinstr& ins) {
         case load_code::UNDEFINED: slot = nullptr; return;
         case load_code::SCRATCH: slot = &b->scratch; return;
         case load_code::CLEAR_JSON:
-            if (!is_marker(slot, kMarkerLimit) && slot->type == Tag::JSON && slot->value.json)
+            if (is_marker(slot, kMarkerLimit)) return;
+            if (slot->type == Tag::JSON && slot->value.json) {
                 json_clear(slot->value.json);
+            } else if (hands_over(b, slot)) {
+                // A list literal whose last list was taken starts a new one.
+                reset(slot, Tag::JSON);
+            }
+            // While the literal fills its list, the list stays where it is.
+            if (hands_over(b, slot)) slot->flags &= static_cast<uint16_t>(~flag::MOVABLE);
+            return;
+        case load_code::HAND_OVER:
+            // The literal's finished list goes to whoever takes it next.
+            if (!is_marker(slot, kMarkerLimit) && !slot->constant && !is_embedded(b, slot))
+                slot->flags |= flag::MOVABLE;
             return;
         case load_code::NONE: slot = none_value(); return;
         case load_code::ERASE: slot = erase_value(); return;

@@ -51,6 +51,10 @@ void store_value(vrkblock* b, vrkvar* dst, vrkvar* src) {
 
 Flow store(run_state& rs, const vrkinstr& ins, bool through_ref) {
     vrkblock* b = rs.b;
+    // A store may free the container or instance a subscript in front of it
+    // read from; the owner of a member call never reaches past one.
+    b->member_owner = nullptr;
+    b->owner_transient = 0;
     const bool for_callee = ins.ref == kRefMinusOne;
     vrkblock* target = for_callee ? callee_in_preparation(b) : operand_block(ins);
     if (ins.arg >= 0 && !has_var(target, ins.arg)) {

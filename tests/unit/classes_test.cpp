@@ -212,8 +212,10 @@ TEST_F(ClassesTest, MethodsReachMembersByPositionThroughThis) {
 TEST_F(ClassesTest, ListLiteralCode) {
     vrkblock* root = make_block("a = [];b = [k = 1];");
     compile_block(root);
-    // Its variable, the clear of the JSON on top, the elements, the variable.
-    EXPECT_TRUE(listing(root).starts_with("LOAD 0 B; LOAD 6; LOAD 0 B; SET 1 B; LOAD 2 B; LOAD 6; "))
+    // Its variable, the clear of the JSON on top, the elements, the variable and
+    // the hand-over of its list.
+    EXPECT_TRUE(
+        listing(root).starts_with("LOAD 0 B; LOAD 6; LOAD 0 B; LOAD 8; SET 1 B; LOAD 2 B; LOAD 6; "))
         << listing(root);
     EXPECT_EQ((*root->vars)[0]->type, Tag::JSON);
     EXPECT_EQ(root->find_var_index("LAMBDADATALIST0_I"), 2) << "the newest literal holds the shared name";
@@ -226,7 +228,7 @@ TEST_F(ClassesTest, ListLiteralCode) {
     token_list_literal(bad, "[1", std::string::npos);
     bad->compile_state_ptr = nullptr;
     EXPECT_TRUE(logged("Syntax error: syntax error"));
-    EXPECT_EQ(listing(bad), "LOAD 0 B; LOAD 6; LOAD 0 B");
+    EXPECT_EQ(listing(bad), "LOAD 0 B; LOAD 6; LOAD 0 B; LOAD 8");
 }
 
 TEST_F(ClassesTest, GlobalDeclarationsOfTypesAndSingletons) {

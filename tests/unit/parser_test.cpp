@@ -276,6 +276,15 @@ TEST_F(ParserTest, ScriptFileNamesArgumentsAndSearchFolder) {
     ASSERT_NE(absent.root_block, nullptr);
     EXPECT_EQ(*absent.root_block->full_source, "\n##PUSHN=" + missing + "\n\n##POPN\n;");
     EXPECT_EQ(count("opened " + missing), 1);
+    EXPECT_EQ(count("cannot read file " + missing + ": No such file or directory"), 1);
+    // A folder named as the file: the same, with the system's reason.
+    fs::create_directories(dir / "folder.vrs");
+    const std::string folder_name = folder() + "folder.vrs";
+    vrkparser directory(nullptr, folder_name, true, false);
+    EXPECT_EQ(count("opened " + folder_name), 1);
+    EXPECT_EQ(count("cannot read file " + folder_name + ": Is a directory"), 1);
+    // A file that reads gets no such report.
+    EXPECT_EQ(count("cannot read file " + main + ": No such file or directory"), 0);
 }
 
 TEST_F(ParserTest, SetSourceCutsBodiesIntoChildren) {
@@ -326,6 +335,49 @@ TEST_F(ParserTest, SetSourceCutsBodiesIntoChildren) {
     EXPECT_EQ(messages[0].second, "\n\nINTERNAL FAILURE! syntax error in string (missing closing bracket '}')\n");
     EXPECT_EQ(messages[1].second, " c; {d");
     block_delete(b);
+}
+
+TEST_F(ParserTest, NestingPastTheLimitIsCutAtTheLimit) {
+    // kMaxBlockDepth levels are fine; one more is reported once, and the block
+    // at the limit keeps only what stands in front of the deeper body. The
+    // statements behind the nest, in the outer blocks, stay.
+    const int n = kMaxBlockDepth + 500;
+    std::string text;
+    for (int i = 0; i < n; ++i) text += "a" + std::to_string(i) + "; {";
+    for (int i = 0; i < n; ++i) text += "} z" + std::to_string(n - 1 - i) + ";";
+    messages.clear();
+    vrkblock* root = block_new(nullptr, text);
+    int depth = 0;
+    vrkblock* b = root;
+    while (b->children && !b->children->empty()) {
+        ASSERT_EQ(b->children->size(), 1u);
+        b = (*b->children)[0];
+        ++depth;
+    }
+    EXPECT_EQ(depth, kMaxBlockDepth);
+    EXPECT_EQ(*b->code_text, "a" + std::to_string(kMaxBlockDepth) + "; ");
+    EXPECT_EQ(*b->parent->code_text, "a" + std::to_string(kMaxBlockDepth - 1) + "; {##BLK0} z" +
+                                         std::to_string(kMaxBlockDepth - 1) + ";");
+    EXPECT_EQ(*root->code_text, "a0; {##BLK0} z0;");
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_NE(messages[0].second.find("blocks are nested deeper than 1000 levels"), std::string::npos);
+    // The deep text was not copied into every level above the limit.
+    EXPECT_LT(b->full_source->size(), 64u);
+    block_delete(root);
+
+    // A nest within the limit is cut in full, with no report.
+    messages.clear();
+    std::string fine;
+    for (int i = 0; i < kMaxBlockDepth; ++i) fine += "{";
+    fine += "x";
+    for (int i = 0; i < kMaxBlockDepth; ++i) fine += "}";
+    root = block_new(nullptr, fine);
+    depth = 0;
+    for (b = root; b->children && !b->children->empty(); b = (*b->children)[0]) ++depth;
+    EXPECT_EQ(depth, kMaxBlockDepth);
+    EXPECT_EQ(*b->code_text, "x");
+    EXPECT_TRUE(messages.empty());
+    block_delete(root);
 }
 
 }  // namespace

@@ -151,5 +151,21 @@ TEST_F(TextTest, FindOperatorFollowsListOrderNotPosition) {
     EXPECT_EQ(find_operator("\"a+b\""), npos);
 }
 
+TEST_F(TextTest, TailSearchIsTheSearchOfTheTailAlone) {
+    // Every start in a text with quotes, escapes and brackets: the tail search
+    // finds what a search of the copied tail finds, shifted by the start.
+    const std::string text = "a;'b;\\';\"c;\"(d;e);[f;g];h\\\";i;'j\";k';l";
+    for (std::size_t from = 0; from <= text.size(); ++from) {
+        const std::size_t tail = find_scoped(text.substr(from), ';');
+        const std::size_t walked = find_scoped_tail(text, ';', from);
+        EXPECT_EQ(walked, tail == npos ? npos : tail + from) << from;
+    }
+    // A report shows the tail only.
+    messages.clear();
+    EXPECT_EQ(find_scoped_tail("x;a)b", 'b', 2), npos);
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].second, "invalid braces.\na)b");
+}
+
 }  // namespace
 }  // namespace vrk
