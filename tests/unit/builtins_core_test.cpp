@@ -12,6 +12,7 @@
 #include "host/engine.h"
 #include "host/log.h"
 #include "host/script_lock.h"
+#include "platform/system.h"
 #include "values/json.h"
 #include "vm/block.h"
 #include "vm/sleep.h"
