@@ -32,13 +32,14 @@ for program in "$build/vorka.exe" "$build/vorka_tests.exe"; do
     fi
 done
 
-"$wineserver" -p
+# Exit code 2 means a server for this prefix is running already: fine as well.
+"$wineserver" -p || [[ $? -eq 2 ]]
 trap '"$wineserver" -k 2>/dev/null || true' EXIT
 if [[ ! -f "$WINEPREFIX/system.reg" ]]; then
     echo "--- creating wine prefix $WINEPREFIX"
     "$wine" wineboot --init </dev/null >/dev/null 2>&1
     "$wineserver" -w
-    "$wineserver" -p
+    "$wineserver" -p || [[ $? -eq 2 ]]
 fi
 
 echo "--- unit tests"
