@@ -42,8 +42,16 @@ if [[ ! -f "$WINEPREFIX/system.reg" ]]; then
     "$wineserver" -p || [[ $? -eq 2 ]]
 fi
 
-echo "--- unit tests"
-"$wine" "$build/vorka_tests.exe" --gtest_brief=1 </dev/null
+# The tests' own log output is long: it goes to a file, and only the summary
+# (with the names of failed tests) is shown.
+echo "--- unit tests (full output in $build/unit-tests.log)"
+status=0
+"$wine" "$build/vorka_tests.exe" </dev/null >"$build/unit-tests.log" 2>&1 || status=$?
+grep -E '^\[ +(PASSED|SKIPPED|FAILED) +\]|^\[==========\]' "$build/unit-tests.log" || true
+if [[ $status -ne 0 ]]; then
+    echo "unit tests failed (exit code $status)" >&2
+    exit 1
+fi
 
 echo "--- script tests"
 VORKA_RUNNER="$wine" SCRIPT_PLATFORM=windows \
