@@ -5,6 +5,8 @@
 #   make asan-test  the same in build-asan with AddressSanitizer and UBSan
 #   make format     format every C++ file with .clang-format
 #   make format-check  fail when a C++ file is not formatted
+#   make windows       cross-build build-win/vorka.exe and its unit tests (mingw-w64)
+#   make windows-test  the same, then its unit and script tests under wine
 #   make clean      remove the build directories
 #
 # Every target starts with tools/setup-deps.sh, which is silent when nothing is
@@ -15,6 +17,11 @@
 JOBS       ?= 2
 BUILD_DIR  ?= build
 ASAN_DIR   ?= build-asan
+WIN_DIR    ?= build-win
+# The Windows build exists to be tested under wine: no optimisation keeps the
+# cross-build short on a busy machine.
+WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DNDEBUG' \
+                  -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
 
@@ -34,7 +41,7 @@ define configure
 	fi
 endef
 
-.PHONY: all deps configure build run test asan-build asan-test format format-check clean help
+.PHONY: all deps configure build run test asan-build asan-test format format-check windows windows-test clean help
 
 all: build
 
@@ -73,5 +80,15 @@ format:
 format-check:
 	@$(CLANG_FORMAT) --style=file --dry-run --Werror $(FORMAT_FILES)
 
+# The Windows build needs the cross compiler and wine, which the other targets
+# do not: they are installed only when these targets run.
+windows:
+	@tools/setup-deps.sh windows
+	$(call configure,$(WIN_DIR),-DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake $(WIN_CMAKE_ARGS))
+	cmake --build $(WIN_DIR) --parallel $(JOBS) --target vorka vorka_tests
+
+windows-test: windows
+	tools/windows-test.sh $(WIN_DIR)
+
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(WIN_DIR)

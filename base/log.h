@@ -18,6 +18,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/compiler.h"
+
 namespace vrk {
 
 // Kind of a message as listeners see it.
@@ -37,20 +39,20 @@ public:
     vrklog();
 
     // "[ERR]: %s\n", red while printing.
-    void error(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void error(const char* format, ...) VRK_PRINTF_FORMAT(2, 3);
     // "[WARN]: %s\n", yellow while printing.
-    void warn(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void warn(const char* format, ...) VRK_PRINTF_FORMAT(2, 3);
     // "[LOG]: %s\n".
-    void log(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void log(const char* format, ...) VRK_PRINTF_FORMAT(2, 3);
     // "[LOG]: %s\n" with the text taken literally (no formatting): used by print.
     void logText(const char* text);
     // Formatted text without prefix or line end. The formatted text is used as the
     // format of the final output a second time, so "%" in it is interpreted again.
-    void raw(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void raw(const char* format, ...) VRK_PRINTF_FORMAT(2, 3);
     // Report of a wrong builtin call; formats, then calls error() while the busy
     // guard is still set, so nothing is printed or passed on.
     void errorNamed(const char* const* name, const char* format, ...)
-        __attribute__((format(printf, 3, 4)));
+        VRK_PRINTF_FORMAT(3, 4);
 
     // Adds a listener and returns its id (the first is 1).
     uint32_t addListener(std::function<bool(ScriptLogType, const char*)> callback);

@@ -91,8 +91,8 @@ std::string print_form(const vrkvar* cell) {
         case Tag::DOUBLESET: return joined(cell->value.doubleset, "%lf");
         case Tag::INTSET: {
             if (!cell->value.intset) return {};
-            std::vector<long> widened(cell->value.intset->begin(), cell->value.intset->end());
-            return joined(&widened, "%ld");
+            std::vector<long long> widened(cell->value.intset->begin(), cell->value.intset->end());
+            return joined(&widened, "%lld");
         }
         case Tag::BIGINTSET: {
             std::string out;

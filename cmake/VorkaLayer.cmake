@@ -2,7 +2,7 @@
 #             [EXPOSE <folder/header.h>...] [EXCLUDE <file.cpp>...])
 #
 # Makes the library vorka_<folder> of one source folder: the folder's own *.cpp
-# files (not its sub-folders), with the folder's headers reachable as
+# files (not its sub-folders; of platform/ only this platform's), with the folder's headers reachable as
 # "<folder>/x.h" to the library itself and to the libraries that link it.
 #
 # The source root is on no include path. Each layer instead gets an include
@@ -24,6 +24,7 @@ function(vorka_layer folder)
   cmake_parse_arguments(LAYER "" "" "LINKS;EXPOSE;EXCLUDE" ${ARGN})
   set(lib vorka_${folder})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  vorka_platform_filter(sources)
   foreach(excluded ${LAYER_EXCLUDE})
     list(REMOVE_ITEM sources ${CMAKE_CURRENT_SOURCE_DIR}/${excluded})
   endforeach()

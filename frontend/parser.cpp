@@ -296,7 +296,9 @@ bool vrkparser::parse(std::string source, bool reset) {
                 continue;
             }
             if (has_prefix(line, "##LN=")) {
-                counters.back() = static_cast<uint32_t>(std::strtol(line.c_str() + 5, nullptr, 10));
+                // 64-bit on every platform, so a huge number wraps the same way.
+                counters.back() =
+                    static_cast<uint32_t>(std::strtoll(line.c_str() + 5, nullptr, 10));
                 continue;
             }
             preprocess_line(line, source_folder, search_folder, this, counters.back(), nullptr);

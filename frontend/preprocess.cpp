@@ -14,6 +14,7 @@
 #include "base/log.h"
 #include "platform/file_access.h"
 #include "platform/files.h"
+#include "platform/system.h"
 
 namespace vrk {
 
@@ -27,9 +28,10 @@ constexpr int kMaxIncludeDepth = 100;
 constexpr const char kIncludeWord[] = "#include";
 constexpr std::size_t kIncludeWordLength = sizeof(kIncludeWord) - 1;
 
-// The two fixed folders scripts and their includes are looked for in.
-constexpr const char kScriptFolder[] = "scripts/";
-constexpr const char kIncludeFolder[] = "scripts/include/";
+// The two fixed folders scripts and their includes are looked for in, spelt
+// the way the platform writes paths ("scripts/" or "scripts\\").
+std::string script_folder() { return platform::script_folder(); }
+std::string script_include_folder() { return platform::include_folder(); }
 
 std::string load_file_at(std::string& name, const std::string& base_folder, vrkparser* parser,
                          int depth);
@@ -98,10 +100,10 @@ bool find_include(const std::string& name, const std::string& folder,
     std::vector<std::string> tries = {
         folder + name,
         name,
-        kScriptFolder + name,
-        kIncludeFolder + name,
-        exe + "/" + kScriptFolder + name,
-        exe + "/" + kIncludeFolder + name,
+        script_folder() + name,
+        script_include_folder() + name,
+        exe + "/" + script_folder() + name,
+        exe + "/" + script_include_folder() + name,
     };
     if (!base_folder.empty()) tries.push_back(base_folder + name);
     for (const std::string& candidate : tries) {
@@ -124,7 +126,8 @@ std::string include_folder(const std::string& name, const std::string& folder,
     const std::size_t cut = std::min(prefix.rfind('\\'), prefix.rfind('/'));
     const std::string dir = prefix.substr(0, cut);
 
-    std::vector<std::string> tries = {folder + dir, dir, kScriptFolder + dir, kIncludeFolder + dir};
+    std::vector<std::string> tries = {folder + dir, dir, script_folder() + dir,
+                                      script_include_folder() + dir};
     if (!base_folder.empty()) tries.push_back(base_folder + dir);
     std::vector<platform::folder_entry> entries;
     bool opened = false;

@@ -32,9 +32,6 @@ constexpr int64_t kCompileFailureWaitMs = 10000;
 constexpr int64_t kLoadFailureWaitMs = 5000;
 constexpr int64_t kClockFailureWaitMs = 5000;
 
-// Folder in front of relative script names in normal runs and the dependency test.
-constexpr const char* kScriptSearchPath = "scripts/";
-
 // Writes text to standard output as it is, past the log.
 void print(const std::string& text) { platform::write_stdout(text.data(), text.size()); }
 
@@ -99,10 +96,11 @@ void enter_working_directory(vrkscript& engine, const std::string& directory) {
     engine.workingDirectory = directory;
 }
 
-// Rebuilds a compiled program from its file. There is no console to detach
-// from here: the program's output stays on standard output. A file that
-// cannot be opened ends the process abnormally.
+// Rebuilds a compiled program from its file, after letting go of the console
+// where the platform has one to let go of. A file that cannot be opened ends
+// the process abnormally.
 vrkparser* load_compiled_program(vrkscript& engine, const std::string& path) {
+    platform::detach_console();
     vrkparser* parser = new_program_parser(engine);
     log().log("loading executable %s", path.c_str());
     std::ifstream in(path, std::ios::binary);
@@ -149,7 +147,7 @@ int run_one_shot(const CommandLineValues& values) {
 int run_dependency_test() {
     print("DEP TEST\n");
     vrkscript& engine = create_engine();
-    engine.scriptSearchPath = kScriptSearchPath;
+    engine.scriptSearchPath = platform::script_folder();
     return 0;
 }
 
@@ -170,7 +168,7 @@ int run_normal(RunMode mode, const CommandLineValues& values, const ScriptSelect
     log().log("loading script %s\n", selection.scriptPath.c_str());
     vrkscript& engine = create_engine();
     init_script(&engine);
-    engine.scriptSearchPath = kScriptSearchPath;
+    engine.scriptSearchPath = platform::script_folder();
 
     if (mode == RunMode::compile) return compile_to_file(engine, values.compile, true);
 
@@ -213,6 +211,7 @@ int run_normal(RunMode mode, const CommandLineValues& values, const ScriptSelect
 }  // namespace
 
 int entry(int argc, const char* const* argv) {
+    platform::prepare_standard_streams();
     ArgumentParser parser(argc, argv);
     announce_start(parser);
     parser.parse();

@@ -21,6 +21,8 @@ void setRegistryDefault(const std::string& location, const std::string& value) {
     const platform::SettingRead current = platform::read_setting(location);
     if (current.status == platform::SettingStatus::failed)
         log().log("RegGetValue( %s ): %s\n", where, platform::error_text(current.error).c_str());
+    if (current.unhandledType >= 0)
+        log().log("RegGetValue( %s ) found type unhandled %d\n", where, current.unhandledType);
     if (current.status != platform::SettingStatus::missing && current.value == value) return;
 
     if (const int error = platform::create_setting_location(location))
@@ -36,6 +38,8 @@ void setRegistryDefault(const std::string& location, const std::string& value) {
 }
 
 int register_file_types(const std::string& executablePath) {
+    if (!platform::may_register_system_wide())
+        log().error("you have to run this as administrator to register vorkascript system wide.");
     for (const platform::FileTypeSetting& setting : platform::file_type_settings(executablePath))
         setRegistryDefault(setting.location, setting.value);
     platform::announce_file_types_changed();

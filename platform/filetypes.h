@@ -34,6 +34,7 @@ struct SettingRead {
     SettingStatus status = SettingStatus::missing;  // found, missing or unreadable
     std::string value;                              // the text, when found
     int error = 0;                                  // system error number, when failed
+    int unhandledType = -1;                         // system type of a non-text value, else -1
 };
 
 // Reads a setting.
@@ -48,5 +49,10 @@ int write_setting(const std::string& location, const std::string& value);
 
 // Tells the desktop that file associations changed.
 void announce_file_types_changed();
+
+// Whether the process may register the types for every user. Windows asks the
+// process token and prints its own note to standard output when it cannot;
+// Linux registers per user only, where no such right is needed, and says yes.
+bool may_register_system_wide();
 
 }  // namespace vrk::platform

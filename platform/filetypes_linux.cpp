@@ -183,4 +183,6 @@ void announce_file_types_changed() {
     run_if_present("update-desktop-database", home + "/applications");
 }
 
+bool may_register_system_wide() { return true; }
+
 }  // namespace vrk::platform

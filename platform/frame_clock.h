@@ -8,6 +8,7 @@
 // wait it ends, so one wake ends exactly one wait.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 namespace vrk::platform {
@@ -32,10 +33,10 @@ public:
     bool wait();
 
 private:
-    FrameClock(int timer, int event) : timerHandle(timer), eventHandle(event) {}
+    FrameClock(std::intptr_t timer, std::intptr_t event) : timerHandle(timer), eventHandle(event) {}
 
-    int timerHandle;  // the periodic timer
-    int eventHandle;  // the wake event
+    std::intptr_t timerHandle;  // the periodic timer (a descriptor or a handle)
+    std::intptr_t eventHandle;  // the wake event (a descriptor or a handle)
 };
 
 }  // namespace vrk::platform

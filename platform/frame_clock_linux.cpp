@@ -47,25 +47,27 @@ std::unique_ptr<FrameClock> FrameClock::create(int& error) {
 }
 
 FrameClock::~FrameClock() {
-    ::close(eventHandle);
-    ::close(timerHandle);
+    ::close(static_cast<int>(eventHandle));
+    ::close(static_cast<int>(timerHandle));
 }
 
 void FrameClock::wake() {
     const uint64_t one = 1;
-    ssize_t n = ::write(eventHandle, &one, sizeof(one));
+    ssize_t n = ::write(static_cast<int>(eventHandle), &one, sizeof(one));
     (void)n;  // the counter can only overflow after 2^64 wakes without a wait
 }
 
 bool FrameClock::wait() {
-    pollfd fds[2] = {{timerHandle, POLLIN, 0}, {eventHandle, POLLIN, 0}};
+    const int timer = static_cast<int>(timerHandle);
+    const int event = static_cast<int>(eventHandle);
+    pollfd fds[2] = {{timer, POLLIN, 0}, {event, POLLIN, 0}};
     int ready;
     do {
         ready = ::poll(fds, 2, -1);
     } while (ready < 0 && errno == EINTR);
     if (ready < 0) return false;
-    if (fds[0].revents & POLLIN) drain(timerHandle);
-    if (fds[1].revents & POLLIN) drain(eventHandle);
+    if (fds[0].revents & POLLIN) drain(timer);
+    if (fds[1].revents & POLLIN) drain(event);
     return true;
 }
 

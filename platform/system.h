@@ -2,8 +2,10 @@
 //
 // Nothing outside platform/ includes a system header: every call into the
 // operating system goes through these functions. Each platform provides one
-// source file implementing them (system_linux.cpp today); a Windows build puts
-// the Win32 calls behind the same declarations.
+// source file implementing them: system_linux.cpp with POSIX calls,
+// system_windows.cpp with Win32 calls. Texts cross this interface as UTF-8 on
+// both; the Windows side converts to and from the system's UTF-16 where it
+// asks the system for a path.
 #pragma once
 
 #include <cstdint>
@@ -19,6 +21,10 @@ std::string current_directory();
 
 // Changes the process's current directory; returns false on failure.
 bool change_directory(const std::string& dir);
+
+// Sets the standard streams up for the host's output, once at start: binary
+// mode on Windows (a "\n" stays one byte in files and pipes), nothing on Linux.
+void prepare_standard_streams();
 
 // True when standard output is an interactive terminal (colour is only
 // written then).
@@ -50,5 +56,17 @@ std::string error_text(int code);
 
 // Name of the platform as scripts see it: "LINUX" or "WINDOWS".
 const char* platform_name();
+
+// The folder relative script names are looked up in, as this platform writes
+// a path: "scripts/" on Linux, "scripts\\" on Windows.
+const char* script_folder();
+
+// The include folder inside it: "scripts/include/" or "scripts\\include\\".
+const char* include_folder();
+
+// Lets go of the console before a compiled program runs, so that a program
+// opened from the desktop leaves no console window behind (FreeConsole on
+// Windows). Linux has no such window: output stays on standard output.
+void detach_console();
 
 }  // namespace vrk::platform

@@ -28,6 +28,8 @@ std::string current_directory() {
 
 bool change_directory(const std::string& dir) { return ::chdir(dir.c_str()) == 0; }
 
+void prepare_standard_streams() {}
+
 bool stdout_is_terminal() { return ::isatty(1) == 1; }
 
 void write_stdout(const char* data, std::size_t size) {
@@ -63,5 +65,11 @@ void abort_process() {
 }
 
 const char* platform_name() { return "LINUX"; }
+
+const char* script_folder() { return "scripts/"; }
+
+const char* include_folder() { return "scripts/include/"; }
+
+void detach_console() {}
 
 }  // namespace vrk::platform

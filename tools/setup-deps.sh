@@ -1,6 +1,10 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing vorka needs.
 #
+# Usage: tools/setup-deps.sh [windows]
+# With "windows" the cross compiler, Windows zlib and wine for the Windows
+# build (make windows, make windows-test) are wanted as well.
+#
 # Idempotent and quiet: every package is first looked up with dpkg-query, and
 # when all of them are installed the script prints nothing and exits 0. Only
 # when something is missing does it run `apt-get update` and install exactly the
@@ -21,6 +25,14 @@ packages=(
     clang
     libclang-rt-14-dev
 )
+if [[ "${1:-}" == windows ]]; then
+    packages+=(
+        g++-mingw-w64-x86-64-posix
+        libz-mingw-w64-dev
+        wine64
+        wine
+    )
+fi
 
 if ! command -v dpkg-query >/dev/null 2>&1; then
     echo "setup-deps: dpkg-query not found; install these packages by hand: ${packages[*]}" >&2

@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "platform/compiler.h"
+
 namespace vrk {
 
 struct vrkblock;
@@ -20,7 +22,7 @@ void report_error(vrkblock* block, const char* kind, const char* message);
 // Formats the message into a 16384-byte buffer first (cut there); a null kind
 // reads "runtime_error".
 void report_errorf(vrkblock* block, const char* kind, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
+    VRK_PRINTF_FORMAT(3, 4);
 // Appends the trace of `block` (outermost caller first) to `out`.
 void trace(vrkblock* block, std::string& out);
 

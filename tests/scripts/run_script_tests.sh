@@ -15,6 +15,13 @@
 # "[exit code N]" and a timeout the line "[timed out]" at the end, so that both
 # show up in the comparison.
 #
+# VORKA_RUNNER, when set, is put in front of the executable (for instance
+# "wine64" to run a Windows build); SCRIPT_PLATFORM names the platform the
+# executable was built for ("linux", the default, or "windows"). Scripts whose
+# output holds on one platform only are listed in platform.skip, one
+# "topic/name  platform  reason" per line, and are reported as skipped on the
+# other platform.
+#
 # UPDATE_EXPECTED=1 rewrites the .expected file of every selected test with the
 # output of this run instead of comparing. To add a test, create an empty
 # <name>.expected beside the script, run with UPDATE_EXPECTED=1 and review the
@@ -50,6 +57,18 @@ shift
 filters=("$@")
 timeout_s=${SCRIPT_TIMEOUT:-30}
 update=${UPDATE_EXPECTED:-0}
+platform=${SCRIPT_PLATFORM:-linux}
+runner=()
+[[ -n "${VORKA_RUNNER:-}" ]] && read -ra runner <<<"$VORKA_RUNNER"
+
+# Test name -> the one platform its output holds on.
+declare -A only_on
+if [[ -f "$here/platform.skip" ]]; then
+    while read -r skip_name skip_platform _; do
+        [[ -z "$skip_name" || "$skip_name" == \#* ]] && continue
+        only_on[$skip_name]=$skip_platform
+    done <"$here/platform.skip"
+fi
 
 if [[ ! -x "$vorka" ]]; then
     echo "not an executable: $vorka" >&2
@@ -74,6 +93,7 @@ filter_startup() {
 
 passed=0
 failed=0
+skipped=0
 work=$(mktemp -d "${TMPDIR:-/tmp}/vorka-scripts.XXXXXX")
 trap 'rm -rf -- "$work"' EXIT
 
@@ -90,6 +110,12 @@ for script in "$here"/*/*.vrs; do
         [[ $selected -eq 1 ]] || continue
     fi
 
+    if [[ -n "${only_on[$name]:-}" && "${only_on[$name]}" != "$platform" ]]; then
+        echo "SKIP $name (${only_on[$name]} only)"
+        skipped=$((skipped + 1))
+        continue
+    fi
+
     extra=()
     if [[ -f "${script%.vrs}.args" ]]; then
         mapfile -t extra <"${script%.vrs}.args"
@@ -99,7 +125,7 @@ for script in "$here"/*/*.vrs; do
     actual="$work/actual"
     rc=0
     {
-        (cd "$dir" && exec timeout --kill-after=5 "$timeout_s" "$vorka" "--runscript=$base" "${extra[@]}") \
+        (cd "$dir" && exec timeout --kill-after=5 "$timeout_s" "${runner[@]}" "$vorka" "--runscript=$base" "${extra[@]}") \
             </dev/null >"$raw" 2>&1 || rc=$?
     } 2>/dev/null  # keeps the shell's "Aborted" notice out; the exit code shows it
     filter_startup <"$raw" >"$actual"
@@ -124,5 +150,9 @@ for script in "$here"/*/*.vrs; do
     fi
 done
 
-echo "$passed passed, $failed failed"
+if [[ $skipped -gt 0 ]]; then
+    echo "$passed passed, $failed failed, $skipped skipped"
+else
+    echo "$passed passed, $failed failed"
+fi
 [[ $failed -eq 0 ]]

@@ -53,9 +53,9 @@ protected:
         const fs::path path = dir / name;
         fs::create_directories(path.parent_path());
         std::ofstream(path, std::ios::binary) << content;
-        return path.string();
+        return path.generic_string();
     }
-    std::string folder() const { return dir.string() + "/"; }
+    std::string folder() const { return dir.generic_string() + "/"; }
 
     // How many log messages are exactly `text`.
     long count(const std::string& text) const {
@@ -264,7 +264,7 @@ TEST_F(ParserTest, ScriptFileNamesArgumentsAndSearchFolder) {
 
     // A relative name found under the engine's search path keeps that prefix.
     vrkscript engine;
-    engine.scriptSearchPath = dir.string();
+    engine.scriptSearchPath = dir.generic_string();
     vrkparser relative(&engine, "main.vrs", true, false);
     EXPECT_EQ(relative.search_folder, folder());
     ASSERT_NE(relative.root_block, nullptr);

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "base/log.h"
 #include "host/registration.h"
 #include "platform/filetypes.h"
+#include "support/platform_only.h"
 
 namespace vrk {
 namespace {
@@ -53,6 +55,7 @@ protected:
 };
 
 TEST_F(Registration, WritesOnlyWhatChangedAndReportsIt) {
+    VRK_LINUX_ONLY("settings are files");
     const std::string path = (folder / "deep" / "er" / "setting.txt").string();
     LogCapture capture;
 
@@ -72,6 +75,7 @@ TEST_F(Registration, WritesOnlyWhatChangedAndReportsIt) {
 }
 
 TEST_F(Registration, ReportsSettingsThatCannotBeReadOrWritten) {
+    VRK_LINUX_ONLY("settings are files");
     // A folder where the file should be can be opened but neither read nor written.
     fs::create_directories(folder / "taken");
     const std::string path = (folder / "taken").string();
@@ -85,6 +89,7 @@ TEST_F(Registration, ReportsSettingsThatCannotBeReadOrWritten) {
 }
 
 TEST(FileTypeSettings, NameBothTypesAndOpenThemWithTheExecutable) {
+    VRK_LINUX_ONLY("a MIME package and desktop entries");
     const auto settings = platform::file_type_settings("/opt/my vorka/bin$/vor\"ka%");
     ASSERT_EQ(settings.size(), 3u);
     EXPECT_TRUE(settings[0].location.ends_with("/mime/packages/vorkascript.xml"));
@@ -102,6 +107,54 @@ TEST(FileTypeSettings, NameBothTypesAndOpenThemWithTheExecutable) {
     EXPECT_NE(settings[2].value.find(program + " -crun=%f\n"), std::string::npos);
     EXPECT_NE(settings[2].value.find("MimeType=application/x-vorkascript-program;\n"),
               std::string::npos);
+}
+
+TEST_F(Registration, RegistryKeysWrittenOnlyWhenChanged) {
+    VRK_WINDOWS_ONLY("settings are registry keys");
+    // A fresh key each run: the registry outlives the test.
+    std::random_device random;
+    const std::string key = "Software\\vorka-tests\\run" + std::to_string(random());
+    LogCapture capture;
+
+    setRegistryDefault(key, "first");
+    platform::SettingRead read = platform::read_setting(key);
+    ASSERT_EQ(read.status, platform::SettingStatus::found);
+    EXPECT_EQ(read.value, "first");
+    EXPECT_EQ(read.unhandledType, -1);
+    ASSERT_EQ(capture.lines.size(), 1u);
+    EXPECT_EQ(capture.lines[0], "RegSet( " + key + " ): set to \"first\"");
+
+    setRegistryDefault(key, "first");
+    EXPECT_EQ(capture.lines.size(), 1u);  // unchanged: silent
+
+    setRegistryDefault(key, "second %s");
+    EXPECT_EQ(platform::read_setting(key).value, "second %s");
+    ASSERT_EQ(capture.lines.size(), 2u);
+    EXPECT_EQ(capture.lines[1], "RegSet( " + key + " ): changed \"first\" to \"second %s\"\n");
+
+    EXPECT_EQ(platform::read_setting(key + "\\absent").status, platform::SettingStatus::missing);
+}
+
+TEST(FileTypeSettings, RegistryKeysNameBothTypesAndTheirCommands) {
+    VRK_WINDOWS_ONLY("settings are registry keys");
+    const auto settings = platform::file_type_settings("C:\\my vorka\\vorka.exe");
+    ASSERT_EQ(settings.size(), 8u);
+    const std::vector<std::pair<std::string, std::string>> expected = {
+        {".vrs", "tallowmere.vorkaengine.1"},
+        {".vrs\\Content Type", "text/plain"},
+        {".vrs\\PerceivedType", "text"},
+        {".vre", "tallowmere.vorkaengine.4"},
+        {"tallowmere.vorkaengine.1", "vorkascript"},
+        {"tallowmere.vorkaengine.1\\Shell\\Open\\Command",
+         "\"C:\\my vorka\\vorka.exe\" -s=\"%1\""},
+        {"tallowmere.vorkaengine.4", "VorkaExecutable"},
+        {"tallowmere.vorkaengine.4\\Shell\\Open\\Command",
+         "\"C:\\my vorka\\vorka.exe\" -crun=\"%1\""},
+    };
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(settings[i].location, "Software\\Classes\\" + expected[i].first);
+        EXPECT_EQ(settings[i].value, expected[i].second);
+    }
 }
 
 }  // namespace

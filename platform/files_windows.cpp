@@ -1,0 +1,42 @@
+// Windows implementation of platform/files.h: FindFirstFileW and its family,
+// with names converted between UTF-8 and UTF-16.
+#include "platform/files.h"
+
+#include <algorithm>
+
+#include <windows.h>
+
+#include "platform/text_windows.h"
+
+namespace vrk::platform {
+
+namespace {
+
+// Closes the search however the listing ends.
+struct search_closer {
+    HANDLE search;
+    ~search_closer() { ::FindClose(search); }
+};
+
+}  // namespace
+
+bool list_folder(const std::string& folder, std::vector<folder_entry>& entries) {
+    entries.clear();
+    if (folder.empty()) return false;
+    std::string pattern = folder;
+    if (pattern.back() != '\\' && pattern.back() != '/') pattern += '\\';
+    pattern += '*';
+    WIN32_FIND_DATAW found{};
+    const HANDLE search = ::FindFirstFileW(to_wide(pattern).c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return false;
+    const search_closer closer{search};
+    do {
+        entries.push_back(folder_entry{from_wide(found.cFileName),
+                                       (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+    } while (::FindNextFileW(search, &found));
+    std::sort(entries.begin(), entries.end(),
+              [](const folder_entry& a, const folder_entry& b) { return a.name < b.name; });
+    return true;
+}
+
+}  // namespace vrk::platform
