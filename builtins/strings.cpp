@@ -1,6 +1,6 @@
 // String builtins that search and test text: substr, replace, find and rfind,
-// contains, the byte-set searches, case changes, starts, is_utf8 and the
-// regex_search stub.
+// contains, the byte-set searches, case changes, starts, is_utf8, empty_str
+// and the regex_search stub.
 #include "builtins/strings.h"
 
 #include <string>
@@ -191,6 +191,16 @@ VRK_BUILTIN(is_utf8) {
     std::string scratch;
     const std::string& text = text_of(args[0], scratch);
     return answer_int(result, is_valid_utf8(text.c_str(), text.size()) ? 1 : 0);
+}
+
+VRK_BUILTIN(empty_str) {
+    // A wrong call answers as `empty` does: nothing passed counts as empty.
+    if (args.size() != 1) {
+        report_error(block, "external_function", "no argument passed");
+        return answer_int(result, 1);
+    }
+    std::string scratch;
+    return answer_int(result, text_of(args[0], scratch).empty() ? 1 : 0);
 }
 
 VRK_BUILTIN(lowercase) {

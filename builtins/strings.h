@@ -36,6 +36,7 @@ VRK_BUILTIN(rfind);             // (text|json, key, from) last offset or element
 VRK_BUILTIN(contains);          // (text, part) 1 when part occurs
 VRK_BUILTIN(contains_any);      // (text, "a b c") 1 when any space-separated part occurs
 VRK_BUILTIN(is_utf8);           // (text) 1 for valid, printable UTF-8
+VRK_BUILTIN(empty_str);         // (value) 1 when its text is empty
 VRK_BUILTIN(lowercase);         // (text) ASCII letters to lower case
 VRK_BUILTIN(uppercase);         // (text) ASCII letters to upper case
 VRK_BUILTIN(starts);            // (text, prefix) 1 when text begins with prefix

@@ -20,6 +20,10 @@ namespace {
 
 constexpr std::size_t npos = std::string::npos;
 
+// Deepest bracket nesting format_clause follows; a deeper text ends the walk
+// with a report instead of exhausting the stack.
+constexpr int kMaxClauseDepth = 2000;
+
 // One region of a text: the opening delimiter at `open`, the inner text from
 // `inner` to `close`, the closing delimiter at `close` ending at `end`.
 struct region {
@@ -122,7 +126,14 @@ public:
                 }
                 const char inner_closer = c == '{' ? '}' : c == '(' ? ')' : c == '[' ? ']' : 0;
                 if (inner_closer) {
+                    if (depth == kMaxClauseDepth) {
+                        log().error("format_clause: brackets nested deeper than %d", depth);
+                        stopped = true;
+                        return npos;
+                    }
+                    ++depth;
                     const std::size_t closed = walk(i + 1, inner_closer);
+                    --depth;
                     if (closed == npos || stopped) return npos;
                     i = closed + 1;
                     continue;
@@ -139,7 +150,8 @@ private:
     bool in_single = false;   // inside '...'
     bool in_triple = false;   // inside """...""" or '''...'''
     bool in_comment = false;  // after # up to the line end
-    bool stopped = false;     // the walk met its debugging stop
+    bool stopped = false;     // the walk met its debugging stop or its depth limit
+    int depth = 0;            // levels entered below the outermost
 };
 
 }  // namespace

@@ -116,7 +116,7 @@ constexpr std::array kRows{
     fn("systemthread", 1, plain, "(cmd) launch a system cmd threaded"),
     fn("fappend", 2, numbered, "(filename, str) append text to file"),
     fn("empty", 1, plain, "(str) returns 1 if str is empty", lib::empty),
-    fn("empty_str", 1, plain, "(str) returns 1 if str is empty"),
+    fn("empty_str", 1, plain, "(str) returns 1 if str is empty", lib::empty_str),
     fn("clear", 1, plain, "(str) clear a string|json|uchars", lib::clear),
     fn("gvar", 1, plain, "(varname) returns a REFERENCE(!!!) to a global var by name"),
     fn("dset", 3, plain, "(var,size,init value) init dset, call with 3 parameters"),
