@@ -14,8 +14,8 @@ constexpr std::array kFamilies{
     vrklibrary_family{
         "core",
         "M_PI removescript import print error fail failed failcode globalvar_exist iserror "
-        "geterror getfunctions loglistener platform preprocessor pi nl qt qt2 tab cr bs bsl sl help "
-        "refactor_old"},
+        "geterror getfunctions loglistener platform preprocessor pi nl qt qt2 tab cr bs bsl sl "
+        "help refactor_old"},
     vrklibrary_family{
         "strings",
         "regex_search substr replace find rfind specialfind contains contains_any is_utf8 split "
@@ -51,12 +51,12 @@ constexpr std::array kFamilies{
     vrklibrary_family{
         "math and reflection",
         "dbg_isconst isrunning getlastobject isvalid gvar vecnorm veclen vecangle sqrt abs round "
-        "negf tanh tan sin cos sinrange cosrange tanrange exp atanh pow smoothstep int float string "
-        "min max map mod clamp clampi vtype vscripttype vtype2 class_ref_count is_function is_void "
-        "set_internal_param_var is_float is_int is_number is_string function_code function_pcount "
-        "is_busy vaddress vaddress_obj vaddress_class ref deref allocate deallocate randomFloat "
-        "randomFloatArray randomInt randomString randomIntArray make_ref new copy free get_context "
-        "has_context"},
+        "negf tanh tan sin cos sinrange cosrange tanrange exp atanh pow smoothstep int float "
+        "string min max map mod clamp clampi vtype vscripttype vtype2 class_ref_count is_function "
+        "is_void set_internal_param_var is_float is_int is_number is_string function_code "
+        "function_pcount is_busy vaddress vaddress_obj vaddress_class ref deref allocate "
+        "deallocate randomFloat randomFloatArray randomInt randomString randomIntArray make_ref "
+        "new copy free get_context has_context"},
     vrklibrary_family{
         "native objects",
         "os loadmodule threadworker signalhandler vrk_timer vec vec2 vec3 load jpg_decode "

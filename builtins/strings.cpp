@@ -77,8 +77,8 @@ VRK_BUILTIN(substr) {
     // A negative length, like a missing one, means the rest; a length past the
     // end is cut there.
     const std::size_t rest = text.size() - start;
-    const std::size_t count =
-        length < 0 || static_cast<uint64_t>(length) > rest ? rest : static_cast<std::size_t>(length);
+    const bool to_end = length < 0 || static_cast<uint64_t>(length) > rest;
+    const std::size_t count = to_end ? rest : static_cast<std::size_t>(length);
     return answer_text(result, text.substr(start, count));
 }
 
