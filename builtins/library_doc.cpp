@@ -69,7 +69,7 @@ std::string library_reference() {
            "registration order within each family. \"Parameters\" is the declared count the\n"
            "compiler sees; each builtin checks the arguments it really gets and reports a wrong\n"
            "call in the log. The descriptions are the texts `help` and `getfunctions` show, word\n"
-           "for word (a few were copied from a neighbour and do not fit; the note says so).\n\n";
+           "for word: a few were copied from a neighbouring row and do not fit their function.\n\n";
     out += "This file is generated from the builtin table: run `build/vorka_libdoc > "
            "docs/LIBRARY.md`.\n";
     std::vector<std::string_view> titles;

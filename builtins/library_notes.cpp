@@ -72,6 +72,13 @@ constexpr std::array kNotes{
     vrklibrary_note{"globalvar_exist",
                     "The description belongs to another row; it answers 1 when a global of that "
                     "name exists."},
+    vrklibrary_note{"failcode",
+                    "Answers the message of an ERR value as a string, else the empty string."},
+    vrklibrary_note{"sizeof", "Answers the size of a value in bytes, not an error test."},
+    vrklibrary_note{"decompress", "Not implemented: it reports and answers nothing."},
+    vrklibrary_note{"millis", "Answers the seconds of the current local time, not milliseconds."},
+    vrklibrary_note{"function_pcount",
+                    "Answers the number of parameters of a function, 0 for anything else."},
     // strings
     vrklibrary_note{"regex_search",
                     "Not implemented: reports \"IMPLEMENT ME LATER!!\" and answers nothing."},
