@@ -7,6 +7,7 @@
 
 #include "builtins/arrays_support.h"
 #include "base/log.h"
+#include "builtins/data.h"
 
 namespace vrk::lib {
 
@@ -181,9 +182,15 @@ VRK_BUILTIN(resize) {
     } else if (target->type == Tag::PTR) {
         arrays::live_object(block, target);
     } else if (size >= 0) {
-        // New entries are zero; a negative size, like on an array, does nothing.
-        with_vector(target,
-                    [size](auto& values) { values.resize(static_cast<std::size_t>(size)); });
+        // New entries are zero; a negative size, like on an array, does nothing,
+        // and a buffer is never grown past the buffer limit.
+        bool too_large = false;
+        with_vector(target, [size, &too_large](auto& values) {
+            const auto wanted = static_cast<uint64_t>(size);
+            too_large = wanted > kMaxBufferBytes / sizeof(values[0]);
+            if (!too_large) values.resize(static_cast<std::size_t>(wanted));
+        });
+        if (too_large) report(block, "invalid buffer size!");
     }
     return answer_int(result, 1);
 }
@@ -199,6 +206,10 @@ VRK_BUILTIN(push) {
         case Tag::DATA: {
             std::vector<uint8_t>& bytes = *as_data(target);
             if (value->type == Tag::DATA) {
+                if (bytes.size() + value->value.data->size() > kMaxBufferBytes) {
+                    report(block, "invalid buffer size!");
+                    return answer_int(result, last_index(bytes));
+                }
                 // A copy first: the bytes may be the target's own.
                 const std::vector<uint8_t> more = *value->value.data;
                 bytes.insert(bytes.end(), more.begin(), more.end());
