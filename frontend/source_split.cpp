@@ -165,7 +165,7 @@ void split_source(vrkblock* root, const std::string& given) {
             syntaxError(("blocks are nested deeper than " + std::to_string(kMaxBlockDepth) +
                          " levels; the rest of the block is dropped")
                             .c_str(),
-                        context().current_compiling_block);
+                        compile_context().current_compiling_block);
             code.shrink_to_fit();
             stack.pop_back();
             continue;
