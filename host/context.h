@@ -42,6 +42,12 @@ struct vrkhost_state {
     std::string scriptArgument;             // value of --scriptarg in one-shot mode
 };
 
+// A process-wide cell reached by name (`gvar`), with the number of blocks that hold it.
+struct vrknamed_cell {
+    vrkvar* cell = nullptr;  // the shared cell, owned here
+    int32_t holders = 0;     // blocks still associated with it; the cell goes at 0
+};
+
 struct vrkcontext {
     vrkcontext();
     vrkcontext(const vrkcontext&) = delete;
@@ -57,6 +63,7 @@ struct vrkcontext {
     std::map<std::string, int> typeList;        // companion of types
     vrkpools pools;                             // free lists and foreign-thread queues
     vrkregistry registry;                       // guarded pointer table
+    std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
     uint32_t main_thread = 0;                   // thread that created the last engine
     std::atomic<uint32_t> lock_thread{0};       // thread holding global_lock now, 0 if none
     uint32_t lock_depth = 0;                    // nesting of the lock taken by other threads
