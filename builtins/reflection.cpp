@@ -2,6 +2,7 @@
 // cells, and the lifetime of class instances and native objects.
 #include "builtins/reflection.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -43,6 +44,24 @@ void wrong_params(vrkblock* block, const char* name) {
 vrkvar* through_one_ref(vrkvar* cell) {
     if (cell->type == Tag::REF && cell->value.ref) return cell->value.ref;
     return cell;
+}
+
+// True when `cell` is one of the calling block's temporaries (an argument
+// passed by value).
+bool is_caller_temp(vrkblock* block, const vrkvar* cell) {
+    if (!block || !block->temp_pool) return false;
+    const auto& all = block->temp_pool->all;
+    return std::find(all.begin(), all.end(), cell) != all.end();
+}
+
+// The value an argument of `vtype` or `vscripttype` stands for. The call
+// hands over a temporary of the caller: a reference to the variable written in
+// the call, or a copy of a computed value. That step is undone first, then a
+// reference the value itself holds is followed once, so that `vtype(r)` names
+// what `r` refers to and only a reference without a target is named "REF".
+vrkvar* argument_seen(vrkblock* block, vrkvar* arg) {
+    if (arg->type == Tag::REF && arg->value.ref && is_caller_temp(block, arg)) arg = arg->value.ref;
+    return through_one_ref(arg);
 }
 
 // The registry id a PTR handle carries.
@@ -143,7 +162,7 @@ bool owns_instance(const vrkvar* cell) {
 
 VRK_BUILTIN(vtype) {
     if (args.size() != 1) return answer_int(result, 0);
-    vrkvar* value = through_one_ref(args[0]);
+    vrkvar* value = argument_seen(block, args[0]);
     if (value->type != Tag::PTR) return answer_text(result, tag_name(value->type));
     set_string(&result, "PTR");
     if (vrkobject* object = object_of(value)) return answer_text(result, object->type_name);
@@ -168,7 +187,7 @@ VRK_BUILTIN(vtype2) {
 
 VRK_BUILTIN(vscripttype) {
     if (args.size() != 1) return answer_int(result, 0);
-    vrkvar* value = through_one_ref(args[0]);
+    vrkvar* value = argument_seen(block, args[0]);
     if (value->type == Tag::CLASS) return answer_text(result, to_string(value));
     vrkobject* object = object_of(value);
     return answer_text(result, object ? object->type_name : "err");
@@ -276,8 +295,16 @@ VRK_BUILTIN(vaddress_class) {
 
 // ---- references and cells ------------------------------------------------------------
 
+// A reference reaches the caller's own cell only when the argument was passed
+// by reference (`ref(#x)`). Passed plainly, the argument is a temporary copy
+// that the caller reuses after the call: a reference to it would point at
+// whatever the next call leaves there, so the answer is then the value itself.
 VRK_BUILTIN(ref) {
     if (args.size() != 1) return &result;
+    if (is_caller_temp(block, args[0])) {
+        assign(&result, args[0], block);
+        return &result;
+    }
     set_ref(&result, args[0]);
     return &result;
 }
