@@ -135,6 +135,27 @@ void list_allocation(vrkvar* cell, vrkblock* root) {
         allocation_handle(cell), root, 1);
 }
 
+// True when the code of `block`, or of a block that called it, belongs to
+// `instance`: a block of its tree, or a method running with it as `this`.
+// Deleting the instance under such code would pull its blocks away while they run.
+bool runs_inside(vrkblock* block, vrkblock* instance) {
+    constexpr int kMostSteps = 100000;  // bounds the walk should the links ever loop
+    int steps = 0;
+    for (vrkblock* run = block; run && block_alive(run) && steps < kMostSteps; ++steps) {
+        for (vrkblock* b = run; b && block_alive(b) && steps < kMostSteps; b = b->parent, ++steps) {
+            if (b == instance) return true;
+            const vrkvar* self = b->this_var();
+            if (self && self->type == Tag::CLASS && self->block == instance) return true;
+            if (b->self_cell && !is_marker(b->self_cell) && b->self_cell->type == Tag::CLASS &&
+                b->self_cell->block == instance)
+                return true;
+        }
+        if (run->caller == run) break;
+        run = run->caller;
+    }
+    return false;
+}
+
 // `free` of a class instance held by a counting cell: its destructor runs now
 // and the instance goes, whoever else holds it.
 vrkvar* free_instance(vrkblock* block, vrkvar* cell, vrkvar& result) {
@@ -143,6 +164,10 @@ vrkvar* free_instance(vrkblock* block, vrkvar* cell, vrkvar& result) {
     if (instance->class_data && instance->class_data->destructing) {
         log().error("class is already being destructed!");
         return &result;
+    }
+    if (runs_inside(block, instance)) {
+        report_error(block, "free", "cannot free a class from inside itself!");
+        return answer_int(result, 0);
     }
     clearblock(cell, block, true);
     return answer_int(result, 1);
