@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <random>
 #include <string>
 
@@ -64,6 +65,14 @@ vrkvar* ranged(std::vector<vrkvar*>& args, vrkvar& result, F wave) {
     const double phase = float_arg(args, 3, 0.0);
     const double wave_value = wave(value + 2.0 * kRangePi * phase);
     return answer_float(result, low + 0.5 * (wave_value + 1.0) * (high - low));
+}
+
+// A double narrowed to single precision; values beyond its range become the
+// infinity of their sign instead of an undefined conversion.
+float to_single(double value) {
+    if (value > std::numeric_limits<float>::max()) return std::numeric_limits<float>::infinity();
+    if (value < -std::numeric_limits<float>::max()) return -std::numeric_limits<float>::infinity();
+    return static_cast<float>(value);
 }
 
 // One draw of the C library generator between min and max, in single
@@ -244,15 +253,15 @@ VRK_BUILTIN(string) {
 
 VRK_BUILTIN(randomFloat) {
     if (args.size() != 2) return wrong_params(block, "randomFloat", result);
-    const float low = static_cast<float>(to_float(args[0]));
-    const float high = static_cast<float>(to_float(args[1]));
+    const float low = to_single(to_float(args[0]));
+    const float high = to_single(to_float(args[1]));
     return answer_float(result, low == high ? low : random_float(low, high));
 }
 
 VRK_BUILTIN(randomFloatArray) {
     if (args.size() != 3) return wrong_params(block, "randomFloatArray", result);
-    const float low = static_cast<float>(to_float(args[0]));
-    const float high = static_cast<float>(to_float(args[1]));
+    const float low = to_single(to_float(args[0]));
+    const float high = to_single(to_float(args[1]));
     fill_array(result, to_int(args[2]), [low, high](vrkvar* element) {
         set_float(element, low == high ? low : random_float(low, high));
     });
