@@ -7,7 +7,7 @@
 
 #include "builtins/data.h"
 #include "builtins/data_support.h"
-#include "host/log.h"
+#include "base/log.h"
 
 namespace vrk::lib {
 

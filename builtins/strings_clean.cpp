@@ -4,7 +4,7 @@
 
 #include "builtins/strings.h"
 #include "builtins/strings_support.h"
-#include "host/log.h"
+#include "base/log.h"
 
 namespace vrk::lib {
 

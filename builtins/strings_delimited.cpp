@@ -5,7 +5,7 @@
 
 #include "builtins/strings.h"
 #include "builtins/strings_support.h"
-#include "host/log.h"
+#include "base/log.h"
 #include "values/json.h"
 
 namespace vrk::lib {

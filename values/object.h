@@ -69,6 +69,10 @@ struct ScriptArrayReturn {
     std::function<void()> job;      // the deferred job, when status is 1
 };
 
+// Bits of `vrkobject::object_flags`.
+inline constexpr uint32_t kObjectDetached = 1;  // bit 0: kept alive until `free`, whatever the count
+inline constexpr uint32_t kObjectGlobal = 2;    // bit 1: a library global (`os`); `free` refuses it
+
 class vrkobject : public virtual vrkptr_base {
 public:
     vrkobject();
@@ -107,7 +111,7 @@ public:
     virtual vrkobject* instance();                                      // 30
 
     int32_t ref_count = 0;              // script references
-    uint32_t object_flags = 0;          // bit 0: detached from automatic deletion
+    uint32_t object_flags = 0;          // kObjectDetached, kObjectGlobal
     vrkblock* owner_block = nullptr;    // block the object is associated with
     const char* type_name = "vrkobject";  // script type name
     uint8_t type_set = 0;               // the derived type has set type_name

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "values/cell.h"
@@ -18,6 +19,12 @@
 
 namespace vrk {
 
+// A process-wide cell reached by name (`gvar`), with the number of blocks that hold it.
+struct vrknamed_cell {
+    vrkvar* cell = nullptr;  // the shared cell, owned here
+    int32_t holders = 0;     // blocks still associated with it; the cell goes at 0
+};
+
 struct vrkvalue_context {
     vrkpools pools;                             // free lists and foreign-thread queues
     vrkregistry registry;                       // guarded pointer table
@@ -25,6 +32,7 @@ struct vrkvalue_context {
     uint32_t live_cells = 0;                    // constructed cell records
     std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
     uint64_t blocks_destroyed = 0;              // blocks that have left live_blocks so far
+    std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
 };
 
 // The value layer's part of the process context, created on first use and never freed.

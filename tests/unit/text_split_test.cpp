@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "builtins/text_split.h"
-#include "host/context.h"
-#include "host/log.h"
-#include "host/script_lock.h"
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 
 namespace vrk {
 namespace {
@@ -20,7 +20,7 @@ class TextSplitTest : public ::testing::Test {
 protected:
     void SetUp() override {
         context().main_thread = current_thread_id();
-        context().current_compiling_block = nullptr;
+        compile_context().current_compiling_block = nullptr;
         listener = log().addListener([this](ScriptLogType type, const char*) {
             if (type == ScriptLogType::error) ++errors;
             return true;
