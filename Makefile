@@ -4,6 +4,8 @@
 #   make test       install missing packages, build, run every test (ctest)
 #   make asan-test  the same in build-asan with AddressSanitizer and UBSan
 #   make clean      remove the build directories
+#   make install    build and install under $(PREFIX) (staged under $(DESTDIR))
+#   make uninstall  remove what make install put there
 #
 # Every target starts with tools/setup-deps.sh, which is silent when nothing is
 # missing. The generator is chosen when a build directory is first configured:
@@ -15,6 +17,19 @@ BUILD_DIR  ?= build
 ASAN_DIR   ?= build-asan
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
+
+# Installation: the executable, its manual page, and the MIME package and
+# desktop entries that the registration run mode writes for one user, here for
+# every user of the prefix.
+PREFIX     ?= /usr/local
+DESTDIR    ?=
+BINDIR     := $(DESTDIR)$(PREFIX)/bin
+MAN1DIR    := $(DESTDIR)$(PREFIX)/share/man/man1
+DATADIR    := $(DESTDIR)$(PREFIX)/share
+INSTALLED  := $(BINDIR)/vorka $(MAN1DIR)/vorka.1 \
+              $(DATADIR)/mime/packages/vorkascript.xml \
+              $(DATADIR)/applications/vorkascript.desktop \
+              $(DATADIR)/applications/vorkascript-program.desktop
 
 # Default time limit, in seconds, for a test that sets none of its own.
 TEST_TIMEOUT ?= 600
@@ -32,12 +47,12 @@ define configure
 	fi
 endef
 
-.PHONY: all deps configure build run test asan-build asan-test clean help
+.PHONY: all deps configure build run test asan-build asan-test clean help install uninstall
 
 all: build
 
 help:
-	@sed -n '3,6p' Makefile | sed 's/^# \{0,1\}//'
+	@sed -n '3,8p' Makefile | sed 's/^# \{0,1\}//'
 
 deps:
 	@tools/setup-deps.sh
@@ -63,3 +78,14 @@ asan-test: asan-build
 
 clean:
 	rm -rf $(BUILD_DIR) $(ASAN_DIR)
+
+install: configure
+	cmake --build $(BUILD_DIR) --parallel $(JOBS) --target vorka vorka_filetypes
+	install -d $(BINDIR) $(MAN1DIR)
+	install -m 755 $(BUILD_DIR)/vorka $(BINDIR)/vorka
+	install -m 644 man/vorka.1 $(MAN1DIR)/vorka.1
+	XDG_DATA_HOME="$(abspath $(DATADIR))" $(BUILD_DIR)/vorka_filetypes "$(PREFIX)/bin/vorka"
+	chmod 644 $(DATADIR)/mime/packages/vorkascript.xml $(DATADIR)/applications/vorkascript*.desktop
+
+uninstall:
+	rm -f $(INSTALLED)

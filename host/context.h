@@ -64,6 +64,7 @@ struct vrkcontext {
     uint32_t live_cells = 0;                    // constructed cell records
     std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
     uint64_t blocks_destroyed = 0;              // blocks that have left live_blocks so far
+    uint64_t copy_runs_ended = 0;               // times a copy of a block stopped running
     bool debug_info = false;                    // keep line and file tables while compiling
     vrkblock* current_compiling_block = nullptr;  // block whose token is being compiled; null between tokens
     uint32_t array_loop_counter = 0;            // numbers the generated names of `list:: = ...` loops
@@ -77,6 +78,7 @@ struct vrkcontext {
     // not entered.
     uint64_t step_budget = 0;                   // instructions left to all runs together
     uint32_t depth_budget = 0;                  // nested runs left
+    uint32_t depth_limit = 0;                   // the depth budget as set, named in its report
     bool step_budget_spent = false;             // the step budget ran out (reported once)
     vrkhost_state host;                         // command-line values
 };

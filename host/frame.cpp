@@ -129,7 +129,7 @@ void call_on_tick(vrkblock* b) {
 // What happens to a sleeping block whose run has just ended.
 void finish_sleeper(vrkscript& engine, vrkblock* b, vrkvar* result) {
     engine.removedSleepers.push_back(b);
-    b->running = 0;
+    end_running(b);
     // A held run (a script thread, a delayed call) is over: the block may be
     // entered again, or reused as a copy.
     b->hold = 0;
