@@ -98,6 +98,10 @@ int open_brace_depth(const std::string& text) {
 
 int run_prompt_session(vrkscript& engine, platform::FrameClock* clock) {
     engine.promptParser = create_prompt_parser(engine);
+    if (!root_block(engine.promptParser)) {
+        log().error("cannot run prompt!");
+        return 0;
+    }
     std::atomic<bool> done{false};
     std::thread reader([&engine, &done] { read_lines(engine, done); });
     // The session ends when the input has ended and every line typed has run.

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include <histedit.h>
+#include <pthread.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -20,14 +21,24 @@ namespace {
 constexpr int kHistorySize = 1000;
 
 // Set by the SIGINT handler, cleared when a read begins. A signal handler can
-// reach nothing but such a flag.
+// reach nothing but such flags.
 volatile std::sig_atomic_t interruptRequested = 0;
+// The thread that reads lines. The signal may land on any thread of the
+// process; it is passed on to this one, whose read it has to interrupt.
+pthread_t readerThread{};
 
-void on_interrupt(int) { interruptRequested = 1; }
+void on_interrupt(int) {
+    if (!pthread_equal(pthread_self(), readerThread)) {
+        pthread_kill(readerThread, SIGINT);
+        return;
+    }
+    interruptRequested = 1;
+}
 
 // Ctrl-C only sets the flag while the prompt exists, and does not restart an
 // interrupted read, so that a read in progress notices it.
 void catch_interrupt() {
+    readerThread = pthread_self();
     struct sigaction action {};
     action.sa_handler = on_interrupt;
     sigemptyset(&action.sa_mask);

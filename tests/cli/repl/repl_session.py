@@ -5,8 +5,8 @@ Usage: repl_session.py VORKA
 
 The session checks: a typed line runs and prints; a variable and a function
 stay for later lines; a statement whose braces are open continues over
-several lines; Ctrl-C abandons the line being typed; a sleeping script
-thread keeps running between lines; the history file is written under
+several lines; Ctrl-C abandons the line being typed; a line that sleeps is
+resumed between lines and a line typed meanwhile waits for it; the history file is written under
 $XDG_STATE_HOME; Ctrl-D ends the session with exit code 0. Exits 0 when all
 of that held, 1 with a report otherwise.
 """
@@ -21,7 +21,7 @@ TIMEOUT = 20.0
 
 
 def main():
-    vorka = sys.argv[1]
+    vorka = os.path.abspath(sys.argv[1])
     state = tempfile.mkdtemp(prefix="vorka-repl-")
     env = dict(os.environ, XDG_STATE_HOME=state, HOME=state, TERM="dumb")
     pid, fd = pty.fork()
@@ -76,15 +76,22 @@ def main():
     expect("big\r\n")
     # Ctrl-C drops the half-typed line; nothing of it runs.
     send('print("dropped")')
+    expect('print("dropped")')
     send("\x03")
+    # The terminal drops what was typed ahead of Ctrl-C: wait for the prompt.
+    expect("^C")
+    expect("> ")
     send('print("kept");\r')
     expect("kept\r\n")
     if b"dropped\r\n" in seen:
         fail("the abandoned line ran")
-    # A script thread that sleeps keeps running between lines.
-    send("tick() { sleep(50); print(\"tock\"); }\r")
-    send("thread(tick);\r")
+    # A line that sleeps is resumed by the frames that run between lines, and
+    # a line typed meanwhile waits for it.
+    send('tick() { sleep(50); print("tock"); }\r')
+    send("tick();\r")
+    send('print("after tock");\r')
     expect("tock\r\n")
+    expect("after tock\r\n")
     send("\x04")
     deadline = time.monotonic() + TIMEOUT
     while True:
