@@ -2,7 +2,8 @@
 # Runs the examples of the language guide: every examples/guide/<name>.vrs is
 # run quietly in one-shot mode from its own folder (`vorka -q --runscript=`),
 # and what it writes to standard output and standard error together must equal
-# examples/guide/<name>.expected byte for byte.
+# examples/guide/<name>.expected byte for byte. Words in an optional
+# <name>.args file are further options (such as --debug).
 #
 # Usage: run_guide_tests.sh <path to vorka> [substring of names ...]
 # UPDATE_EXPECTED=1 rewrites the .expected files instead (review them!).
@@ -27,7 +28,9 @@ for script in "$guide"/*.vrs; do
         for f in "$@"; do [[ "$name" == *"$f"* ]] && selected=1; done
         [[ $selected -eq 1 ]] || continue
     fi
-    (cd "$guide" && timeout 30 "$vorka" -q --runscript="$name.vrs" </dev/null >"$out" 2>&1)
+    extra=()
+    [[ -f "$guide/$name.args" ]] && read -r -a extra <"$guide/$name.args"
+    (cd "$guide" && timeout 30 "$vorka" -q "${extra[@]}" --runscript="$name.vrs" </dev/null >"$out" 2>&1)
     expected="$guide/$name.expected"
     if [[ "${UPDATE_EXPECTED:-0}" == 1 ]]; then
         cp -- "$out" "$expected"
