@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -11,7 +12,6 @@
 #include "host/frame_loop.h"
 #include "host/log.h"
 #include "host/run_modes.h"
-#include "host/script_lock.h"
 #include "platform/line_editor.h"
 #include "platform/system.h"
 
@@ -29,16 +29,21 @@ constexpr const char* kContinuationPrompt = "... ";
 constexpr int kSettleSteps = 50;
 constexpr int64_t kSettleStepMs = 5;
 
+// The queue is shared by the reader and the main thread. The script lock is
+// taken as such, not through ScriptLock, which takes nothing on the main
+// thread (outside a frame the main thread does not hold it).
+using queue_guard = std::lock_guard<std::recursive_mutex>;
+
 // True while the queue holds lines or the prompt's root block is active.
 bool prompt_busy(vrkscript& engine) {
-    ScriptLock lock;
+    queue_guard lock(context().global_lock);
     return !engine.promptLines.empty() ||
            (engine.promptParser && root_active(root_block(engine.promptParser)));
 }
 
 void queue_line(vrkscript& engine, std::string text) {
     {
-        ScriptLock lock;
+        queue_guard lock(context().global_lock);
         engine.promptLines.push_back(std::move(text));
     }
     if (context().wakeCallback) context().wakeCallback();
