@@ -92,17 +92,27 @@ def main():
     send('print("after tock");\r')
     expect("tock\r\n")
     expect("after tock\r\n")
+    # Ctrl-D at the prompt (typed while no prompt is up, the terminal would
+    # take it as the end of a line nobody reads).
+    expect("> ")
     send("\x04")
     deadline = time.monotonic() + TIMEOUT
+    # A Ctrl-D that reaches the terminal in the instant between two reads of
+    # the editor can be lost; it is typed again every 2 s, as a user would.
+    again = time.monotonic() + 2
     while True:
         done, status = os.waitpid(pid, os.WNOHANG)
         if done:
             break
         if time.monotonic() > deadline:
             fail("Ctrl-D did not end the session")
+        if time.monotonic() > again:
+            send("\x04")
+            again = time.monotonic() + 2
         try:
-            select.select([fd], [], [], 0.1)
-            os.read(fd, 4096)
+            ready, _, _ = select.select([fd], [], [], 0.1)
+            if ready:
+                os.read(fd, 4096)
         except OSError:
             pass
     if not os.WIFEXITED(status) or os.WEXITSTATUS(status) != 0:
