@@ -8,6 +8,8 @@
 #   make windows       cross-build build-win/vorka.exe and its unit tests (mingw-w64)
 #   make windows-test  the same, then its unit and script tests under wine
 #   make clean      remove the build directories
+#   make install    build and install under $(PREFIX) (staged under $(DESTDIR))
+#   make uninstall  remove what make install put there
 #
 # Every target starts with tools/setup-deps.sh, which is silent when nothing is
 # missing. The generator is chosen when a build directory is first configured:
@@ -25,6 +27,19 @@ WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DND
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
 
+# Installation: the executable, its manual page, and the MIME package and
+# desktop entries that the registration run mode writes for one user, here for
+# every user of the prefix.
+PREFIX     ?= /usr/local
+DESTDIR    ?=
+BINDIR     := $(DESTDIR)$(PREFIX)/bin
+MAN1DIR    := $(DESTDIR)$(PREFIX)/share/man/man1
+DATADIR    := $(DESTDIR)$(PREFIX)/share
+INSTALLED  := $(BINDIR)/vorka $(MAN1DIR)/vorka.1 \
+              $(DATADIR)/mime/packages/vorkascript.xml \
+              $(DATADIR)/applications/vorkascript.desktop \
+              $(DATADIR)/applications/vorkascript-program.desktop
+
 # Default time limit, in seconds, for a test that sets none of its own.
 TEST_TIMEOUT ?= 600
 
@@ -41,7 +56,7 @@ define configure
 	fi
 endef
 
-.PHONY: all deps configure build run test asan-build asan-test format format-check windows windows-test clean help
+.PHONY: all deps configure build run test asan-build asan-test format format-check windows windows-test clean help install uninstall
 
 all: build
 
@@ -92,3 +107,14 @@ windows-test: windows
 
 clean:
 	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(WIN_DIR)
+
+install: configure
+	cmake --build $(BUILD_DIR) --parallel $(JOBS) --target vorka vorka_filetypes
+	install -d $(BINDIR) $(MAN1DIR)
+	install -m 755 $(BUILD_DIR)/vorka $(BINDIR)/vorka
+	install -m 644 man/vorka.1 $(MAN1DIR)/vorka.1
+	XDG_DATA_HOME="$(abspath $(DATADIR))" $(BUILD_DIR)/vorka_filetypes "$(PREFIX)/bin/vorka"
+	chmod 644 $(DATADIR)/mime/packages/vorkascript.xml $(DATADIR)/applications/vorkascript*.desktop
+
+uninstall:
+	rm -f $(INSTALLED)

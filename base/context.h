@@ -36,6 +36,7 @@ struct vrkcontext {
     uint32_t main_thread = 0;                   // thread that created the last engine
     std::atomic<uint32_t> lock_thread{0};       // thread holding global_lock now, 0 if none
     uint32_t lock_depth = 0;                    // nesting of the lock taken by other threads
+    uint64_t copy_runs_ended = 0;               // times a copy of a block stopped running
     bool debug_info = false;                    // keep line and file tables while compiling
     vrklog log;                                 // the log object
     // Budgets of script runs, for hosts that run untrusted text; 0 means no
@@ -46,6 +47,7 @@ struct vrkcontext {
     // not entered.
     uint64_t step_budget = 0;                   // instructions left to all runs together
     uint32_t depth_budget = 0;                  // nested runs left
+    uint32_t depth_limit = 0;                   // the depth budget as set, named in its report
     bool step_budget_spent = false;             // the step budget ran out (reported once)
 };
 

@@ -160,7 +160,7 @@ void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, 
     if (logBusy) return;
     logBusy = 1;
 
-    set_console_colour(colour);
+    if (!quiet) set_console_colour(colour);
 
     char* text = logBuffer.get();
     if (format != text) {
@@ -176,16 +176,28 @@ void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, 
         }
     }
 
+    // In the quiet form only `print` text (literal) keeps a line of its own
+    // on standard output, without its prefix.
+    const bool toStderr = quiet && type != ScriptLogType::log;
+    const bool shown = !quiet || toStderr || literal || !prefix;
+    if (quiet && literal) prefix = "%s\n";
+
     char* out = outBuffer.get();
     std::size_t length;
-    if (prefix) {
+    if (!shown) {
+        length = 0;
+    } else if (prefix) {
         const int r = std::snprintf(out, kOutBufferSize, prefix, text);
         length = r < 0 ? 0 : std::min(static_cast<std::size_t>(r), kOutBufferSize - 1);
     } else {
         length = format_again(text, out, kOutBufferSize);
     }
-    platform::write_stdout(out, length);
-    platform::flush_stdout();
+    if (toStderr) {
+        platform::write_stderr(out, length);
+    } else if (shown) {
+        platform::write_stdout(out, length);
+        platform::flush_stdout();
+    }
 
     if (!inListeners) {
         inListeners = 1;
@@ -209,7 +221,7 @@ void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, 
         }
         std::erase_if(listeners, [](const vrklistener& l) { return l.id == 0; });
         inListeners = 0;
-        if (restore_colour) set_console_colour(kColourDefault);
+        if (restore_colour && !quiet) set_console_colour(kColourDefault);
     }
 
     logBusy = 0;

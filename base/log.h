@@ -65,6 +65,10 @@ public:
     // pass it as the format: then no second formatting happens.
     char* buffer() { return logBuffer.get(); }
 
+    // Quiet console (for pipes): plain log lines are not shown, `print` text
+    // goes out bare (no "[LOG]: ", no colour), errors and warnings go to
+    // standard error. Listeners see every message as usual.
+    bool quiet = false;               // console output in the quiet form
     uint32_t lastListenerId = 0;      // last id given out, pre-incremented
     uint8_t inListeners = 0;          // 1 while listeners are being called
     std::vector<vrklistener> listeners;  // in order of registration

@@ -51,7 +51,8 @@ std::string option_value(const ArgumentParser& parser, Option option) {
 bool option_flag(const ArgumentParser& parser, Option option) {
     const OptionSpec& spec = option_spec(option);
     return parser.has_flag(std::string(spec.shortName)) ||
-           parser.has_flag(std::string(spec.longName));
+           parser.has_flag(std::string(spec.longName)) ||
+           parser.value(std::string(spec.shortName)) || parser.value(std::string(spec.longName));
 }
 
 CommandLineValues read_command_line(const ArgumentParser& parser) {
@@ -63,6 +64,11 @@ CommandLineValues read_command_line(const ArgumentParser& parser) {
     values.workingDir = option_value(parser, Option::working_dir);
     values.script = option_value(parser, Option::script);
     values.deptest = option_flag(parser, Option::deptest);
+    values.help = option_flag(parser, Option::help);
+    values.version = option_flag(parser, Option::version);
+    values.debug = option_flag(parser, Option::debug);
+    values.quiet = option_flag(parser, Option::quiet);
+    values.repl = option_flag(parser, Option::repl);
     return values;
 }
 
@@ -92,6 +98,14 @@ ScriptSelection select_script(const std::string& scriptValue,
 
 RunPlan plan_run(const CommandLineValues& values, const std::vector<std::string>& positional) {
     RunPlan plan;
+    if (values.help) {
+        plan.mode = RunMode::help;
+        return plan;
+    }
+    if (values.version) {
+        plan.mode = RunMode::version;
+        return plan;
+    }
     if (!values.runscript.empty()) {
         plan.mode = values.compile.empty() ? RunMode::one_shot_run : RunMode::one_shot_compile;
         return plan;
@@ -104,6 +118,8 @@ RunPlan plan_run(const CommandLineValues& values, const std::vector<std::string>
     plan.selected = true;
     if (!values.compile.empty())
         plan.mode = RunMode::compile;
+    else if (values.repl)
+        plan.mode = RunMode::prompt;
     else if (!plan.selection.scriptPath.empty() || !plan.selection.compiledRun.empty())
         plan.mode = RunMode::normal_run;
     else
@@ -127,6 +143,64 @@ std::string compiled_file_name(const std::string& source, bool cutAtSourceExtens
         if (at != std::string::npos) name.erase(at);
     }
     return name + std::string(kCompiledExtension);
+}
+
+std::string usage_text() {
+    return R"(usage: vorka [options] [script.vrs | program.vre]
+
+Runs vorkascript source files (.vrs) and compiled programs (.vre). A value is
+given in the form --name=value, in one argument; any number of leading dashes
+works (-s=a.vrs, --script=a.vrs).
+
+options:
+  -rs=FILE,   --runscript=FILE     run FILE once and leave when it is done
+                                   (at the latest after 120 s)
+  -s=FILE,    --script=FILE        run FILE and keep the host running; only
+                                   exitprocess() ends it
+  -sa=TEXT,   --scriptarg=TEXT     text the function scriptarg() returns
+                                   (with --runscript only)
+  -cc=FILE,   --compile=FILE       compile FILE into a .vre program
+  -crun=FILE, --compiled_run=FILE  run a compiled .vre program
+  -wd=DIR,    --working_dir=DIR    working directory instead of the script's
+  -dt,        --deptest            create the engine and leave
+  -dbg,       --debug              keep line tables, so that syntax errors and
+                                   runtime traces name the file and line
+  -q,         --quiet              no start-up lines; print() writes bare
+                                   lines; errors and warnings go to stderr
+  -i,         --repl               interactive prompt (after the script, if
+                                   one is named); Ctrl-D leaves
+  -h,         --help               print this text and leave
+  -v,         --version            print the version and leave
+
+run modes, in this order:
+  help, version    print and leave (exit code 0)
+  one-shot run     --runscript; ends with the script
+  one-shot compile --runscript and --compile; writes FILE.vre
+  dependency test  --deptest
+  compile          --compile; writes the name without .vrs, plus .vre
+  prompt           --repl
+  normal run       --script, a plain argument, or --compiled_run; the host
+                   keeps running after the script, for sleeps, schedules,
+                   threads and reloads
+  registration     nothing given at all: associates .vrs and .vre files with
+                   this executable for the user (XDG MIME and desktop files),
+                   exit code 1
+
+files:
+  .vrs   script source
+  .vre   compiled program
+
+search paths:
+  A script named on the command line is opened as given, relative to the
+  start directory. #include "name" looks in the including file's folder, the
+  current directory, scripts/, scripts/include/, then scripts/ and
+  scripts/include/ beside the executable. Native modules (vrk_*.so) belong in
+  scriptmodules/ beside the executable; this build does not load them.
+)";
+}
+
+std::string version_line(const std::string& version) {
+    return "vorka " + version + " (vorkascript console host)";
 }
 
 std::string directory_part(const std::string& path) {

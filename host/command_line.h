@@ -4,9 +4,12 @@
 // Every option has a short and a long name (stored here without dashes; the
 // parser strips any number of them). When both names are given, the short one
 // is looked up first and the first name found wins, so `-s=a --script=b` runs
-// `a`. All options but `deptest` carry a value in the `name=value` form.
+// `a`. The first six options carry a value in the `name=value` form; the
+// others are flags (a flag given with a value counts as given).
 //
-// The host runs in one of six modes, tested in this order:
+// The host runs in one of six modes, tested in this order (after --help and
+// --version, which only print; --repl turns the normal run, or the want of
+// anything to run, into an interactive prompt):
 //
 //   one-shot run      --runscript given, no --compile
 //   one-shot compile  --runscript and --compile given
@@ -39,6 +42,11 @@ enum class Option : uint8_t {
     compiled_run,
     working_dir,
     deptest,
+    help,
+    version,
+    debug,
+    quiet,
+    repl,
 };
 
 // Whether an option carries a value or stands alone.
@@ -52,7 +60,7 @@ struct OptionSpec {
     OptionKind kind;             // value or flag
 };
 
-inline constexpr std::array<OptionSpec, 7> kOptions{{
+inline constexpr std::array<OptionSpec, 12> kOptions{{
     {Option::runscript, "rs", "runscript", OptionKind::value},        // script of a one-shot run
     {Option::script, "s", "script", OptionKind::value},               // script of a normal run
     {Option::scriptarg, "sa", "scriptarg", OptionKind::value},        // text for `scriptarg` (one-shot)
@@ -60,6 +68,11 @@ inline constexpr std::array<OptionSpec, 7> kOptions{{
     {Option::compiled_run, "crun", "compiled_run", OptionKind::value},// compiled program to run
     {Option::working_dir, "wd", "working_dir", OptionKind::value},    // replaces the script's directory
     {Option::deptest, "dt", "deptest", OptionKind::flag},             // create the engine and leave
+    {Option::help, "h", "help", OptionKind::flag},                    // print the usage and leave
+    {Option::version, "v", "version", OptionKind::flag},              // print the version and leave
+    {Option::debug, "dbg", "debug", OptionKind::flag},                // keep line tables for traces
+    {Option::quiet, "q", "quiet", OptionKind::flag},                  // no banner, bare print output
+    {Option::repl, "i", "repl", OptionKind::flag},                    // interactive prompt
 }};
 
 // The table row of an option.
@@ -81,6 +94,11 @@ struct CommandLineValues {
     std::string workingDir;   // --working_dir
     std::string script;       // --script
     bool deptest = false;     // --deptest given
+    bool help = false;        // --help given
+    bool version = false;     // --version given
+    bool debug = false;       // --debug given
+    bool quiet = false;       // --quiet given
+    bool repl = false;        // --repl given
 };
 
 // Reads the option values out of a parsed command line.
@@ -101,13 +119,18 @@ ScriptSelection select_script(const std::string& scriptValue,
                               const std::vector<std::string>& positional,
                               const std::string& compiledRun);
 
-// The six run modes, in order of precedence.
+// The run modes, in order of precedence. Help and version come before the
+// six modes of the host and touch nothing; the prompt comes after the one-shot
+// modes, the dependency test and compiling, and runs a named script first.
 enum class RunMode : uint8_t {
+    help,
+    version,
     one_shot_run,
     one_shot_compile,
     dependency_test,
     compile,
     normal_run,
+    prompt,
     registration,
 };
 
@@ -130,6 +153,13 @@ std::string source_path_to_load(const std::string& scriptPath, const std::string
 // name as given (a.vrs -> a.vrs.vre); a plain compile first cuts the name at
 // ".vrs" (a.vrs -> a.vre).
 std::string compiled_file_name(const std::string& source, bool cutAtSourceExtension);
+
+// The text `--help` prints: every option with its short form, the run modes,
+// the file types and where scripts, includes and native modules are searched.
+std::string usage_text();
+
+// The line `--version` prints (without its line end).
+std::string version_line(const std::string& version);
 
 // Everything before the last '\' or '/'; the whole path when it has neither.
 std::string directory_part(const std::string& path);

@@ -129,7 +129,7 @@ void call_on_tick(vrkblock* b) {
 // What happens to a sleeping block whose run has just ended.
 void finish_sleeper(vrkscript& engine, vrkblock* b, vrkvar* result) {
     engine.removedSleepers.push_back(b);
-    b->running = 0;
+    end_running(b);
     // A held run (a script thread, a delayed call) is over: the block may be
     // entered again, or reused as a copy.
     b->hold = 0;
@@ -202,6 +202,21 @@ void run_prompt(vrkscript& engine) {
         return;
     }
     if (block_active(prompt->root_block)) return;
+    // The bodies of earlier lines stay alive: a function or class declared on
+    // one line is called on the next, and its cell names its body block. They
+    // are kept among the children of the global block, which lives as long as
+    // the engine; each line gets fresh children of its own.
+    if (vrkblock* earlier = prompt->root_block; earlier->children && engine.globalBlock) {
+        auto& kept = engine.globalBlock->get_children();
+        kept.insert(kept.end(), earlier->children->begin(), earlier->children->end());
+        earlier->children->clear();
+        // The new children are numbered from 0 again: the names of the cells
+        // that stand for the old ones ("##BLKn") go, the cells themselves stay.
+        if (earlier->names)
+            std::erase_if(*earlier->names, [](const auto& entry) {
+                return entry.first.rfind("##BLK", 0) == 0;
+            });
+    }
     prompt->parse(engine.promptLines.front(), false);
     engine.promptLines.pop_front();
     vrkblock* root = prompt->root_block;

@@ -1,4 +1,5 @@
-// The vorka executable: hands the command line to the entry.
+// The vorka executable: hands the command line to the host, which runs it on
+// a thread with a large stack.
 #include "host/entry.h"
 
-int main(int argc, char** argv) { return vrk::entry(argc, argv); }
+int main(int argc, char** argv) { return vrk::run_host(argc, argv); }

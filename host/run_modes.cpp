@@ -32,6 +32,11 @@ void construct_program(vrkparser* parser, const std::vector<uint8_t>& bytes) {
     construct_from_bytes(parser, bytes);
 }
 
+vrkparser* create_prompt_parser(vrkscript& engine) {
+    // The engine loads no empty text, so the script starts as a comment.
+    return engine.load("// prompt\n", false, true);
+}
+
 void run_root(vrkblock* root) {
     // A root that suspends has handed its waiting block to the engine already.
     if (root) run(root, nullptr, 0, kSelfUnchanged);

@@ -39,6 +39,10 @@ vrkparser* new_program_parser(vrkscript& engine);
 // Rebuilds the program in `bytes` (read from offset 0) into the parser.
 void construct_program(vrkparser* parser, const std::vector<uint8_t>& bytes);
 
+// Creates the parser that runs the lines typed at the prompt: an empty script
+// whose root block each line is parsed into.
+vrkparser* create_prompt_parser(vrkscript& engine);
+
 // Runs a root block from its first instruction on the calling (main) thread.
 void run_root(vrkblock* root);
 

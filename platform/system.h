@@ -33,6 +33,10 @@ bool stdout_is_terminal();
 // Writes bytes to standard output unbuffered by the C++ streams.
 void write_stdout(const char* data, std::size_t size);
 
+// Writes bytes to standard error (unbuffered) after flushing standard output,
+// so that the two streams keep their order on a shared terminal.
+void write_stderr(const char* data, std::size_t size);
+
 // Milliseconds of a monotonic clock; only differences are meaningful.
 int64_t monotonic_ms();
 

@@ -36,6 +36,11 @@ void write_stdout(const char* data, std::size_t size) {
     std::fwrite(data, 1, size, stdout);
 }
 
+void write_stderr(const char* data, std::size_t size) {
+    std::fflush(stdout);
+    std::fwrite(data, 1, size, stderr);
+}
+
 int64_t monotonic_ms() {
     using namespace std::chrono;
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();

@@ -11,8 +11,9 @@
 # missing packages, as root directly or through sudo when that exists.
 set -euo pipefail
 
-# Compiler, build tools and libraries of the program and its unit tests; clang
-# and its runtime libraries build the fuzzers.
+# Compiler, build tools and libraries of the program and its unit tests
+# (libedit: line editing and history of the interactive prompt); clang and its
+# runtime libraries build the fuzzers.
 packages=(
     cmake
     ninja-build
@@ -22,6 +23,7 @@ packages=(
     zlib1g-dev
     libgtest-dev
     libbenchmark-dev
+    libedit-dev
     clang
     libclang-rt-14-dev
 )

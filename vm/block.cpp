@@ -194,6 +194,11 @@ vrkvar* vrkblock::self_var() {
     return (*vars)[static_cast<std::size_t>(self_index)];
 }
 
+void end_running(vrkblock* b) {
+    b->running = 0;
+    if (b->kind & kind::COPY) ++context().copy_runs_ended;
+}
+
 bool vrkblock::busy() const {
     return (running && !native) || resume_at != 0 || wait_mode != 0 || sleeping || hold;
 }

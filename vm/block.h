@@ -176,6 +176,9 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     uint8_t hold = 0;                  // kept in the suspended set by a wait
     std::vector<vrkvar*> callblocks;   // one temp per call in preparation: the callee cell
     uint64_t copies_checked = 0;       // blocks destroyed (context count) when `copies` was last cleared of dead ones
+    uint32_t running_copies = 0;       // leading entries of `copies` seen running by the last search for an idle one
+    uint64_t running_copies_ended = 0;  // copy runs ended (context count) at that search
+    uint64_t running_copies_destroyed = 0;  // blocks destroyed (context count) at that search
 
     // ---- lazy containers --------------------------------------------------------------
     std::map<std::string, uint32_t>& get_names();
@@ -229,6 +232,10 @@ struct vrkblock_handle {
 
 // True while the block exists.
 bool block_alive(const vrkblock* b);
+
+// Clears `running`. When the block is a copy, the count of ended copy runs
+// goes up, which tells the search for an idle copy that one may be free now.
+void end_running(vrkblock* b);
 
 // Blocks are created and destroyed only through these two: a block is owned by
 // its parent's child list (or by a parser, an engine, or its instance holders),

@@ -267,12 +267,29 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force) {
     if (!chosen && source->native) return nullptr;
     if (!chosen) {
         std::vector<vrkblock*>& copies = live_copies(source);
-        for (vrkblock* c : copies) {
+        // The first idle copy is taken. A recursion keeps a chain of copies
+        // running, one per level, so the search remembers how many leading
+        // copies it saw running; they stay busy until a copy run ends or a
+        // block dies, and until then the next search starts behind them.
+        // Without that, every call of a recursion would look at every copy
+        // made for the levels above it.
+        vrkcontext& ctx = context();
+        std::size_t from = 0;
+        if (source->running_copies_ended == ctx.copy_runs_ended &&
+            source->running_copies_destroyed == ctx.blocks_destroyed)
+            from = std::min<std::size_t>(source->running_copies, copies.size());
+        std::size_t leading = from;
+        for (std::size_t i = from; i < copies.size(); ++i) {
+            vrkblock* c = copies[i];
             if (!c->busy()) {
                 chosen = c;
                 break;
             }
+            if (leading == i && c->running && !c->native) leading = i + 1;
         }
+        source->running_copies = static_cast<uint32_t>(leading);
+        source->running_copies_ended = ctx.copy_runs_ended;
+        source->running_copies_destroyed = ctx.blocks_destroyed;
         if (!chosen) {
             if (copies.size() > kCopyWarningLimit) {
                 log().log("over 1000 copy instances for function block!");
@@ -365,7 +382,7 @@ vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
         if (ctor) ctor->running = 1;  // held until the set-up has finished
         instance->get_completion().on_finish = [ctor, dest, caller](vrkblock* finished, vrkvar*) {
             if (ctor && block_alive(ctor)) {
-                ctor->running = 0;
+                end_running(ctor);
                 run_constructor(finished, ctor, dest, caller);
             }
             wake(caller);

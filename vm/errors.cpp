@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "vm/block.h"
+#include "vm/debug_runs.h"
 
 namespace vrk {
 
@@ -29,7 +30,12 @@ void trace_into(vrkblock* b, std::string& out, int depth) {
     // rather than followed for ever.
     if (b->caller && b->caller != b && depth < 4096 && block_alive(b->caller))
         trace_into(b->caller, out, depth + 1);
+    // A block that is running names the instruction it is at when debug
+    // tables are kept (the caller of a call is at that call); otherwise, and
+    // for a suspended block, the place its run resumes at.
     uint32_t ip = b->resume_at;
+    if (context().debug_info && b->running && !b->native)
+        if (const uint32_t* position = debug_run_position(b)) ip = *position;
     if (ip < b->code.size() && b->line_table) {
         if (const vrkline_entry* entry = line_of(b, ip)) {
             std::string file = "MEMORY";

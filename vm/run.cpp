@@ -10,6 +10,7 @@
 #include "base/log.h"
 #include "vm/block.h"
 #include "vm/errors.h"
+#include "vm/debug_runs.h"
 #include "vm/ops.h"
 
 namespace vrk {
@@ -28,7 +29,7 @@ bool may_enter(vrkblock* b, vrkblock* caller, uint32_t start) {
         const std::string* text = b->full_source ? b->full_source : b->code_text;
         log().log("Script already running! %s", text ? text->c_str() : "");
         if (caller) caller->suspended = 1;
-        b->running = 0;
+        end_running(b);
         return false;
     }
     return true;
@@ -68,13 +69,13 @@ vrkvar* normal_end(vrkblock* b) {
     b->waiting_on = nullptr;
     b->self_cell = nullptr;
     vrkvar* result = top_or_null(b);
-    b->running = 0;
+    end_running(b);
     return result;
 }
 
 // An end asked for by an instruction, which has done its own clearing.
 vrkvar* early_end(vrkblock* b, Flow flow) {
-    b->running = 0;
+    end_running(b);
     return flow == Flow::suspend ? kSuspended : top_or_null(b);
 }
 
@@ -211,8 +212,13 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     depth_guard depth(ctx.depth_budget);
     if (ctx.depth_budget == 0) [[unlikely]] {
         // Too deep for the host stack: the block is not entered and the call
-        // answers nothing.
-        log().error("run depth budget used up: block not entered");
+        // answers nothing; the caller's run goes on, as after any runtime error.
+        if (ctx.depth_limit)
+            log().error("\nRuntime error: run depth budget used up: the limit is %u nested runs "
+                        "(calls and block bodies), block not entered\n",
+                        ctx.depth_limit);
+        else
+            log().error("run depth budget used up: block not entered");
         return nullptr;
     }
     if (!may_enter(b, caller, start)) return nullptr;
@@ -232,6 +238,9 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const std::size_t count = b->code.size();
     run_state rs{b, start, start, start != 0};
     uint64_t& steps = ctx.step_budget;
+    // With debug tables the run is recorded with its position, so that a
+    // trace names the statement being run rather than the one it resumes at.
+    const debug_run_scope recorded(ctx.debug_info ? b : nullptr, &rs.ip);
     while (rs.ip < count) {
         if (--steps == 0) [[unlikely]] {
             if (budget_stop(ctx, b, rs)) return forced_end(b);
@@ -252,7 +261,7 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
         if (b->suspended) {
             // 1: stopped before this instruction, which runs again; 2: after it.
             b->resume_at = b->suspended == 1 ? rs.ip : rs.ip + 1;
-            b->running = 0;
+            end_running(b);
             return kSuspended;
         }
         rs.resumed = false;

@@ -89,7 +89,7 @@ TEST(CommandLine, ShortNameIsLookedUpFirstAndAnyDashCountWorks) {
 
     for (const OptionSpec& spec : kOptions) {
         EXPECT_EQ(&option_spec(spec.option), &spec);
-        EXPECT_EQ(spec.kind == OptionKind::flag, spec.option == Option::deptest);
+        EXPECT_EQ(spec.kind == OptionKind::flag, spec.option >= Option::deptest);
     }
     const CommandLineValues v = read_command_line(
         parsed({"vorka", "-rs=r", "-sa=a b", "-cc=c", "-crun=p", "-wd=w", "-s=s", "--deptest"}));
@@ -165,6 +165,23 @@ TEST(RunPlan, ModesFollowTheirPrecedence) {
     const RunPlan compile = plan_for({"vorka", "-cc=c.vrs", "-5"});
     EXPECT_TRUE(compile.selected);
     EXPECT_TRUE(compile.selection.unknownType);
+}
+
+TEST(RunPlan, HelpAndVersionComeFirstAndThePromptReplacesNormalRunAndRegistration) {
+    EXPECT_EQ(plan_for({"vorka", "-rs=a.vrs", "--version", "-h"}).mode, RunMode::help);
+    EXPECT_EQ(plan_for({"vorka", "---help"}).mode, RunMode::help);
+    EXPECT_EQ(plan_for({"vorka", "-cc=a.vrs", "-v"}).mode, RunMode::version);
+    EXPECT_EQ(plan_for({"vorka", "-i"}).mode, RunMode::prompt);
+    EXPECT_EQ(plan_for({"vorka", "--repl", "a.vrs"}).mode, RunMode::prompt);
+    EXPECT_EQ(plan_for({"vorka", "--repl", "a.vrs"}).selection.scriptPath, "a.vrs");
+    EXPECT_EQ(plan_for({"vorka", "-i", "-rs=a.vrs"}).mode, RunMode::one_shot_run);
+    EXPECT_EQ(plan_for({"vorka", "-i", "-cc=a.vrs"}).mode, RunMode::compile);
+    // Quiet and debug change how a mode runs, not which one.
+    EXPECT_EQ(plan_for({"vorka", "-q", "-dbg"}).mode, RunMode::registration);
+    const CommandLineValues v =
+        read_command_line(parsed({"vorka", "-q", "--debug", "--repl=1", "a.vrs"}));
+    EXPECT_TRUE(v.quiet && v.debug && v.repl);
+    EXPECT_FALSE(v.help || v.version || v.deptest);
 }
 
 TEST(RunPlan, PositionalProgramEqualsCompiledRunOption) {
