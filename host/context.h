@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -50,13 +51,21 @@ struct vrkcontext {
     const char* version = "10.5";               // compared by native modules
     std::recursive_mutex global_lock;           // the global script lock
     std::function<void()> wakeCallback;         // wakes the frame loop; empty until installed
+    // Queues a native object for deletion at the frame end of an engine; set by the engine.
+    std::function<void(vrkscript*, vrkobject*)> deferDeletion;
+    // Runs work on a worker thread for a block (the engine's returnThread); set by the engine.
+    std::function<vrkvar*(std::function<void(vrkvar*)>, vrkblock*, vrkvar*)> startWorker;
+    std::atomic<uint32_t> nextThreadId{0};      // ids of worker thread records
     std::string executableDirectory;            // directory of the executable, no trailing separator
     vrkscript* firstEngine = nullptr;           // first engine created
-    std::map<std::string, vrktype_record*> types;  // native script types by name
+    std::map<std::string, std::shared_ptr<vrktype_record>> types;  // native script types by name
     std::string lastTypeName;                   // type registered last
     std::map<std::string, int> typeList;        // companion of types
     vrkpools pools;                             // free lists and foreign-thread queues
     vrkregistry registry;                       // guarded pointer table
+    std::vector<vrkobject*> vector_pool;        // vec objects free for reuse (still registered)
+    uint64_t vectors_created = 0;               // vec objects ever allocated
+    uint64_t vectors_live = 0;                  // vec objects allocated and not yet deleted
     uint32_t main_thread = 0;                   // thread that created the last engine
     std::atomic<uint32_t> lock_thread{0};       // thread holding global_lock now, 0 if none
     uint32_t lock_depth = 0;                    // nesting of the lock taken by other threads

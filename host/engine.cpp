@@ -11,6 +11,8 @@
 #include "host/context.h"
 #include "host/log.h"
 #include "host/script_lock.h"
+#include "host/workers.h"
+#include "objects/type_registry.h"
 #include "vm/block.h"
 #include "vm/run.h"
 
@@ -40,12 +42,14 @@ vrkscript::vrkscript() {
     ctx.main_thread = current_thread_id();
     workingDirectory = ctx.executableDirectory;
     if (!ctx.firstEngine) ctx.firstEngine = this;
+    install_engine_hooks(this);
     inHousekeeping = 0;
     firstBlock = block_new(this);
     globalBlock = block_new(nullptr);
     globalBlock->engine = this;
     // Modules come first, so that a builtin of the same name is reported as a
     // second registration.
+    register_native_types();
     load_native_modules();
     init_builtins(this);
 }
@@ -65,7 +69,11 @@ vrkscript::~vrkscript() {
     globalBlock = nullptr;
     block_delete(firstBlock);
     firstBlock = nullptr;
-    if (context().firstEngine == this) context().firstEngine = nullptr;
+    if (context().firstEngine == this) {
+        context().firstEngine = nullptr;
+        context().startWorker = nullptr;
+        context().deferDeletion = nullptr;
+    }
 }
 
 void vrkscript::load_native_modules() {
