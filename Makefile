@@ -3,6 +3,7 @@
 #   make run        install missing packages, build, run examples/hello.vrs
 #   make test       install missing packages, build, run every test (ctest)
 #   make asan-test  the same in build-asan with AddressSanitizer and UBSan
+#   make tsan-test  the worker-thread tests in build-tsan with ThreadSanitizer
 #   make clean      remove the build directories
 #
 # Every target starts with tools/setup-deps.sh, which is silent when nothing is
@@ -13,6 +14,9 @@
 JOBS       ?= 2
 BUILD_DIR  ?= build
 ASAN_DIR   ?= build-asan
+TSAN_DIR   ?= build-tsan
+# Unit tests that start worker threads; only these run under ThreadSanitizer.
+TSAN_TESTS ?= ^Workers|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
 
@@ -21,6 +25,7 @@ TEST_TIMEOUT ?= 600
 
 ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
             UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+TSAN_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 
 # configure(dir, extra cmake arguments)
 define configure
@@ -32,7 +37,7 @@ define configure
 	fi
 endef
 
-.PHONY: all deps configure build run test asan-build asan-test clean help
+.PHONY: all deps configure build run test asan-build asan-test tsan-build tsan-test clean help
 
 all: build
 
@@ -61,5 +66,12 @@ asan-build: deps
 asan-test: asan-build
 	$(ASAN_ENV) ctest --test-dir $(ASAN_DIR) --output-on-failure --parallel $(JOBS) --timeout $(TEST_TIMEOUT) $(CTEST_ARGS)
 
+tsan-build: deps
+	$(call configure,$(TSAN_DIR),-DVORKA_TSAN=ON -DCMAKE_BUILD_TYPE=Debug)
+	cmake --build $(TSAN_DIR) --parallel $(JOBS) --target vorka_tests
+
+tsan-test: tsan-build
+	$(TSAN_ENV) ctest --test-dir $(TSAN_DIR) --output-on-failure --parallel $(JOBS) --timeout $(TEST_TIMEOUT) -R '$(TSAN_TESTS)'
+
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR)
