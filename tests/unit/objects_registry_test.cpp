@@ -8,6 +8,9 @@
 #include <memory>
 
 #include "host/context.h"
+#include "host/engine.h"
+#include "host/script_lock.h"
+#include "vm/block.h"
 #include "objects/object_ext.h"
 #include "objects/type_registry.h"
 #include "support/saved_support.h"
@@ -134,6 +137,35 @@ TEST_F(ObjectRegistryTest, DetachedObjectsOutliveTheirLastHandle) {
     p->release();
     EXPECT_TRUE(log.saw("error ref count < 0 !"));
     delete p;
+}
+
+TEST_F(ObjectRegistryTest, ObjectsOfARunningScriptEndAtTheFrameEnd) {
+    context().main_thread = current_thread_id();
+    vrkscript engine;
+    vrkblock* owner = block_new(&engine);
+    auto* p = std::make_unique<plain_probe>().release();
+    const uint64_t index = p->registry_index;
+    const uint32_t id = p->registry_id;
+    associateBlock(p, owner);
+    EXPECT_EQ(p->owner_block, owner);
+    p->addRef();
+    p->release();
+    EXPECT_EQ(resolve<plain_probe>(index, id), p) << "queued, not deleted yet";
+    ASSERT_EQ(engine.deletedObjects.size(), 1u);
+    engine.frame(true);
+    EXPECT_EQ(resolve<plain_probe>(index, id), nullptr) << "deleted at the frame end";
+
+    // The end of the block unties its objects: they are deleted at once then.
+    auto* q = std::make_unique<plain_probe>().release();
+    const uint64_t q_index = q->registry_index;
+    const uint32_t q_id = q->registry_id;
+    associateBlock(q, owner);
+    block_delete(owner);
+    EXPECT_EQ(q->owner_block, nullptr);
+    q->addRef();
+    q->release();
+    EXPECT_EQ(resolve<plain_probe>(q_index, q_id), nullptr);
+    EXPECT_TRUE(engine.deletedObjects.empty());
 }
 
 }  // namespace
