@@ -7,6 +7,7 @@
 #   make format-check  fail when a C++ file is not formatted
 #   make windows       cross-build build-win/vorka.exe and its unit tests (mingw-w64)
 #   make windows-test  the same, then its unit and script tests under wine
+#   make tsan-test  the worker-thread tests in build-tsan with ThreadSanitizer
 #   make clean      remove the build directories
 #   make install    build and install under $(PREFIX) (staged under $(DESTDIR))
 #   make uninstall  remove what make install put there
@@ -24,6 +25,9 @@ WIN_DIR    ?= build-win
 # cross-build short on a busy machine.
 WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DNDEBUG' \
                   -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
+TSAN_DIR   ?= build-tsan
+# Unit tests that start worker threads; only these run under ThreadSanitizer.
+TSAN_TESTS ?= ^Workers|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
 
@@ -45,6 +49,7 @@ TEST_TIMEOUT ?= 600
 
 ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
             UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+TSAN_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 
 # configure(dir, extra cmake arguments)
 define configure
@@ -56,7 +61,7 @@ define configure
 	fi
 endef
 
-.PHONY: all deps configure build run test asan-build asan-test format format-check windows windows-test clean help install uninstall
+.PHONY: all deps configure build run test asan-build asan-test tsan-build tsan-test format format-check windows windows-test clean help install uninstall
 
 all: build
 
@@ -85,6 +90,13 @@ asan-build: deps
 asan-test: asan-build
 	$(ASAN_ENV) ctest --test-dir $(ASAN_DIR) --output-on-failure --parallel $(JOBS) --timeout $(TEST_TIMEOUT) $(CTEST_ARGS)
 
+tsan-build: deps
+	$(call configure,$(TSAN_DIR),-DVORKA_TSAN=ON -DCMAKE_BUILD_TYPE=Debug)
+	cmake --build $(TSAN_DIR) --parallel $(JOBS) --target vorka_tests
+
+tsan-test: tsan-build
+	$(TSAN_ENV) ctest --test-dir $(TSAN_DIR) --output-on-failure --parallel $(JOBS) --timeout $(TEST_TIMEOUT) -R '$(TSAN_TESTS)'
+
 # The C++ files under version control, for the format targets.
 CLANG_FORMAT ?= $(shell command -v clang-format-14 || command -v clang-format)
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h')
@@ -106,7 +118,7 @@ windows-test: windows
 	tools/windows-test.sh $(WIN_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(WIN_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(WIN_DIR)
 
 install: configure
 	cmake --build $(BUILD_DIR) --parallel $(JOBS) --target vorka vorka_filetypes

@@ -36,7 +36,13 @@ bool forward(vrkblock* block, vrkvar* target, vrkvar& result, Op op,
     vrkvar* scratch = target == &result || input == &result ? cell_new() : nullptr;
     vrkvar* answer = scratch ? scratch : &result;
     set_int(answer, 1);
-    arrays::finish(op(object, answer));
+    ScriptArrayReturn done = op(object, answer);
+    // A deferred answer runs on a worker while the block sleeps; into a cell
+    // of our own it must finish here.
+    if (scratch)
+        arrays::finish(std::move(done));
+    else
+        run_deferred(done, block, answer);
     if (scratch) {
         assign(&result, scratch, block);
         cell_free(scratch);

@@ -407,7 +407,7 @@ VRK_BUILTIN(new_) {
     if (args.size() != 1) return answer_int(result, 0);
     if (vrkobject* object = object_of(args[0])) {
         object->addRef();
-        object->object_flags |= kObjectDetached;
+        object->object_flags |= object_flag::DETACHED;
     }
     return args[0];
 }
@@ -441,12 +441,12 @@ VRK_BUILTIN(free_) {
                           "invalid parameters (or already deleted)! %s", "free");
             return answer_int(result, 0);
         }
-        if (object->object_flags & kObjectGlobal) {
+        if (object->object_flags & object_flag::GLOBAL) {
             log().error("cannot delete global var %s !", object->type_name);
             return answer_int(result, 0);
         }
         // Freeing is the one way out of detachment.
-        object->object_flags &= ~kObjectDetached;
+        object->object_flags &= ~object_flag::DETACHED;
         object->destroy();
         return answer_int(result, 1);
     }

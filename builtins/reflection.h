@@ -18,7 +18,7 @@
 // Lifetime. `new` takes one more reference on an object, so that no release
 // of a handle ends it; `copy` asks the object for its copy; `free` ends a
 // class instance (running its destructor) or a native object at once. A
-// library global such as `os` carries kObjectGlobal and cannot be freed.
+// library global such as `os` carries object_flag::GLOBAL and cannot be freed.
 #pragma once
 
 #include "builtins/registry.h"

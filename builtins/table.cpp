@@ -22,6 +22,7 @@
 #include "builtins/reflection.h"
 #include "builtins/registry.h"
 #include "builtins/time.h"
+#include "builtins/vectors.h"
 
 namespace vrk {
 
@@ -162,12 +163,13 @@ constexpr std::array kRows{
     fn("sl", 0, numbered, "returns a slash", lib::sl),
     ctor("vec", 4, numbered,
          "(x,y,z,w) init a variable, parameter count specifies the dimension of the vector, yzw "
-         "are optional", "vec"),
-    ctor("vec2", 2, numbered, "(x,y)", "vec"),
-    ctor("vec3", 3, numbered, "(x,y,z)", "vec"),
-    fn("vecnorm", 1, plain, "(vec) return a new vector, which has a normalized length."),
-    fn("veclen", 1, plain, "(vec) returns the length of the vector"),
-    fn("vecangle", 1, plain, "(vec) returns the length of the vector"),
+         "are optional", "vec", lib::vec),
+    ctor("vec2", 2, numbered, "(x,y)", "vec", lib::vec2),
+    ctor("vec3", 3, numbered, "(x,y,z)", "vec", lib::vec3),
+    fn("vecnorm", 1, plain, "(vec) return a new vector, which has a normalized length.",
+       lib::vecnorm),
+    fn("veclen", 1, plain, "(vec) returns the length of the vector", lib::veclen),
+    fn("vecangle", 1, plain, "(vec) returns the length of the vector", lib::vecangle),
     fn("dwritef", 2, plain, "write data to file", lib::dwritef),
     fn("dsetb", 3, plain, "(uchars,idx,byte)", lib::dsetb),
     fn("dsetcpy", 3, plain, "(uchars,uchars,offset)", lib::dsetcpy),

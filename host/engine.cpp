@@ -13,6 +13,7 @@
 #include "base/script_lock.h"
 #include "host/host_state.h"
 #include "saved/block_image.h"
+    install_engine_hooks(this);
 #include "vm/block.h"
 #include "vm/engine_link.h"
 #include "vm/run.h"
@@ -56,13 +57,18 @@ vrkscript::vrkscript() {
     set_engine_link({&link_block_destroyed, &link_add_sleeper, &link_block_finished, &link_extern_blocks});
     install_block_image();
     workingDirectory = ctx.executableDirectory;
-    if (!host_state().firstEngine) host_state().firstEngine = this;
+    if (host_state().firstEngine == this) {
+        host_state().firstEngine = nullptr;
+        value_context().startWorker = nullptr;
+        value_context().deferDeletion = nullptr;
+    }
     inHousekeeping = 0;
     firstBlock = block_new(this);
     globalBlock = block_new(nullptr);
     globalBlock->engine = this;
     // Modules come first, so that a builtin of the same name is reported as a
     // second registration.
+    register_native_types();
     load_native_modules();
     init_builtins(this);
 }
@@ -82,7 +88,11 @@ vrkscript::~vrkscript() {
     globalBlock = nullptr;
     block_delete(firstBlock);
     firstBlock = nullptr;
-    if (host_state().firstEngine == this) host_state().firstEngine = nullptr;
+    if (host_state().firstEngine == this) {
+        host_state().firstEngine = nullptr;
+        value_context().startWorker = nullptr;
+        value_context().deferDeletion = nullptr;
+    }
 }
 
 void vrkscript::load_native_modules() {

@@ -90,6 +90,13 @@ public:
     // Finds the record and frees it; an unknown record is ignored.
     void removeSchedule(vrkschedule* record);
 
+    // Runs `function` on a worker thread on behalf of `block`, which sleeps until
+    // a frame after the work has finished; the function gets `returnCell`,
+    // which is also the answer. Past 2048 running workers the work is parked
+    // and started by a later frame (host/workers.cpp).
+    vrkvar* returnThread(std::function<void(vrkvar*)> function, vrkblock* block,
+                         vrkvar* returnCell);
+
     // Loads the native module at `path` (hook; modules are not loaded yet).
     void loadModule(const std::string& path);
 

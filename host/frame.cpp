@@ -18,6 +18,7 @@
 #include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "host/workers.h"
 #include "platform/system.h"
 #include "values/pools.h"
 #include "vm/block.h"
@@ -27,9 +28,6 @@
 namespace vrk {
 
 namespace {
-
-// Most worker threads started from the pending list while this many run.
-constexpr uint32_t kPendingDrainLimit = 128;
 
 // Runs a block from its first instruction, on this thread, with no time limit.
 vrkvar* run_from_start(vrkblock* b) { return run(b, nullptr, 0, kSelfUnchanged); }

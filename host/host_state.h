@@ -20,6 +20,7 @@ struct vrkhost_state {
     std::string scriptDirectory;            // directory of the first script; reload restores it
     std::string scriptPath;                 // path of the first script after trimming
     vrkscript* firstEngine = nullptr;       // first engine created
+    std::atomic<uint32_t> nextThreadId{0};  // ids of worker thread records
     vrkscript* mainEngine = nullptr;        // engine of the normal run
     vrkparser* mainParser = nullptr;        // parser of the first script
     uint8_t keepRunningRequested = 0;       // set by keep_script_running, cleared after each frame

@@ -95,6 +95,8 @@ bool store_object(vrkblock* block, vrkvar* src, const vrkinstr* instr) {
         answer = object->arraySet(block, src, k);
         block->current_instruction = nullptr;
     }
+    // A deferred job runs on a worker while the block sleeps.
+    if (answer.status == 1 && answer.job) return run_deferred(answer, block, src);
     return answer.status == 1;
 }
 

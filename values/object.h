@@ -12,9 +12,12 @@
 // the object raises the count to 1, and the release that brings it to 0 destroys it.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
+#include <typeinfo>
 #include <vector>
 
 namespace vrk {
@@ -34,10 +37,15 @@ public:
     uint8_t registered = 0;       // the slot has been filled
 };
 
+class vrkobject;
+
 // One slot of the guarded pointer table.
 struct vrkregistry_slot {
-    vrkptr_base* ptr = nullptr;  // the object, null when the slot is free
-    uint32_t id = 0;             // id of the object in the slot, 0 when free
+    vrkptr_base* ptr = nullptr;     // the object, null when the slot is free
+    vrkobject* object = nullptr;    // the same object as a native object; null for blocks
+    uint32_t id = 0;                // id of the object in the slot, 0 when free
+    uint32_t type_hash = 0;         // hash of the most derived registered type, 0 if none
+    uint32_t object_hash = 0;       // hash of vrkobject when `object` is set
 };
 
 // The guarded pointer table (held by the process context).
@@ -48,18 +56,36 @@ struct vrkregistry {
     vrkptr_base* last_registered = nullptr;  // address of the last object entered
 };
 
-// Enters an object in the registry / takes it out.
+// A type's 32-bit registry hash: the library's 64-bit type hash folded by XOR of
+// its halves. The resolver compares these instead of casting in the usual case.
+template <class T>
+uint32_t registry_type_hash() {
+    const uint64_t h = static_cast<uint64_t>(typeid(T).hash_code());
+    const auto folded = static_cast<uint32_t>(h ^ (h >> 32));
+    return folded ? folded : 1u;  // 0 marks "no type"
+}
+
+// Enters an object in the registry / takes it out. Ids are never 0: the
+// counter skips 0 when it wraps, and a reused index always gets a fresh id.
 void registry_add(vrkptr_base* p);
 void registry_remove(vrkptr_base* p);
+// Records the most derived registered type of a registered object.
+void registry_set_type(vrkptr_base* p, uint32_t type_hash);
 // The object at index with that id, or null.
 vrkptr_base* registry_get(uint64_t index, uint32_t id);
+// The slot at index when it carries that id, or null (the resolver's first step).
+const vrkregistry_slot* registry_slot(uint64_t index, uint32_t id);
 
-// Mix-in that registers `Base`-derived objects for their whole life.
+// Mix-in that registers `Base`-derived objects for their whole life and names
+// `T` as their type in the registry, for the resolver's fast path.
 template <class T, class Base>
 class vrkptr_register : public Base {
 public:
     template <class... A>
-    explicit vrkptr_register(A&&... a) : Base(std::forward<A>(a)...) { registry_add(this); }
+    explicit vrkptr_register(A&&... a) : Base(std::forward<A>(a)...) {
+        registry_add(this);
+        registry_set_type(this, registry_type_hash<T>());
+    }
     ~vrkptr_register() override { registry_remove(this); }
 };
 
@@ -70,8 +96,10 @@ struct ScriptArrayReturn {
 };
 
 // Bits of `vrkobject::object_flags`.
-inline constexpr uint32_t kObjectDetached = 1;  // bit 0: kept alive until `free`, whatever the count
-inline constexpr uint32_t kObjectGlobal = 2;    // bit 1: a library global (`os`); `free` refuses it
+namespace object_flag {
+inline constexpr uint32_t DETACHED = 0x1;  // lives on until `free`: no automatic deletion
+inline constexpr uint32_t GLOBAL = 0x2;    // a process-wide object that scripts may not free
+}  // namespace object_flag
 
 class vrkobject : public virtual vrkptr_base {
 public:
@@ -111,11 +139,16 @@ public:
     virtual vrkobject* instance();                                      // 30
 
     int32_t ref_count = 0;              // script references
-    uint32_t object_flags = 0;          // kObjectDetached, kObjectGlobal
+    uint32_t object_flags = 0;          // object_flag::DETACHED, object_flag::GLOBAL
     vrkblock* owner_block = nullptr;    // block the object is associated with
     const char* type_name = "vrkobject";  // script type name
     uint8_t type_set = 0;               // the derived type has set type_name
     std::vector<std::function<void()>>* parents = nullptr;  // clean-ups run at destruction
+
+protected:
+    // The default end: deleted now, or at the next frame end when the object
+    // belongs to a block of a running script.
+    void destroy_default();
 };
 
 // A guarded handle of a native object.
@@ -124,6 +157,50 @@ struct vrkobject_handle {
     uint32_t id = 0;     // registry id; 0 means empty
     vrkobject* get() const;
 };
+
+// An object whose members may run as jobs on worker threads. `jobs` counts the
+// jobs under way; worker threads lower it while the owning thread polls it, so
+// the end of the object waits until every job has left.
+class vrkobject_threaded : public vrkobject {
+public:
+    ~vrkobject_threaded() override;
+
+    void destroy() override;   // waits for the jobs, then ends as any object
+    virtual void jobBegin();   // 31
+    virtual void jobEnd();     // 32
+
+    std::atomic<int32_t> jobs{0};  // jobs running now
+};
+
+// Runs the deferred job of an array operation: handed to a worker thread for
+// `block` (which then sleeps until the job has finished; true), or, with no
+// engine to run workers, run here at once (false). `cell` receives the result.
+bool run_deferred(ScriptArrayReturn& answer, vrkblock* block, vrkvar* cell);
+
+// Makes `cell` a counted handle (PTR) of `object`, taking a reference; `fresh`
+// marks it as a result just made.
+void set_object(vrkvar* cell, vrkobject* object, bool fresh);
+
+// Ties `object` to `block`: when the block ends, the object forgets it (and
+// is deleted at once when its last handle goes). A previous tie is undone.
+void associateBlock(vrkobject* object, vrkblock* block);
+// Undoes the tie of `object`; with `run` the clean-ups run as if the block ended.
+void dissociateBlock(vrkobject* object, bool run);
+
+// The resolver: the object at (index, id) as a `T`, or null when the handle is
+// stale or the object is no `T`. The hash comparison answers the usual case
+// (the exact type, or the plain object base) without a dynamic cast.
+template <class T>
+T* resolve(uint64_t index, uint32_t id) {
+    const vrkregistry_slot* slot = registry_slot(index, id);
+    if (!slot) return nullptr;
+    if constexpr (std::is_base_of_v<vrkobject, T>) {
+        if (slot->object && slot->type_hash == registry_type_hash<T>())
+            return static_cast<T*>(slot->object);
+        if constexpr (std::is_same_v<T, vrkobject>) return slot->object;
+    }
+    return dynamic_cast<T*>(slot->ptr);
+}
 
 // The live object a PTR cell designates, or null (gone, or not an object handle).
 vrkobject* object_of(const vrkvar* cell);

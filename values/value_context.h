@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,6 +19,8 @@
 #include "values/pools.h"
 
 namespace vrk {
+
+class vrkscript;
 
 // A process-wide cell reached by name (`gvar`), with the number of blocks that hold it.
 struct vrknamed_cell {
@@ -33,6 +36,10 @@ struct vrkvalue_context {
     std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
     uint64_t blocks_destroyed = 0;              // blocks that have left live_blocks so far
     std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
+    // Queues a native object for deletion at the frame end of an engine; set by the engine.
+    std::function<void(vrkscript*, vrkobject*)> deferDeletion;
+    // Runs work on a worker thread for a block (the engine's returnThread); set by the engine.
+    std::function<vrkvar*(std::function<void(vrkvar*)>, vrkblock*, vrkvar*)> startWorker;
 };
 
 // The value layer's part of the process context, created on first use and never freed.

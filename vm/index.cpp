@@ -140,9 +140,15 @@ Flow index_object(run_state& rs, vrkinstr& ins, vrkvar* c, vrkvar* key, bool sto
             b->resume_at = rs.ip + 1;
             return Flow::suspend;
         }
-        // Deferred work the object hands back runs here, into scratch.
+        // Deferred work the object hands back runs on a worker, into scratch;
+        // the block sleeps until it has finished.
         b->scratch.attrs |= attr::NO_REF_WRAP;
-        answer.job();
+        if (run_deferred(answer, b, &b->scratch)) {
+            b->pending_index = -1;
+            b->current_instruction = nullptr;
+            b->resume_at = rs.ip + 1;
+            return Flow::suspend;
+        }
     }
     b->pending_index = -1;
     b->current_instruction = nullptr;

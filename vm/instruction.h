@@ -157,11 +157,12 @@ struct vrknative {
     bool deref_args = false;  // arguments are replaced by the end of their REF chains
 };
 
-// Look-up cache of INDEX on class members (operand of op 34).
+// Look-up cache of INDEX on class members and native object members (operand of op 34).
 struct vrkindex_cache {
     const std::string* key_ptr = nullptr;  // text pointer of the key last looked up
     std::string key;                       // its text
     vrkblock* block = nullptr;             // block it was found in
+    const void* object = nullptr;          // member table of a native type it was found in
     uint32_t index = 0;                    // variable index found
 };
 

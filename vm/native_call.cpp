@@ -7,6 +7,7 @@
 // answer in.
 #include <algorithm>
 
+#include "values/object.h"
 #include "vm/ops.h"
 
 namespace vrk {
@@ -34,8 +35,19 @@ Flow external(run_state& rs, const vrkinstr& ins) {
         caller->member_owner = nullptr;
         caller->owner_transient = 0;
         caller->transient_element = nullptr;
+        // A member called on an object whose only handle is this very cell
+        // (`vec(3, 4).normalize()`) keeps the object for the length of the call.
+        vrkobject* pinned = nullptr;
+        if (caller->object_stack && !caller->object_stack->empty()) {
+            vrkobject* top = caller->object_stack->back();
+            if (top && top == object_of(&caller->native_result)) {
+                pinned = top;
+                pinned->addRef();
+            }
+        }
         reset(&caller->native_result, Tag::INT);
         answer = record->fn(caller, args, record->user, caller->native_result);
+        if (pinned) pinned->release();
     }
     // Null and 1 both mean "no value".
     top_slot(b) = is_marker(answer, 2) ? void_value() : answer;

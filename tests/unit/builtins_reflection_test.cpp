@@ -134,7 +134,7 @@ TEST_F(BuiltinsReflectionTest, NewKeepsTheObjectThroughItsLastReleaseUntilFree) 
     object->addRef();  // the script's one holder
     EXPECT_EQ(call("new", {h}), h) << "the call's value is the argument cell";
     EXPECT_EQ(object->ref_count, 2);
-    EXPECT_TRUE(object->object_flags & kObjectDetached);
+    EXPECT_TRUE(object->object_flags & object_flag::DETACHED);
     object->release();  // the holder lets go
     EXPECT_EQ(destroyed, 0);
     EXPECT_EQ(to_int(call("isvalid", {h})), 1);
@@ -151,7 +151,7 @@ TEST_F(BuiltinsReflectionTest, NewKeepsTheObjectThroughItsLastReleaseUntilFree) 
 TEST_F(BuiltinsReflectionTest, FreeRefusesAGlobalObject) {
     int destroyed = 0;
     auto* object = new gadget(&destroyed);
-    object->object_flags |= kObjectGlobal;
+    object->object_flags |= object_flag::GLOBAL;
     vrkvar* h = handle(object);
     LogCapture capture;
     EXPECT_EQ(to_int(call("free", {h})), 0);
