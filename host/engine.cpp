@@ -12,8 +12,10 @@
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "host/host_state.h"
+#include "host/workers.h"
+#include "objects/type_registry.h"
 #include "saved/block_image.h"
-    install_engine_hooks(this);
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/engine_link.h"
 #include "vm/run.h"
@@ -57,11 +59,8 @@ vrkscript::vrkscript() {
     set_engine_link({&link_block_destroyed, &link_add_sleeper, &link_block_finished, &link_extern_blocks});
     install_block_image();
     workingDirectory = ctx.executableDirectory;
-    if (host_state().firstEngine == this) {
-        host_state().firstEngine = nullptr;
-        value_context().startWorker = nullptr;
-        value_context().deferDeletion = nullptr;
-    }
+    if (!host_state().firstEngine) host_state().firstEngine = this;
+    install_engine_hooks(this);
     inHousekeeping = 0;
     firstBlock = block_new(this);
     globalBlock = block_new(nullptr);

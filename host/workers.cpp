@@ -22,9 +22,8 @@ vrkvar* vrkscript::returnThread(std::function<void(vrkvar*)> function, vrkblock*
     if (block && sleep(block, kSleepUntilWoken, false, 1) == 1) block->suspended = 2;
     if (!function) return returnCell;
 
-    vrkcontext& ctx = context();
     auto record = std::make_unique<vrkthread_record>();
-    record->id = ctx.nextThreadId.fetch_add(1);
+    record->id = host_state().nextThreadId.fetch_add(1);
     record->block = block;
     vrkthread_record* self = record.get();
     // The record outlives its thread: reaping joins the thread before the

@@ -21,7 +21,7 @@ vrkptr_base::~vrkptr_base() = default;
 void registry_add(vrkptr_base* p) {
     if (p->registered) return;  // a type and its registering base may both ask
     ScriptLock lock;
-    vrkregistry& reg = value_value_context().registry;
+    vrkregistry& reg = value_context().registry;
     uint64_t index;
     if (!reg.free_slots.empty()) {
         index = reg.free_slots.back();
@@ -41,7 +41,7 @@ void registry_add(vrkptr_base* p) {
 void registry_remove(vrkptr_base* p) {
     if (!p->registered) return;
     ScriptLock lock;
-    vrkregistry& reg = value_value_context().registry;
+    vrkregistry& reg = value_context().registry;
     if (p->registry_index < reg.slots.size() && reg.slots[p->registry_index].ptr == p) {
         reg.slots[p->registry_index] = {};
         reg.free_slots.push_back(p->registry_index);
@@ -61,7 +61,7 @@ void registry_set_type(vrkptr_base* p, uint32_t type_hash) {
 
 const vrkregistry_slot* registry_slot(uint64_t index, uint32_t id) {
     if (id == 0) return nullptr;
-    vrkregistry& reg = value_value_context().registry;
+    vrkregistry& reg = value_context().registry;
     if (index >= reg.slots.size()) return nullptr;
     const vrkregistry_slot& slot = reg.slots[index];
     if (slot.id != id) return nullptr;

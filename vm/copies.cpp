@@ -276,7 +276,7 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force) {
         vrkcontext& ctx = context();
         std::size_t from = 0;
         if (source->running_copies_ended == ctx.copy_runs_ended &&
-            source->running_copies_destroyed == ctx.blocks_destroyed)
+            source->running_copies_destroyed == value_context().blocks_destroyed)
             from = std::min<std::size_t>(source->running_copies, copies.size());
         std::size_t leading = from;
         for (std::size_t i = from; i < copies.size(); ++i) {
@@ -289,7 +289,7 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force) {
         }
         source->running_copies = static_cast<uint32_t>(leading);
         source->running_copies_ended = ctx.copy_runs_ended;
-        source->running_copies_destroyed = ctx.blocks_destroyed;
+        source->running_copies_destroyed = value_context().blocks_destroyed;
         if (!chosen) {
             if (copies.size() > kCopyWarningLimit) {
                 log().log("over 1000 copy instances for function block!");

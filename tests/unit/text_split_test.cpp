@@ -10,6 +10,7 @@
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "frontend/compile_context.h"
 
 namespace vrk {
 namespace {
