@@ -29,26 +29,26 @@ struct vrkcontext {
     vrkcontext(const vrkcontext&) = delete;
     vrkcontext& operator=(const vrkcontext&) = delete;
 
-    const char* version = "10.5";               // compared by native modules
-    std::recursive_mutex global_lock;           // the global script lock
-    std::function<void()> wakeCallback;         // wakes the frame loop; empty until installed
-    std::string executableDirectory;            // directory of the executable, no trailing separator
-    uint32_t main_thread = 0;                   // thread that created the last engine
-    std::atomic<uint32_t> lock_thread{0};       // thread holding global_lock now, 0 if none
-    uint32_t lock_depth = 0;                    // nesting of the lock taken by other threads
-    uint64_t copy_runs_ended = 0;               // times a copy of a block stopped running
-    bool debug_info = false;                    // keep line and file tables while compiling
-    vrklog log;                                 // the log object
+    const char* version = "10.5";          // compared by native modules
+    std::recursive_mutex global_lock;      // the global script lock
+    std::function<void()> wakeCallback;    // wakes the frame loop; empty until installed
+    std::string executableDirectory;       // directory of the executable, no trailing separator
+    uint32_t main_thread = 0;              // thread that created the last engine
+    std::atomic<uint32_t> lock_thread{0};  // thread holding global_lock now, 0 if none
+    uint32_t lock_depth = 0;               // nesting of the lock taken by other threads
+    uint64_t copy_runs_ended = 0;          // times a copy of a block stopped running
+    bool debug_info = false;               // keep line and file tables while compiling
+    vrklog log;                            // the log object
     // Budgets of script runs, for hosts that run untrusted text; 0 means no
     // limit. Both count down with unsigned wrap-around, so 0 stays unlimited:
     // `step_budget` loses one per instruction and every run stops at its next
     // safe point once it has reached 0; `depth_budget` loses one per entered run
     // and gets it back when that run ends, and a run that would take it to 0 is
     // not entered.
-    uint64_t step_budget = 0;                   // instructions left to all runs together
-    uint32_t depth_budget = 0;                  // nested runs left
-    uint32_t depth_limit = 0;                   // the depth budget as set, named in its report
-    bool step_budget_spent = false;             // the step budget ran out (reported once)
+    uint64_t step_budget = 0;        // instructions left to all runs together
+    uint32_t depth_budget = 0;       // nested runs left
+    uint32_t depth_limit = 0;        // the depth budget as set, named in its report
+    bool step_budget_spent = false;  // the step budget ran out (reported once)
 };
 
 // The process context, created on first use and never freed.

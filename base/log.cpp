@@ -100,17 +100,26 @@ std::size_t format_again(const char* text, char* out, std::size_t size) {
         const std::size_t room = size - n;
         int written = 0;
         switch (conv) {
-            case '%':
-                put("%", 1);
-                continue;
-            case 'n':
-                continue;
-            case 'd': case 'i': case 'o': case 'u': case 'x': case 'X':
+            case '%': put("%", 1); continue;
+            case 'n': continue;
+            case 'd':
+            case 'i':
+            case 'o':
+            case 'u':
+            case 'x':
+            case 'X':
                 directive[s++] = conv;
                 directive[s] = 0;
                 written = format_zero(dst, room, directive, stars, 0);
                 break;
-            case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
+            case 'e':
+            case 'E':
+            case 'f':
+            case 'F':
+            case 'g':
+            case 'G':
+            case 'a':
+            case 'A':
                 directive[s++] = conv;
                 directive[s] = 0;
                 written = format_zero(dst, room, directive, stars, 0.0);
@@ -130,9 +139,7 @@ std::size_t format_again(const char* text, char* out, std::size_t size) {
                 directive[s] = 0;
                 written = format_zero(dst, room, directive, stars, static_cast<void*>(nullptr));
                 break;
-            default:
-                put(start, static_cast<std::size_t>(p - start));
-                continue;
+            default: put(start, static_cast<std::size_t>(p - start)); continue;
         }
         if (written > 0) n += std::min(static_cast<std::size_t>(written), room - 1);
     }
@@ -167,7 +174,8 @@ void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, 
         if (literal) {
             // Copied as it is, so "%" stays; text beyond the buffer is cut.
             const void* end = std::memchr(format, 0, kLogBufferSize - 1);
-            const std::size_t len = end ? static_cast<std::size_t>(static_cast<const char*>(end) - format)
+            const std::size_t len = end ? static_cast<std::size_t>(static_cast<const char*>(end) -
+                                                                   format)
                                         : kLogBufferSize - 1;
             std::memcpy(text, format, len);
             text[len] = 0;

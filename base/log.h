@@ -30,8 +30,8 @@ inline constexpr std::size_t kLogBufferSize = 0x100000;
 
 // A registered receiver of log messages; returning false unregisters it.
 struct vrklistener {
-    uint32_t id;                                              // handle given out at registration
-    std::function<bool(ScriptLogType, const char*)> callback; // receives the type and the text
+    uint32_t id;                                               // handle given out at registration
+    std::function<bool(ScriptLogType, const char*)> callback;  // receives the type and the text
 };
 
 class vrklog {
@@ -51,8 +51,7 @@ public:
     void raw(const char* format, ...) VRK_PRINTF_FORMAT(2, 3);
     // Report of a wrong builtin call; formats, then calls error() while the busy
     // guard is still set, so nothing is printed or passed on.
-    void errorNamed(const char* const* name, const char* format, ...)
-        VRK_PRINTF_FORMAT(3, 4);
+    void errorNamed(const char* const* name, const char* format, ...) VRK_PRINTF_FORMAT(3, 4);
 
     // Adds a listener and returns its id (the first is 1).
     uint32_t addListener(std::function<bool(ScriptLogType, const char*)> callback);
@@ -68,9 +67,9 @@ public:
     // Quiet console (for pipes): plain log lines are not shown, `print` text
     // goes out bare (no "[LOG]: ", no colour), errors and warnings go to
     // standard error. Listeners see every message as usual.
-    bool quiet = false;               // console output in the quiet form
-    uint32_t lastListenerId = 0;      // last id given out, pre-incremented
-    uint8_t inListeners = 0;          // 1 while listeners are being called
+    bool quiet = false;                  // console output in the quiet form
+    uint32_t lastListenerId = 0;         // last id given out, pre-incremented
+    uint8_t inListeners = 0;             // 1 while listeners are being called
     std::vector<vrklistener> listeners;  // in order of registration
 
 private:
@@ -83,7 +82,7 @@ private:
     std::unique_ptr<char[]> logBuffer;       // formatting buffer of the writers
     std::unique_ptr<char[]> namedLogBuffer;  // formatting buffer of errorNamed
     std::unique_ptr<char[]> outBuffer;       // final line assembled for stdout
-    uint8_t logBusy = 0;               // re-entry guard
+    uint8_t logBusy = 0;                     // re-entry guard
 };
 
 // The process's log object (held by the process context).

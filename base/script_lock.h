@@ -32,11 +32,11 @@ public:
     void relock();
 
 private:
-    bool holdsMutex = false;   // this guard locked the mutex itself
-    bool isMainThread = false; // made on the main thread: took nothing
-    bool mainHolds = false;    // main thread counts as owner (cleared by unlock)
-    bool nested = false;       // made on the thread that already held the lock
-    bool released = false;     // unlock() gave the lock up and relock() has not taken it back
+    bool holdsMutex = false;    // this guard locked the mutex itself
+    bool isMainThread = false;  // made on the main thread: took nothing
+    bool mainHolds = false;     // main thread counts as owner (cleared by unlock)
+    bool nested = false;        // made on the thread that already held the lock
+    bool released = false;      // unlock() gave the lock up and relock() has not taken it back
 };
 
 }  // namespace vrk

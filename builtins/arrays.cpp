@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "builtins/arrays_support.h"
 #include "base/log.h"
+#include "builtins/arrays_support.h"
 #include "builtins/data.h"
 
 namespace vrk::lib {

@@ -117,8 +117,8 @@ VRK_BUILTIN(cycle) {
         report(block, "invalid params!");
         return answer_int(result, -1);
     }
-    const int64_t max =
-        args.size() > 2 ? to_int(arg(args, 2)) : static_cast<int64_t>(array->elements.size());
+    const int64_t max = args.size() > 2 ? to_int(arg(args, 2))
+                                        : static_cast<int64_t>(array->elements.size());
     if (max < 0) report(block, "index out of range!");
     if (max <= 0) return answer_int(result, 0);
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "values/pools.h"
 #include "vm/errors.h"
 

@@ -6,10 +6,10 @@
 #include <memory>
 #include <string>
 
-#include "frontend/preprocess.h"
-#include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "frontend/preprocess.h"
+#include "host/engine.h"
 #include "platform/system.h"
 #include "values/json.h"
 #include "values/pools.h"

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "builtins/data.h"
 #include "builtins/data_support.h"
-#include "base/log.h"
 
 namespace vrk::lib {
 
@@ -96,7 +96,8 @@ VRK_BUILTIN(todset) {
             }
             case Tag::STRING:
                 // The text with its terminating zero.
-                if (value->value.str) bytes.assign(value->value.str->begin(), value->value.str->end());
+                if (value->value.str)
+                    bytes.assign(value->value.str->begin(), value->value.str->end());
                 bytes.push_back(0);
                 break;
             case Tag::DATA:
@@ -162,7 +163,9 @@ VRK_BUILTIN(size_of) {
     switch (value->type) {
         case Tag::INT:
         case Tag::FLOAT: size = 8; break;
-        case Tag::STRING: size = value->value.str ? static_cast<int64_t>(value->value.str->size()) : 0; break;
+        case Tag::STRING:
+            size = value->value.str ? static_cast<int64_t>(value->value.str->size()) : 0;
+            break;
         case Tag::DATA:
         case Tag::FLOATSET:
         case Tag::INTSET:

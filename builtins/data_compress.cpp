@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <vector>
-
 #include <zlib.h>
 
 #include "builtins/data.h"

@@ -66,14 +66,16 @@ VRK_BUILTIN(decode_data) {
     }
     // The text of a string (or error) value as it is; other values hold no text.
     const vrkvar* source = arg(args, 0);
-    const bool has_text = (source->type == Tag::STRING || source->type == Tag::ERR) && source->value.str;
+    const bool has_text = (source->type == Tag::STRING || source->type == Tag::ERR) &&
+                          source->value.str;
     const std::string text = has_text ? *source->value.str : std::string();
     std::vector<uint8_t> bytes;
     if (text.size() % 2 != 0) {
         report(block, "decode_data: odd number of hex digits!");
     } else {
         bytes.reserve(text.size() / 2);
-        for (std::size_t i = 0; i < text.size(); i += 2) bytes.push_back(hex_pair(text[i], text[i + 1]));
+        for (std::size_t i = 0; i < text.size(); i += 2)
+            bytes.push_back(hex_pair(text[i], text[i + 1]));
     }
     if (std::vector<uint8_t>* out = as_data(&result)) *out = std::move(bytes);
     return &result;

@@ -27,15 +27,25 @@ using arrays::report;
 template <class E>
 std::vector<E>* buffer_of(vrkvar* cell);
 template <>
-inline std::vector<uint8_t>* buffer_of(vrkvar* cell) { return as_data(cell); }
+inline std::vector<uint8_t>* buffer_of(vrkvar* cell) {
+    return as_data(cell);
+}
 template <>
-inline std::vector<float>* buffer_of(vrkvar* cell) { return as_floatset(cell); }
+inline std::vector<float>* buffer_of(vrkvar* cell) {
+    return as_floatset(cell);
+}
 template <>
-inline std::vector<double>* buffer_of(vrkvar* cell) { return as_doubleset(cell); }
+inline std::vector<double>* buffer_of(vrkvar* cell) {
+    return as_doubleset(cell);
+}
 template <>
-inline std::vector<int32_t>* buffer_of(vrkvar* cell) { return as_intset(cell); }
+inline std::vector<int32_t>* buffer_of(vrkvar* cell) {
+    return as_intset(cell);
+}
 template <>
-inline std::vector<int64_t>* buffer_of(vrkvar* cell) { return as_bigintset(cell); }
+inline std::vector<int64_t>* buffer_of(vrkvar* cell) {
+    return as_bigintset(cell);
+}
 
 // A script value as an element of type E: floating elements take the float
 // conversion, integer elements the integer conversion cut to their width.

@@ -65,13 +65,15 @@ std::string_view note_of(std::string_view name) {
 std::string library_reference() {
     std::string out;
     out += "# Library reference\n\n";
-    out += "Every builtin function and library global of vorkascript, grouped by family, in\n"
-           "registration order within each family. \"Parameters\" is the declared count the\n"
-           "compiler sees; each builtin checks the arguments it really gets and reports a wrong\n"
-           "call in the log. The descriptions are the texts `help` and `getfunctions` show, word\n"
-           "for word: a few were copied from a neighbouring row and do not fit their function.\n\n";
-    out += "This file is generated from the builtin table: run `build/vorka_libdoc > "
-           "docs/LIBRARY.md`.\n";
+    out +=
+        "Every builtin function and library global of vorkascript, grouped by family, in\n"
+        "registration order within each family. \"Parameters\" is the declared count the\n"
+        "compiler sees; each builtin checks the arguments it really gets and reports a wrong\n"
+        "call in the log. The descriptions are the texts `help` and `getfunctions` show, word\n"
+        "for word: a few were copied from a neighbouring row and do not fit their function.\n\n";
+    out +=
+        "This file is generated from the builtin table: run `build/vorka_libdoc > "
+        "docs/LIBRARY.md`.\n";
     std::vector<std::string_view> titles;
     for (const vrklibrary_family& family : library_families()) titles.push_back(family.title);
     titles.push_back(kOther);

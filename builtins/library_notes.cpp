@@ -85,8 +85,9 @@ constexpr std::array kNotes{
     vrklibrary_note{"substr",
                     "A negative length means the rest; a start past the end gives the empty "
                     "string."},
-    vrklibrary_note{"replace", "Inserted text is never searched again: replace(\"aaa\", \"a\", "
-                               "\"aa\") is \"aaaaaa\"."},
+    vrklibrary_note{"replace",
+                    "Inserted text is never searched again: replace(\"aaa\", \"a\", "
+                    "\"aa\") is \"aaaaaa\"."},
     vrklibrary_note{"find",
                     "On a list, an INT key compares elements by value, any other key by text."},
     vrklibrary_note{"rfind", "On a list it searches from the last element; the start is ignored."},

@@ -122,16 +122,34 @@ int64_t arguments_given(const vrkblock* fn) {
 
 // ---- elementary functions ---------------------------------------------------------
 
-VRK_BUILTIN(sqrt) { return unary(args, result, [](double x) { return std::sqrt(x); }); }
-VRK_BUILTIN(abs) { return unary(args, result, [](double x) { return std::fabs(x); }); }
+VRK_BUILTIN(sqrt) {
+    return unary(args, result, [](double x) { return std::sqrt(x); });
+}
+VRK_BUILTIN(abs) {
+    return unary(args, result, [](double x) { return std::fabs(x); });
+}
 // The sign bit is flipped: 0 gives -0.
-VRK_BUILTIN(negf) { return unary(args, result, [](double x) { return -x; }); }
-VRK_BUILTIN(tanh) { return unary(args, result, [](double x) { return std::tanh(x); }); }
-VRK_BUILTIN(tan) { return unary(args, result, [](double x) { return std::tan(x); }); }
-VRK_BUILTIN(sin) { return unary(args, result, [](double x) { return std::sin(x); }); }
-VRK_BUILTIN(cos) { return unary(args, result, [](double x) { return std::cos(x); }); }
-VRK_BUILTIN(exp) { return unary(args, result, [](double x) { return std::exp(x); }); }
-VRK_BUILTIN(atanh) { return unary(args, result, [](double x) { return std::atanh(x); }); }
+VRK_BUILTIN(negf) {
+    return unary(args, result, [](double x) { return -x; });
+}
+VRK_BUILTIN(tanh) {
+    return unary(args, result, [](double x) { return std::tanh(x); });
+}
+VRK_BUILTIN(tan) {
+    return unary(args, result, [](double x) { return std::tan(x); });
+}
+VRK_BUILTIN(sin) {
+    return unary(args, result, [](double x) { return std::sin(x); });
+}
+VRK_BUILTIN(cos) {
+    return unary(args, result, [](double x) { return std::cos(x); });
+}
+VRK_BUILTIN(exp) {
+    return unary(args, result, [](double x) { return std::exp(x); });
+}
+VRK_BUILTIN(atanh) {
+    return unary(args, result, [](double x) { return std::atanh(x); });
+}
 
 VRK_BUILTIN(pow) {
     if (args.size() != 2) return &result;
@@ -161,9 +179,15 @@ VRK_BUILTIN(round) {
     return answer_float(result, rounded);
 }
 
-VRK_BUILTIN(sinrange) { return ranged(args, result, [](double x) { return std::sin(x); }); }
-VRK_BUILTIN(cosrange) { return ranged(args, result, [](double x) { return std::cos(x); }); }
-VRK_BUILTIN(tanrange) { return ranged(args, result, [](double x) { return std::tan(x); }); }
+VRK_BUILTIN(sinrange) {
+    return ranged(args, result, [](double x) { return std::sin(x); });
+}
+VRK_BUILTIN(cosrange) {
+    return ranged(args, result, [](double x) { return std::cos(x); });
+}
+VRK_BUILTIN(tanrange) {
+    return ranged(args, result, [](double x) { return std::tan(x); });
+}
 
 VRK_BUILTIN(smoothstep) {
     if (args.empty()) return &result;
@@ -311,8 +335,8 @@ VRK_BUILTIN(set_internal_param_var) {
         const int64_t given = arguments_given(block);
         // Without a binding to count, a parameter that is still the
         // function's own cell received nothing.
-        const bool missing =
-            given >= 0 ? position > given : (parameter->flags & kParameterFlag) != 0;
+        const bool missing = given >= 0 ? position > given
+                                        : (parameter->flags & kParameterFlag) != 0;
         if (missing) assign(parameter, value, block);
     }
     set_int(&result, 0);

@@ -3,9 +3,9 @@
 
 #include <string>
 
+#include "base/log.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
-#include "base/log.h"
 #include "platform/system.h"
 #include "values/cell.h"
 #include "vm/block.h"

@@ -7,13 +7,13 @@
 #include <string>
 
 #include "base/context.h"
-#include "values/value_context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/classref.h"
+#include "values/object.h"
 #include "values/pools.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/errors.h"
 
@@ -437,8 +437,8 @@ VRK_BUILTIN(free_) {
     if (value->type == Tag::PTR && value->aux_hi() == kHandleMark) {
         vrkobject* object = object_of(value);
         if (!object) {
-            report_errorf(block, "external_function",
-                          "invalid parameters (or already deleted)! %s", "free");
+            report_errorf(block, "external_function", "invalid parameters (or already deleted)! %s",
+                          "free");
             return answer_int(result, 0);
         }
         if (object->object_flags & object_flag::GLOBAL) {

@@ -20,8 +20,9 @@ void init_builtins(vrkscript* engine) {
             continue;
         }
         if (!row.body) continue;
-        vrkbuiltin_fn callable = [engine, body = row.body](vrkblock* block, std::vector<vrkvar*>& args,
-                                                           void* value, vrkvar& result) {
+        vrkbuiltin_fn callable = [engine, body = row.body](vrkblock* block,
+                                                           std::vector<vrkvar*>& args, void* value,
+                                                           vrkvar& result) {
             return body(engine, block, args, value, result);
         };
         if (row.kind == vrkrow_kind::constructor)

@@ -39,9 +39,9 @@ using vrkbuiltin_body = vrkvar* (*)(vrkscript* engine, vrkblock* block, std::vec
 
 // Declares (or, followed by a body, defines) a builtin body of that name. A
 // body uses what it needs of its arguments.
-#define VRK_BUILTIN(name)                                                         \
-    vrkvar* name([[maybe_unused]] vrkscript* engine, [[maybe_unused]] vrkblock* block, \
-                 [[maybe_unused]] std::vector<vrkvar*>& args, [[maybe_unused]] void* user,  \
+#define VRK_BUILTIN(name)                                                                  \
+    vrkvar* name([[maybe_unused]] vrkscript* engine, [[maybe_unused]] vrkblock* block,     \
+                 [[maybe_unused]] std::vector<vrkvar*>& args, [[maybe_unused]] void* user, \
                  [[maybe_unused]] vrkvar& result)
 
 // Sets up the cell of a global variable after its registration.
@@ -56,15 +56,15 @@ enum class vrkrow_kind : uint8_t {
 
 // One row of the builtin table.
 struct vrkbuiltin_row {
-    const char* name;            // script name; its address keys the description map
-    vrkrow_kind kind;            // function, constructor or variable
-    int16_t param_count;         // declared parameters (0 for a variable)
-    bool plain_args;             // arguments arrive as plain references to the caller's cells
-    bool deref_args;             // REF arguments are replaced by the end of their chains
-    const char* description;     // help text, kept as it stands
-    vrkbuiltin_body body;        // function body; null while its family is not built
-    vrkvariable_setup setup;     // variable set-up; null while its value type is not built
-    const char* constructs;      // script type name a constructor makes, else null
+    const char* name;         // script name; its address keys the description map
+    vrkrow_kind kind;         // function, constructor or variable
+    int16_t param_count;      // declared parameters (0 for a variable)
+    bool plain_args;          // arguments arrive as plain references to the caller's cells
+    bool deref_args;          // REF arguments are replaced by the end of their chains
+    const char* description;  // help text, kept as it stands
+    vrkbuiltin_body body;     // function body; null while its family is not built
+    vrkvariable_setup setup;  // variable set-up; null while its value type is not built
+    const char* constructs;   // script type name a constructor makes, else null
 };
 
 // The whole table, in registration order.

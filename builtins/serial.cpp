@@ -6,18 +6,17 @@
 #include <vector>
 
 #include "host/engine.h"
-#include "values/object.h"
 #include "saved/cache.h"
 #include "saved/json_text.h"
 #include "saved/value_form.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "vm/errors.h"
 
 namespace vrk {
 
 namespace {
-
 
 // Raw bytes of a vector of numbers, whole elements only.
 template <class T>
@@ -41,7 +40,8 @@ void put_data(vrkvar* cell, std::vector<uint8_t>&& bytes) {
 
 }  // namespace
 
-vrkvar* builtin_to_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_to_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
+                               vrkvar& result) {
     set_string(&result, "");
     if (args.empty()) return &result;
     const vrkjson* json = as_json(args[0]);
@@ -51,7 +51,8 @@ vrkvar* builtin_to_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args
     return &result;
 }
 
-vrkvar* builtin_from_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_from_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
+                                 vrkvar& result) {
     // The text is taken before the result changes: the argument may be the result.
     const std::string text = args.size() == 1 ? to_string(args[0]) : std::string();
     vrkjson* json = as_json(&result);
@@ -66,27 +67,15 @@ vrkvar* builtin_todata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
     if (args.size() == 1) {
         vrkvar* v = args[0];
         switch (v->type) {
-            case Tag::JSON:
-                jsonToData(v->value.json, bytes, nullptr);
-                break;
+            case Tag::JSON: jsonToData(v->value.json, bytes, nullptr); break;
             case Tag::STRING:
                 if (v->value.str) bytes.assign(v->value.str->begin(), v->value.str->end());
                 break;
-            case Tag::DATA:
-                append_raw(bytes, v->value.data);
-                break;
-            case Tag::FLOATSET:
-                append_raw(bytes, v->value.floatset);
-                break;
-            case Tag::DOUBLESET:
-                append_raw(bytes, v->value.doubleset);
-                break;
-            case Tag::INTSET:
-                append_raw(bytes, v->value.intset);
-                break;
-            case Tag::BIGINTSET:
-                append_raw(bytes, v->value.bigintset);
-                break;
+            case Tag::DATA: append_raw(bytes, v->value.data); break;
+            case Tag::FLOATSET: append_raw(bytes, v->value.floatset); break;
+            case Tag::DOUBLESET: append_raw(bytes, v->value.doubleset); break;
+            case Tag::INTSET: append_raw(bytes, v->value.intset); break;
+            case Tag::BIGINTSET: append_raw(bytes, v->value.bigintset); break;
             case Tag::PTR: {
                 vrkobject* object = object_of(v);
                 if (!object) {
@@ -107,7 +96,8 @@ vrkvar* builtin_todata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
     return &result;
 }
 
-vrkvar* builtin_serialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_serialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*,
+                          vrkvar& result) {
     if (args.size() != 1 && args.size() != 2) {
         report_error(block, "external_function", "wrong params!");
         return &result;
@@ -119,7 +109,8 @@ vrkvar* builtin_serialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& arg
     return &result;
 }
 
-vrkvar* builtin_deserialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_deserialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*,
+                            vrkvar& result) {
     // The bytes are copied first: the target may be the buffer itself.
     const std::vector<uint8_t>* source = args.empty() ? nullptr : data_of(args[0]);
     std::vector<uint8_t> bytes = source ? *source : std::vector<uint8_t>();
@@ -130,7 +121,8 @@ vrkvar* builtin_deserialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& a
     return &result;
 }
 
-vrkvar* builtin_jsontodata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_jsontodata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
+                           vrkvar& result) {
     if (args.empty() || args[0]->type != Tag::JSON) {
         put_data(&result, {});
         return &result;
@@ -141,7 +133,8 @@ vrkvar* builtin_jsontodata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, vo
     return &result;
 }
 
-vrkvar* builtin_datatojson(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_datatojson(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*,
+                           vrkvar& result) {
     const std::vector<uint8_t>* source = args.empty() ? nullptr : data_of(args[0]);
     if (!source) return &result;
     ScriptCacheReader reader{std::vector<uint8_t>(*source)};
@@ -150,6 +143,5 @@ vrkvar* builtin_datatojson(vrkscript*, vrkblock* block, std::vector<vrkvar*>& ar
     dataToJson(json, reader, block);
     return &result;
 }
-
 
 }  // namespace vrk

@@ -27,7 +27,8 @@ namespace {
 // compares by value, any other key by text, exact in length and bytes.
 struct element_matcher {
     explicit element_matcher(const vrkvar* key)
-        : by_number(key->type == Tag::INT), number(to_float(key)),
+        : by_number(key->type == Tag::INT),
+          number(to_float(key)),
           text(by_number ? std::string() : to_string(key)) {}
 
     bool operator()(const vrkvar* element) const {
@@ -228,8 +229,9 @@ VRK_BUILTIN(starts) {
     std::string prefix_scratch;
     const std::string& text = text_of(args[0], text_scratch);
     const std::string& prefix = text_of(args[1], prefix_scratch);
-    return answer_int(result, text.compare(0, prefix.size(), prefix) == 0 &&
-                                      prefix.size() <= text.size() ? 1 : 0);
+    return answer_int(
+        result,
+        text.compare(0, prefix.size(), prefix) == 0 && prefix.size() <= text.size() ? 1 : 0);
 }
 
 VRK_BUILTIN(find_first) {

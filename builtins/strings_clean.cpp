@@ -2,9 +2,9 @@
 // strip blanks and take the quoted part of a text.
 #include <string>
 
+#include "base/log.h"
 #include "builtins/strings.h"
 #include "builtins/strings_support.h"
-#include "base/log.h"
 
 namespace vrk::lib {
 

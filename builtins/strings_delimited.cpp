@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "builtins/strings.h"
 #include "builtins/strings_support.h"
-#include "base/log.h"
 #include "values/json.h"
 
 namespace vrk::lib {
@@ -27,10 +27,10 @@ constexpr int kMaxClauseDepth = 2000;
 // One region of a text: the opening delimiter at `open`, the inner text from
 // `inner` to `close`, the closing delimiter at `close` ending at `end`.
 struct region {
-    std::size_t open = npos;   // offset of the opening delimiter; npos: none found
-    std::size_t inner = 0;     // first byte after the opening delimiter
-    std::size_t close = 0;     // offset of the closing delimiter
-    std::size_t end = 0;       // first byte after the closing delimiter
+    std::size_t open = npos;  // offset of the opening delimiter; npos: none found
+    std::size_t inner = 0;    // first byte after the opening delimiter
+    std::size_t close = 0;    // offset of the closing delimiter
+    std::size_t end = 0;      // first byte after the closing delimiter
 
     bool found() const { return open != npos; }
 };

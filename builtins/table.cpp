@@ -16,11 +16,11 @@
 #include "builtins/core.h"
 #include "builtins/data.h"
 #include "builtins/math.h"
-#include "builtins/serial.h"
-#include "builtins/strings.h"
 #include "builtins/process.h"
 #include "builtins/reflection.h"
 #include "builtins/registry.h"
+#include "builtins/serial.h"
+#include "builtins/strings.h"
 #include "builtins/time.h"
 #include "builtins/vectors.h"
 
@@ -38,15 +38,17 @@ constexpr bool keep_refs = false;
 constexpr vrkbuiltin_row fn(const char* name, int16_t count, bool plain_args,
                             const char* description, vrkbuiltin_body body = nullptr,
                             bool deref_args = true) {
-    return {name, vrkrow_kind::function, count, plain_args, deref_args, description, body, nullptr,
+    return {name,       vrkrow_kind::function, count, plain_args,
+            deref_args, description,           body,  nullptr,
             nullptr};
 }
 
 constexpr vrkbuiltin_row ctor(const char* name, int16_t count, bool plain_args,
                               const char* description, const char* constructs,
                               vrkbuiltin_body body = nullptr) {
-    return {name, vrkrow_kind::constructor, count, plain_args, true, description, body, nullptr,
-            constructs};
+    return {
+        name,      vrkrow_kind::constructor, count, plain_args, true, description, body, nullptr,
+        constructs};
 }
 
 constexpr vrkbuiltin_row var(const char* name, const char* description, vrkvariable_setup setup) {
@@ -75,8 +77,8 @@ constexpr std::array kRows{
     fn("isrunning", 1, plain, "(var) check if this function is currently running.", lib::isrunning),
     fn("sizeof", 1, plain, "(var) check if a return value is an error.", lib::size_of),
     fn("to_float_array", 3, plain, "(var, divisor, transpose)", lib::to_float_array),
-    fn("geterror", 1, plain,
-       "(var) get error message associated with this var (if any)", lib::geterror),
+    fn("geterror", 1, plain, "(var) get error message associated with this var (if any)",
+       lib::geterror),
     fn("getfunctions", 0, numbered,
        "return a list of all functions with their definitions fmt [name:desc]", lib::getfunctions),
     fn("loglistener", 1, plain, "add a log listener CB (cb(str)).", lib::loglistener),
@@ -108,7 +110,8 @@ constexpr std::array kRows{
     fn("datahash", 1, plain, "(uchars)", lib::datahash),
     fn("createpng", 4, plain,
        "(uchars,w,h,channels) compresses the uchars image into an in memory png file, can be "
-       "saved to disk.", lib::createpng),
+       "saved to disk.",
+       lib::createpng),
     fn("compress", 1, plain,
        "(uchars) compresses the uchars passed, create a copy before if you need one!",
        lib::compress),
@@ -140,15 +143,22 @@ constexpr std::array kRows{
     fn("decode_data", 1, plain, "(string) decode str into 2x smaller uchars representation.",
        lib::decode_data),
     fn("jsonvar", 0, numbered, "init json", lib::jsonvar),
-    fn("to_json_string", 2, plain, "(json, compact_output) returns a string representation.", builtin_to_json_string),
-    fn("from_json_string", 1, plain, "(string) returns a json representation.", builtin_from_json_string),
-    fn("todata", 1, plain, "(json|string|multiset) convert a json|vector|object into a uchars", builtin_todata),
-    fn("serialize", 2, plain, "(var, opt buffer) convert a json object into a uchars", builtin_serialize),
-    fn("deserialize", 2, plain, "(buffer, opt var) convert a json object into a uchars", builtin_deserialize),
-    fn("jsontodata", 2, plain, "(json, opt buffer) convert a json object into a uchars", builtin_jsontodata),
-    fn("datatojson", 2, plain, "(json, opt buffer) convert a json object into a uchars", builtin_datatojson),
-    fn("platform", 0, numbered,
-       "returns the current platform WINDOWS, LINUX or ANDROID", lib::platform),
+    fn("to_json_string", 2, plain, "(json, compact_output) returns a string representation.",
+       builtin_to_json_string),
+    fn("from_json_string", 1, plain, "(string) returns a json representation.",
+       builtin_from_json_string),
+    fn("todata", 1, plain, "(json|string|multiset) convert a json|vector|object into a uchars",
+       builtin_todata),
+    fn("serialize", 2, plain, "(var, opt buffer) convert a json object into a uchars",
+       builtin_serialize),
+    fn("deserialize", 2, plain, "(buffer, opt var) convert a json object into a uchars",
+       builtin_deserialize),
+    fn("jsontodata", 2, plain, "(json, opt buffer) convert a json object into a uchars",
+       builtin_jsontodata),
+    fn("datatojson", 2, plain, "(json, opt buffer) convert a json object into a uchars",
+       builtin_datatojson),
+    fn("platform", 0, numbered, "returns the current platform WINDOWS, LINUX or ANDROID",
+       lib::platform),
     fn("preprocessor", 2, plain,
        "(text,opt: searchpath) run text through the preprocessor. returns processed result",
        lib::preprocessor),
@@ -163,7 +173,8 @@ constexpr std::array kRows{
     fn("sl", 0, numbered, "returns a slash", lib::sl),
     ctor("vec", 4, numbered,
          "(x,y,z,w) init a variable, parameter count specifies the dimension of the vector, yzw "
-         "are optional", "vec", lib::vec),
+         "are optional",
+         "vec", lib::vec),
     ctor("vec2", 2, numbered, "(x,y)", "vec", lib::vec2),
     ctor("vec3", 3, numbered, "(x,y,z)", "vec", lib::vec3),
     fn("vecnorm", 1, plain, "(vec) return a new vector, which has a normalized length.",
@@ -185,26 +196,31 @@ constexpr std::array kRows{
        "(string|json, string|int, opt fromindex) returns the index or -1 if not found", lib::rfind),
     fn("specialfind", 4, plain,
        "(string, string, start_index, find_last) returns the index or -1 if not found, only works "
-       "with ONE character!", lib::specialfind),
+       "with ONE character!",
+       lib::specialfind),
     fn("contains", 2, plain, "(string, string) returns true if second string is in first string.",
        lib::contains),
     fn("contains_any", 2, plain,
        "(string, string) returns true if any of the second strings is in first string. the "
-       "strings in the second strings are separated by a space", lib::contains_any),
+       "strings in the second strings are separated by a space",
+       lib::contains_any),
     fn("is_utf8", 1, plain, "(string)", lib::is_utf8),
     fn("split", 3, plain,
        "(string, string token, int max_splits) returns array with strings, if delim is not found, "
-       "array contains just one string.", lib::split),
+       "array contains just one string.",
+       lib::split),
     fn("splitf", 2, plain,
        "(string, string token) returns array with strings, if delim is not found, array contains "
-       "just one string. excludes quotations and brackets.", lib::splitf),
+       "just one string. excludes quotations and brackets.",
+       lib::splitf),
     fn("splitfirst", 2, plain,
        "(string, string token) returns array with 2 elements, split at token", lib::splitfirst),
     fn("splitlast", 2, plain,
        "(string, string token) returns array with 2 elements, split at token", lib::splitlast),
     fn("specialsplit", 3, plain,
        "(string, string token, int max_splits) returns array with strings, if delim is not found, "
-       "array contains just one string.", lib::specialsplit),
+       "array contains just one string.",
+       lib::specialsplit),
     fn("lowercase", 1, plain, "(string)", lib::lowercase),
     fn("uppercase", 1, plain, "(string)", lib::uppercase),
     fn("removebadchars", 2, plain, "(string,chars)", lib::removebadchars),
@@ -235,7 +251,8 @@ constexpr std::array kRows{
     fn("find_last", 2, plain, "(string, string)", lib::find_last),
     fn("sync", 1, plain,
        "sync an array object, mainly used for filedisk vrkobjects WARNING: COULD CAUSE REFS TO "
-       "BECOME INVALID!", lib::sync),
+       "BECOME INVALID!",
+       lib::sync),
     fn("count", 1, plain, "returns the size of a json var / array", lib::count),
     fn("key", 2, plain,
        "(json,int) returns var at index from json var, without creating entry if not exist",
@@ -306,7 +323,8 @@ constexpr std::array kRows{
     fn("abs", 1, plain, "", lib::abs),
     fn("round", 3, numbered,
        "(value,num_of_decimals, as_string) round number to num_of_decimals decimals, if as_string "
-       "is true, return value as string.", lib::round),
+       "is true, return value as string.",
+       lib::round),
     fn("negf", 1, plain, "", lib::negf),
     fn("tanh", 1, plain, "", lib::tanh),
     fn("tan", 1, plain, "", lib::tan),
@@ -419,8 +437,8 @@ constexpr std::array kRows{
     fn("jpg_decode", 3, plain, "(uchars,ref width, ref height) decode jpeg"),
     fn("jpg_encode", 4, plain,
        "(uchars,width,height, opt out) (bmp_ptr, opt dataout) encode to jpeg"),
-    ctor("bmp", 3, plain,
-         "(uchars,width,height) or (width,height) create a blank bmp image", "bitmap"),
+    ctor("bmp", 3, plain, "(uchars,width,height) or (width,height) create a blank bmp image",
+         "bitmap"),
     ctor("subprocess", 0, plain, "()", "subprocess"),
     fn("bmp_setpixel", 4, plain, "(uchars,x,y,[r,b,g])"),
     fn("bmp_circle", 6, plain, "(bmp,x,y,radius,[r,b,g],width = 1)"),

@@ -10,8 +10,7 @@ namespace {
 // Cuts `text` at the hits `next(from)` gives, each `width` bytes long, until
 // it gives npos or `limit` cuts are made.
 template <class Next>
-std::vector<std::string> cut(const std::string& text, std::size_t width, int64_t limit,
-                             Next next) {
+std::vector<std::string> cut(const std::string& text, std::size_t width, int64_t limit, Next next) {
     std::vector<std::string> pieces;
     std::size_t pos = 0;
     int64_t cuts = 0;
@@ -32,8 +31,7 @@ std::vector<std::string> cut(const std::string& text, std::size_t width, int64_t
 std::vector<std::string> split_plain(const std::string& text, const std::string& token,
                                      int64_t limit) {
     if (token.empty()) return {text};
-    return cut(text, token.size(), limit,
-               [&](std::size_t from) { return text.find(token, from); });
+    return cut(text, token.size(), limit, [&](std::size_t from) { return text.find(token, from); });
 }
 
 std::vector<std::string> split_scoped_word(const std::string& text, const std::string& token,

@@ -17,12 +17,12 @@ struct lead_rule {
 
 lead_rule rule_of(uint8_t lead) {
     if (lead >= 0xC2 && lead <= 0xDF) return {0x80, 0xBF, 2};
-    if (lead == 0xE0) return {0xA0, 0xBF, 3};          // no overlong three-byte forms
-    if (lead == 0xED) return {0x80, 0x9F, 3};          // no surrogate halves
+    if (lead == 0xE0) return {0xA0, 0xBF, 3};  // no overlong three-byte forms
+    if (lead == 0xED) return {0x80, 0x9F, 3};  // no surrogate halves
     if (lead >= 0xE1 && lead <= 0xEF) return {0x80, 0xBF, 3};
-    if (lead == 0xF0) return {0x90, 0xBF, 4};          // no overlong four-byte forms
+    if (lead == 0xF0) return {0x90, 0xBF, 4};  // no overlong four-byte forms
     if (lead >= 0xF1 && lead <= 0xF3) return {0x80, 0xBF, 4};
-    if (lead == 0xF4) return {0x80, 0x8F, 4};          // nothing above U+10FFFF
+    if (lead == 0xF4) return {0x80, 0x8F, 4};  // nothing above U+10FFFF
     return {0, 0, 0};
 }
 

@@ -5,15 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "base/context.h"
+#include "base/log.h"
 #include "frontend/compile.h"
 #include "frontend/compile_context.h"
 #include "frontend/compiler.h"
 #include "frontend/emit.h"
-#include "frontend/text.h"
-#include "base/context.h"
-#include "host/engine.h"
-#include "base/log.h"
 #include "frontend/syntax_error.h"
+#include "frontend/text.h"
+#include "host/engine.h"
 #include "platform/system.h"
 
 namespace vrk {
@@ -107,8 +107,8 @@ vrkvar* member_list(vrkblock* b, std::string& left, std::string& right, int32_t*
 }
 
 // The compile-time type a new variable takes from its right side.
-void apply_hint(vrkvar* cell, vrkvar* hint, const declaration_kind& d, const std::string& last_type_name,
-                const std::string& hint_name) {
+void apply_hint(vrkvar* cell, vrkvar* hint, const declaration_kind& d,
+                const std::string& last_type_name, const std::string& hint_name) {
     cell->attrs &= static_cast<uint16_t>(~attr::CLASS_HINT2);
     cell->flags &= static_cast<uint16_t>(~(flag::CLASS_HINT | flag::VALUE_HINT | flag::KEEP_HINT));
     if (!hint) {
@@ -144,8 +144,9 @@ void apply_hint(vrkvar* cell, vrkvar* hint, const declaration_kind& d, const std
 // The declaration of a new variable, cell `i` of `owner`: its store, its
 // release at the end of the block, class and struct declarations, and the
 // type knowledge and fixed type it takes.
-vrkvar* declare_new(vrkblock* b, const declaration_kind& d, const std::string& left, const std::string& raw_token,
-                    int32_t child, vrkvar* hint, const std::string& last_type_name, const std::string& hint_name,
+vrkvar* declare_new(vrkblock* b, const declaration_kind& d, const std::string& left,
+                    const std::string& raw_token, int32_t child, vrkvar* hint,
+                    const std::string& last_type_name, const std::string& hint_name,
                     vrkblock* owner, uint32_t i, int deref_count) {
     vrkvar* cell = (*owner->vars)[i];
 
@@ -181,7 +182,8 @@ vrkvar* declare_new(vrkblock* b, const declaration_kind& d, const std::string& l
 }
 
 // A new global: created in the engine's global block when it does not exist.
-vrkvar* global_target(vrkblock* b, const std::string& name, int64_t& index, vrkblock*& owner, bool& created) {
+vrkvar* global_target(vrkblock* b, const std::string& name, int64_t& index, vrkblock*& owner,
+                      bool& created) {
     created = false;
     vrkvar* cell = find_global(b, name, &index, &owner);
     if (cell || !b->engine || !b->engine->globalBlock) return cell;
@@ -204,7 +206,8 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
 
     // Declaration words, cut off the front one by one.
     declaration_kind d;
-    for (std::size_t p = find_scoped(left, ' ', 0); p != npos && p < left.size(); p = find_scoped(left, ' ', 0)) {
+    for (std::size_t p = find_scoped(left, ' ', 0); p != npos && p < left.size();
+         p = find_scoped(left, ' ', 0)) {
         apply_word(b, left.substr(0, p), d);
         left.erase(0, p + 1);
     }
@@ -231,7 +234,8 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     if (starts_with(right, "staticbuffer(")) {
         static_buffer = true;
         const std::size_t close = right.find(')');
-        const std::string digits = right.substr(13, close == std::string::npos ? std::string::npos : close - 13);
+        const std::string digits = right.substr(
+            13, close == std::string::npos ? std::string::npos : close - 13);
         if (!read_decimal(digits, size)) size = 0;
         log().log("allocating static buffer of size %i", size);
     } else if (right == "null") {
@@ -325,19 +329,21 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     // A typed, class or struct declaration of a global that did not exist
     // before declares that global itself.
     if (new_global && (d.fixed_type || d.is_class || d.is_struct))
-        return declare_new(b, d, left, raw_token, child, hint, state.last_type_name, hint_name, owner,
-                           static_cast<uint32_t>(index), deref_count);
+        return declare_new(b, d, left, raw_token, child, hint, state.last_type_name, hint_name,
+                           owner, static_cast<uint32_t>(index), deref_count);
 
     // Store into an existing variable; a typed declaration makes a new one.
     if (cell && (d.fixed_type || d.is_class || d.is_struct)) {
-        log().warn("warning: new variable (%s) declared but this name already exists. creating new var...",
-                   left.c_str());
+        log().warn(
+            "warning: new variable (%s) declared but this name already exists. creating new var...",
+            left.c_str());
         cell = nullptr;
     }
     if (cell) {
         if (static_buffer && size > 0) {
             set_type(cell, Tag::DATA);
-            if (std::vector<uint8_t>* data = as_data(cell)) data->resize(static_cast<std::size_t>(size));
+            if (std::vector<uint8_t>* data = as_data(cell))
+                data->resize(static_cast<std::size_t>(size));
             cell->flags |= flag::STATIC_BUFFER;
             return nullptr;
         }
@@ -375,12 +381,14 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     // A static buffer is sized now; nothing is stored at run time.
     if (static_buffer && size >= 1) {
         set_type(cell, Tag::DATA);
-        if (std::vector<uint8_t>* data = as_data(cell)) data->resize(static_cast<std::size_t>(size));
+        if (std::vector<uint8_t>* data = as_data(cell))
+            data->resize(static_cast<std::size_t>(size));
         cell->flags |= flag::STATIC_BUFFER;
         return nullptr;
     }
 
-    return declare_new(b, d, left, raw_token, child, hint, state.last_type_name, hint_name, b, i, deref_count);
+    return declare_new(b, d, left, raw_token, child, hint, state.last_type_name, hint_name, b, i,
+                       deref_count);
 }
 
 }  // namespace vrk

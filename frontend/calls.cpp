@@ -24,12 +24,12 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "frontend/compiler.h"
 #include "frontend/emit.h"
+#include "frontend/syntax_error.h"
 #include "frontend/text.h"
 #include "host/engine.h"
-#include "base/log.h"
-#include "frontend/syntax_error.h"
 #include "values/globals.h"
 
 namespace vrk {
@@ -72,7 +72,7 @@ std::optional<std::string> thread_sugar(const std::string& token) {
         // begins: `o.f` runs on `o`, `a[1].f` on `a[1]`, `a.b["f"]` on `a.b`.
         const std::size_t dot = name.rfind('.');
         const std::size_t bracket = name.rfind('[');
-        std::size_t cut = dot == std::string::npos ? bracket
+        std::size_t cut = dot == std::string::npos       ? bracket
                           : bracket == std::string::npos ? dot
                                                          : std::max(dot, bracket);
         return "thread_class(" + name + "," + name.substr(0, cut) + tail + ")";
@@ -82,8 +82,8 @@ std::optional<std::string> thread_sugar(const std::string& token) {
 
 // `a:f(b)` is `f(a,b)`, and `list:count()` is `count(list)`; a "!" in front
 // negates the result. False when the token is no colon call.
-bool colon_call(vrkblock* b, const std::string& token, const std::string& left, int32_t* block_index,
-                vrkvar*& result) {
+bool colon_call(vrkblock* b, const std::string& token, const std::string& left,
+                int32_t* block_index, vrkvar*& result) {
     if (scoped_hit(token, ':', true) == npos || has_scoped(left, '=')) return false;
     std::string text = token;
     bool negate = false;
@@ -126,20 +126,22 @@ int32_t reserved_slot_of(vrkblock* b, const std::string& head) {
 // that receives it makes the instance.
 bool constructor_call(vrkblock* b, const std::string& head, bool in_class, int32_t* block_index,
                       const std::vector<std::string>& args, vrkvar* target, vrkvar*& result) {
-    if (!target || target->type != Tag::CLASS || !target->block || target->block->vars->empty()) return false;
+    if (!target || target->type != Tag::CLASS || !target->block || target->block->vars->empty())
+        return false;
     vrkvar* ctor = (*target->block->vars)[static_cast<std::size_t>(ClassSlot::constructor)];
     if (!ctor) return false;
     ctor = deref(ctor);
     if (ctor->type != Tag::FUNCTION || !ctor->block) {
         // A class without a constructor is made with empty parentheses just
         // as by its name; handing it arguments stays a call of nothing.
-        if (!std::all_of(args.begin(), args.end(), [](const std::string& a) { return all_blanks(a); }))
+        if (!std::all_of(args.begin(), args.end(),
+                         [](const std::string& a) { return all_blanks(a); }))
             return false;
         result = compile_token(b, head, in_class, block_index, false);
         return true;
     }
-    const std::size_t n = std::min(static_cast<std::size_t>(std::max<int16_t>(ctor->block->param_count, 0)),
-                                   args.size());
+    const std::size_t n = std::min(
+        static_cast<std::size_t>(std::max<int16_t>(ctor->block->param_count, 0)), args.size());
     for (std::size_t i = 0; i < n; ++i) {
         compile_token(b, args[i], false, nullptr, false);
         emit(b, Op::SET, static_cast<int64_t>(i), ref_of(ctor->block));
@@ -186,11 +188,13 @@ vrkvar* after_call(vrkblock* b, std::string& left, vrkvar* target, bool negate, 
 
 // The call proper: callee, preparation, arguments, binding, CALL, and what
 // follows the parenthesis.
-vrkvar* emit_call(vrkblock* b, std::string& head, bool in_class, int32_t* block_index, std::string& left,
-                  std::vector<std::string> args, function_head& callee, bool negate, bool by_reference) {
+vrkvar* emit_call(vrkblock* b, std::string& head, bool in_class, int32_t* block_index,
+                  std::string& left, std::vector<std::string> args, function_head& callee,
+                  bool negate, bool by_reference) {
     compile_state& state = *b->compile_state_ptr;
     vrkvar* target = callee.target;
-    if (vrkvar* result = nullptr; constructor_call(b, head, in_class, block_index, args, target, result))
+    if (vrkvar* result = nullptr;
+        constructor_call(b, head, in_class, block_index, args, target, result))
         return result;
     trim_leading_blanks(left);
 
@@ -200,7 +204,8 @@ vrkvar* emit_call(vrkblock* b, std::string& head, bool in_class, int32_t* block_
     const bool on_result = state.call_context != nullptr;
     state.call_context = nullptr;
     if (on_result) {
-        if (head.size() >= 2 && head.front() == '[' && head.back() == ']') head = head.substr(1, head.size() - 2);
+        if (head.size() >= 2 && head.front() == '[' && head.back() == ']')
+            head = head.substr(1, head.size() - 2);
         emit(b, Op::PUSH, 1, 0);
     }
     compile_text(b, head, block_index);
@@ -222,7 +227,8 @@ vrkvar* emit_call(vrkblock* b, std::string& head, bool in_class, int32_t* block_
     if (n == 0) {
         emit(b, Op::CALL_PREP, 0, kRefMinusOne);
     } else {
-        const bool plain_args = target && target->type == Tag::FUNCTION && target->block && target->block->plain_args;
+        const bool plain_args = target && target->type == Tag::FUNCTION && target->block &&
+                                target->block->plain_args;
         for (std::size_t i = 0; i < n; ++i) {
             std::string arg = args[i];
             strip_blanks(arg);
@@ -236,8 +242,9 @@ vrkvar* emit_call(vrkblock* b, std::string& head, bool in_class, int32_t* block_
         }
         // An argument that could not be compiled may have emptied this block,
         // and the callee's cell with it.
-        if (callee.owner == b && (callee.index < 0 || static_cast<uint64_t>(callee.index) >= b->vars->size() ||
-                                  (*b->vars)[static_cast<std::size_t>(callee.index)] != target))
+        if (callee.owner == b &&
+            (callee.index < 0 || static_cast<uint64_t>(callee.index) >= b->vars->size() ||
+             (*b->vars)[static_cast<std::size_t>(callee.index)] != target))
             target = nullptr;
         emit(b, Op::CALL_PREP, 0, kRefMinusOne);
         for (std::size_t j = n; j-- > 0;) {
@@ -252,8 +259,9 @@ vrkvar* emit_call(vrkblock* b, std::string& head, bool in_class, int32_t* block_
 
 }  // namespace
 
-vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token, std::string& raw_token,
-                   int32_t* block_index, std::string& left, std::string& right) {
+vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token,
+                   std::string& raw_token, int32_t* block_index, std::string& left,
+                   std::string& right) {
     compile_state& state = *b->compile_state_ptr;
     std::string head = token == "else" ? token : token.substr(0, s);
     function_head callee;
@@ -297,7 +305,8 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
         if (c != npos) right.resize(c);
         trim_trailing_blanks(left);
     }
-    if (is_statement_head(head)) return token_statement(b, head, in_class, block_index, right, left);
+    if (is_statement_head(head))
+        return token_statement(b, head, in_class, block_index, right, left);
 
     // Text rewrites: the thread sugar and the colon call.
     if (std::optional<std::string> text = thread_sugar(token))

@@ -22,10 +22,10 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "frontend/compile.h"
 #include "frontend/compiler.h"
 #include "frontend/text.h"
-#include "base/log.h"
 #include "vm/run.h"
 
 namespace vrk {
@@ -35,14 +35,16 @@ namespace {
 // The child block a declaration's right side compiled to, or null when the
 // right side was no body.
 vrkblock* declared_body(vrkblock* b, int32_t child) {
-    if (child < 0 || !b->children || static_cast<std::size_t>(child) >= b->children->size()) return nullptr;
+    if (child < 0 || !b->children || static_cast<std::size_t>(child) >= b->children->size())
+        return nullptr;
     return (*b->children)[static_cast<std::size_t>(child)];
 }
 
 // A cell enters the class's list of cells once: the list is what the class's
 // tear-down blanks, and a freed cell takes out only one entry of itself.
 void remember_cell(vrkclass_data& data, vrkvar* cell) {
-    if (std::find(data.cells.begin(), data.cells.end(), cell) == data.cells.end()) data.cells.push_back(cell);
+    if (std::find(data.cells.begin(), data.cells.end(), cell) == data.cells.end())
+        data.cells.push_back(cell);
 }
 
 // Makes `cell` the constant CLASS cell of `cls`, whatever it held.
@@ -74,7 +76,8 @@ void construct_singleton(vrkvar* cell, vrkblock* cls) {
 bool is_plain_name(const std::string& text) {
     if (text.empty()) return false;
     for (const char c : text) {
-        const bool word = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+        const bool word = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                          (c >= '0' && c <= '9') || c == '_';
         if (!word) return false;
     }
     return !(text[0] >= '0' && text[0] <= '9');
@@ -114,7 +117,8 @@ vrkvar* enclosing_class_cell(vrkblock* b) {
 vrkblock* known_struct(vrkvar* cell) {
     if (!cell || cell->type == Tag::PTR || !cell->block) return nullptr;
     if (cell->flags & flag::STRUCT_VAR) return block_alive(cell->block) ? cell->block : nullptr;
-    if ((cell->flags & flag::CLASS_HINT) && block_alive(cell->block) && (cell->block->kind & kind::STRUCT))
+    if ((cell->flags & flag::CLASS_HINT) && block_alive(cell->block) &&
+        (cell->block->kind & kind::STRUCT))
         return cell->block;
     return nullptr;
 }
@@ -126,7 +130,8 @@ std::vector<std::pair<std::string, vrkvar*>> struct_layout(vrkblock* layout) {
         vrkvar* v = vars[i];
         // Nested struct declarations, class declarations and constants are no
         // part of a record; this is the rule the copy of a struct follows.
-        if (!v || (v->flags & flag::STRUCT_VAR) || (v->attrs & attr::NO_DESTRUCTOR) || v->constant) continue;
+        if (!v || (v->flags & flag::STRUCT_VAR) || (v->attrs & attr::NO_DESTRUCTOR) || v->constant)
+            continue;
         members.emplace_back(layout->var_name_at(static_cast<uint32_t>(i)), v);
     }
     return members;
@@ -160,16 +165,19 @@ vrkvar* layout_member_at(vrkvar* cell, int64_t position) {
     if (!cell || position < 0) return nullptr;
     if (vrkblock* layout = known_struct(cell)) {
         const auto members = struct_layout(layout);
-        return static_cast<std::size_t>(position) < members.size() ? members[static_cast<std::size_t>(position)].second
-                                                                    : nullptr;
+        return static_cast<std::size_t>(position) < members.size()
+                   ? members[static_cast<std::size_t>(position)].second
+                   : nullptr;
     }
     if (cell->type != Tag::JSON || !cell->value.json) return nullptr;
     const auto& elements = cell->value.json->elements;
-    return static_cast<std::size_t>(position) < elements.size() ? elements[static_cast<std::size_t>(position)]
-                                                                 : nullptr;
+    return static_cast<std::size_t>(position) < elements.size()
+               ? elements[static_cast<std::size_t>(position)]
+               : nullptr;
 }
 
-vrkblock* declare_class(vrkblock* b, vrkvar* cell, const std::string& name, int32_t child, bool singleton) {
+vrkblock* declare_class(vrkblock* b, vrkvar* cell, const std::string& name, int32_t child,
+                        bool singleton) {
     vrkblock* cls = declared_body(b, child);
     if (!cls) {
         log().error("class %s needs a body: class %s = {...}", name.c_str(), name.c_str());
@@ -242,7 +250,8 @@ bool class_operator(vrkblock* b, char op, const std::string& left, const std::st
     // Only a name the compiler can look up here; a bare member name is left
     // to the usual path, which makes it `this.name` first.
     if (!is_plain_name(name) || needs_this(b, name)) return false;
-    vrkvar* cell = name == "this" ? enclosing_class_cell(b) : find_variable(b, name, nullptr, nullptr);
+    vrkvar* cell = name == "this" ? enclosing_class_cell(b)
+                                  : find_variable(b, name, nullptr, nullptr);
     if (!cell) return false;
     vrkblock* cls = known_class(deref(cell));
     const auto index = static_cast<std::size_t>(slot);

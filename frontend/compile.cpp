@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "base/context.h"
+#include "base/log.h"
 #include "frontend/compile_context.h"
 #include "frontend/compile_state.h"
 #include "frontend/compiler.h"
-#include "frontend/text.h"
-#include "base/context.h"
-#include "base/log.h"
 #include "frontend/syntax_error.h"
+#include "frontend/text.h"
 #include "values/pools.h"
 #include "vm/block.h"
 
@@ -49,7 +49,8 @@ void insert_body_semicolons(vrkblock* block, std::string& text) {
             n = skip_blanks(text, n);
         }
         const bool else_follows = n + 4 < text.size() && text.compare(n, 4, "else") == 0 &&
-                                  (text[n + 4] == '{' || text[n + 4] == '(' || is_blank_or_newline(text[n + 4]));
+                                  (text[n + 4] == '{' || text[n + 4] == '(' ||
+                                   is_blank_or_newline(text[n + 4]));
         if (n < text.size() && !else_follows && text[n] != ';') {
             if (text[e] == ' ')
                 text[e] = ';';
@@ -122,7 +123,8 @@ body_head recognise_head(const std::string& token, std::size_t w) {
         head.is_else = true;
         const std::size_t k = skip_blanks(token, w + 4);
         head.r = (k < size && token[k] == '(') ? closing_paren_behind(token, k) : w + 4;
-    } else if (token.compare(w, 3, "for") == 0 && w + 3 < size && (token[w + 3] == ' ' || token[w + 3] == '(')) {
+    } else if (token.compare(w, 3, "for") == 0 && w + 3 < size &&
+               (token[w + 3] == ' ' || token[w + 3] == '(')) {
         const std::size_t o = find_scoped(token, '(', w);
         if (o == npos) return head;
         head.r = closing_paren_behind(token, o);
@@ -137,9 +139,11 @@ body_head recognise_head(const std::string& token, std::size_t w) {
 // token an indented `else` joins.
 bool is_if_or_else_token(const std::string& token) {
     const std::size_t w = leading_blanks(token);
-    if (w + 2 < token.size() && token.compare(w, 2, "if") == 0 && (token[w + 2] == ' ' || token[w + 2] == '('))
+    if (w + 2 < token.size() && token.compare(w, 2, "if") == 0 &&
+        (token[w + 2] == ' ' || token[w + 2] == '('))
         return true;
-    return w + 4 < token.size() && token.compare(w, 4, "else") == 0 && (token[w + 4] == ' ' || token[w + 4] == '(');
+    return w + 4 < token.size() && token.compare(w, 4, "else") == 0 &&
+           (token[w + 4] == ' ' || token[w + 4] == '(');
 }
 
 // Heads of `if`, `else` and `for` without a braced body take the text behind

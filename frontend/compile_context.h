@@ -15,9 +15,10 @@ namespace vrk {
 struct vrkblock;
 
 struct vrkcompile_context {
-    vrkblock* current_compiling_block = nullptr;  // block whose token is being compiled; null between tokens
-    uint32_t array_loop_counter = 0;            // numbers the generated names of `list:: = ...` loops
-    uint32_t iterative_loop_counter = 0;        // numbers the generated indexes of `for(x::list)` loops
+    vrkblock* current_compiling_block =
+        nullptr;                      // block whose token is being compiled; null between tokens
+    uint32_t array_loop_counter = 0;  // numbers the generated names of `list:: = ...` loops
+    uint32_t iterative_loop_counter = 0;  // numbers the generated indexes of `for(x::list)` loops
 };
 
 // The compiler's part of the process context, created on first use and never freed.

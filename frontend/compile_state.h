@@ -32,16 +32,18 @@ struct compile_state {
     // Declared return type of each function block seen so far: the cell that
     // stands for the type, and whether the function returns an array of it.
     std::map<vrkblock*, std::pair<vrkvar*, uint8_t>> return_types;
-    vrkvar* last_type = nullptr;          // type cell of the expression just compiled; null when unknown
-    vrkvar* call_context = nullptr;       // object the next dotted call applies to (a.f().g())
-    std::string last_type_name;           // native type name the last expression produced, or empty
-    std::vector<std::string> file_stack;  // files being compiled, innermost last; starts with "MEMORY"
-    int32_t line_number = 0;              // current source line
-    int32_t token_index = 0;              // index of the token under compilation
-    std::vector<std::string>* token_list = nullptr;  // the block's tokens; statements may empty later ones
-    uint8_t native_member_seen = 0;       // the member rewriting resolved a member of a native type
-    uint8_t dry_run = 0;                  // while set, emit() appends nothing
-    uint32_t token_depth = 0;             // compile_token calls under way, the outermost included
+    vrkvar* last_type = nullptr;     // type cell of the expression just compiled; null when unknown
+    vrkvar* call_context = nullptr;  // object the next dotted call applies to (a.f().g())
+    std::string last_type_name;      // native type name the last expression produced, or empty
+    std::vector<std::string>
+        file_stack;           // files being compiled, innermost last; starts with "MEMORY"
+    int32_t line_number = 0;  // current source line
+    int32_t token_index = 0;  // index of the token under compilation
+    std::vector<std::string>* token_list =
+        nullptr;                     // the block's tokens; statements may empty later ones
+    uint8_t native_member_seen = 0;  // the member rewriting resolved a member of a native type
+    uint8_t dry_run = 0;             // while set, emit() appends nothing
+    uint32_t token_depth = 0;        // compile_token calls under way, the outermost included
     // Cells of blocks discarded by a failed statement, emptied but kept until
     // the compile ends: routines further up the compile may still hold them.
     std::vector<vrkvar*> discarded;

@@ -45,7 +45,8 @@ namespace vrk {
 // declaration. `block_index`, may be null: receives the index of the child block
 // the token stands for; -2 on entry marks a class body. `lazy`: a child made
 // here from plain text is not compiled yet.
-vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* block_index, bool lazy);
+vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* block_index,
+                      bool lazy);
 
 // The usual recursive form: not in a class, not lazy.
 inline vrkvar* compile_text(vrkblock* b, const std::string& text, int32_t* block_index = nullptr) {
@@ -73,7 +74,8 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
 // Every token whose first structural character is "(": parentheses, calls and
 // the statements `if`, `else`, `while`, `for`. `s` is the position of the "(".
 vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token,
-                   std::string& raw_token, int32_t* block_index, std::string& left, std::string& right);
+                   std::string& raw_token, int32_t* block_index, std::string& left,
+                   std::string& right);
 
 // True when `head` names a control statement handled by token_statement.
 bool is_statement_head(const std::string& head);
@@ -105,8 +107,8 @@ struct function_head {
 
 // The words in front of a declared function's name: attributes and the return
 // type. `token` is the whole statement, named in the messages.
-void read_function_attributes(vrkblock* b, const std::vector<std::string>& words, function_head& head,
-                              const std::string& token);
+void read_function_attributes(vrkblock* b, const std::vector<std::string>& words,
+                              function_head& head, const std::string& token);
 
 // A function declaration `name(params) {...}` or `name(params) = {...}`:
 // `body` is the text behind the parameter list, `params` the parameter texts.
@@ -123,7 +125,8 @@ vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t cl
 vrkvar* token_block_ref(vrkblock* b, const std::string& token, int32_t* block_index);
 // The subscripts of `a[1]["x"]`, with the cell of `a` (or null) as `start`;
 // `is_target` makes the last subscript select an element for a store.
-vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& list, bool is_target);
+vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& list,
+                          bool is_target);
 
 // ---- name resolution (names.cpp) -------------------------------------------------------
 
@@ -183,7 +186,8 @@ vrkvar* layout_member_at(vrkvar* cell, int64_t position);
 // `class name = {...}` and `singleton name = {...}`: `cell` becomes the class
 // whose body is child `child` of `b`; the body is compiled and run at once.
 // Returns the class block, or null when the right side was no body.
-vrkblock* declare_class(vrkblock* b, vrkvar* cell, const std::string& name, int32_t child, bool singleton);
+vrkblock* declare_class(vrkblock* b, vrkvar* cell, const std::string& name, int32_t child,
+                        bool singleton);
 // The part of a class declaration that follows the type hint of the new
 // variable: the cell is made the class cell of `cls` again.
 void finish_class_declaration(vrkblock* b, vrkvar* cell, vrkblock* cls, const std::string& name);

@@ -13,7 +13,8 @@ namespace {
 // line table; empty when the state has no token list at that index.
 std::string current_token_text(const compile_state& state) {
     const std::vector<std::string>* tokens = state.token_list;
-    if (!tokens || state.token_index < 0 || static_cast<std::size_t>(state.token_index) >= tokens->size())
+    if (!tokens || state.token_index < 0 ||
+        static_cast<std::size_t>(state.token_index) >= tokens->size())
         return std::string();
     const std::string& token = (*tokens)[static_cast<std::size_t>(state.token_index)];
     const std::size_t first = token.find_first_not_of(' ');
@@ -45,7 +46,8 @@ void emit(vrkblock* block, Op op, int64_t arg, uint64_t ref) {
     } else {
         it->second.last = index;
     }
-    const std::string file = state->file_stack.empty() ? std::string("MEMORY") : state->file_stack.back();
+    const std::string file = state->file_stack.empty() ? std::string("MEMORY")
+                                                       : state->file_stack.back();
     if (!block->file_table) block->file_table = std::make_unique<std::vector<vrkfile_entry>>();
     auto& files = *block->file_table;
     if (files.empty() || files.back().name != file) files.push_back({index, file});

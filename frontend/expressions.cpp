@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "frontend/compiler.h"
-#include "frontend/compile.h"
-#include "frontend/emit.h"
-#include "frontend/text.h"
 #include "base/context.h"
 #include "base/log.h"
+#include "frontend/compile.h"
+#include "frontend/compiler.h"
+#include "frontend/emit.h"
 #include "frontend/syntax_error.h"
+#include "frontend/text.h"
 #include "values/pools.h"
 
 namespace vrk {
@@ -82,7 +82,8 @@ std::size_t split_point(const std::string& token) {
         if (q != npos && q > 0 && q < token.size()) {
             const char before = token[q - 1];
             const bool next_is_eq = q + 1 < token.size() && token[q + 1] == '=';
-            const bool plain = std::string("!><+-*/^").find(before) == std::string::npos && !next_is_eq;
+            const bool plain = std::string("!><+-*/^").find(before) == std::string::npos &&
+                               !next_is_eq;
             if (!plain) s = q;
         }
     }
@@ -123,12 +124,15 @@ vrkvar* comparison(vrkblock* b, const std::string& left, const std::string& righ
 }
 
 // A binary operator: the token is cut at the first operator kind found at depth 0.
-vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o, int32_t* block_index) {
+vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o,
+                        int32_t* block_index) {
     const std::string left = token.substr(0, o);
     const std::string right = o + 1 < token.size() ? token.substr(o + 1) : std::string();
     // A class on the left takes the operator as a call of its operator function.
-    const bool step = (token[o] == '+' || token[o] == '-') && !right.empty() && right[0] == token[o];
-    if (vrkvar* call = nullptr; !left.empty() && !step && class_operator(b, token[o], left, right, block_index, call))
+    const bool step = (token[o] == '+' || token[o] == '-') && !right.empty() &&
+                      right[0] == token[o];
+    if (vrkvar* call = nullptr;
+        !left.empty() && !step && class_operator(b, token[o], left, right, block_index, call))
         return call;
     switch (token[o]) {
         case '+':
@@ -162,7 +166,9 @@ vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o, in
         case '|':
         case '&': {
             const char c = token[o];
-            if (!right.empty() && right[0] == c) return comparison(b, left, right.substr(1), c == '|' ? cmp_code::OR : cmp_code::AND, block_index);
+            if (!right.empty() && right[0] == c)
+                return comparison(b, left, right.substr(1), c == '|' ? cmp_code::OR : cmp_code::AND,
+                                  block_index);
             // Like the arithmetic operators, the bit operators get a hidden result
             // variable: without it the result would land in the left operand's own
             // cell and `6 | 3` would turn the constant 6 into 7 for good.
@@ -175,7 +181,8 @@ vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o, in
 
 // A token that opens a body: `else {...}`, or a block in text or as
 // a placeholder.
-vrkvar* body_token(vrkblock* b, const std::string& token, std::string& right, int32_t* block_index, bool lazy) {
+vrkvar* body_token(vrkblock* b, const std::string& token, std::string& right, int32_t* block_index,
+                   bool lazy) {
     const std::size_t c = find_closing(right, '{', '}', 0);
     if (starts_with(token, "else")) {
         // Text behind the closing brace is ignored.
@@ -213,8 +220,8 @@ vrkvar* body_token(vrkblock* b, const std::string& token, std::string& right, in
 
 // The command form `name a b, c`: `name(a,b)` then `name(c)`. True when the
 // token had that form and has been compiled.
-bool command_form(vrkblock* b, const std::string& token, bool in_class, int32_t* block_index, bool lazy,
-                  bool negate, bool invert) {
+bool command_form(vrkblock* b, const std::string& token, bool in_class, int32_t* block_index,
+                  bool lazy, bool negate, bool invert) {
     const std::size_t blank = find_scoped(token, ' ', 0);
     if (blank == npos || blank + 1 >= token.size()) return false;
     std::string name = token.substr(0, blank);
@@ -240,12 +247,13 @@ bool command_form(vrkblock* b, const std::string& token, bool in_class, int32_t*
 
 // Formatted string `f"a{{x}}b"`: compiled as the text `"a"+(x)+"b"`. False
 // when a "}}" is missing; the token is then a constant.
-bool formatted_string(vrkblock* b, const std::string& token, const std::string& raw_token, bool in_class,
-                      int32_t* block_index, bool lazy, vrkvar*& result) {
+bool formatted_string(vrkblock* b, const std::string& token, const std::string& raw_token,
+                      bool in_class, int32_t* block_index, bool lazy, vrkvar*& result) {
     const std::size_t first = token.find('"');
     const std::size_t last = token.rfind('"');
-    std::string inner = (first != std::string::npos && last > first) ? token.substr(first + 1, last - first - 1)
-                                                                      : std::string();
+    std::string inner = (first != std::string::npos && last > first)
+                            ? token.substr(first + 1, last - first - 1)
+                            : std::string();
     std::string text = "\"";
     for (;;) {
         const std::size_t a = inner.find("{{");
@@ -285,8 +293,8 @@ uint32_t own_self_cell(vrkblock* b, const std::string& name) {
 }
 
 // Atoms: names, literals and subscripted names.
-vrkvar* atom(vrkblock* b, std::string token, const std::string& raw_token, bool in_class, int32_t* block_index,
-             bool lazy) {
+vrkvar* atom(vrkblock* b, std::string token, const std::string& raw_token, bool in_class,
+             int32_t* block_index, bool lazy) {
     compile_state& state = *b->compile_state_ptr;
     trim_leading_blanks(token);
     bool negate = false;
@@ -348,8 +356,8 @@ vrkvar* atom(vrkblock* b, std::string token, const std::string& raw_token, bool 
         uint32_t index32 = 0;
         if (self_name) {
             index32 = own_self_cell(b, token);
-        } else if (auto hit = state.constant_cache.find(token); hit != state.constant_cache.end() &&
-                                                                 hit->second < b->vars->size()) {
+        } else if (auto hit = state.constant_cache.find(token);
+                   hit != state.constant_cache.end() && hit->second < b->vars->size()) {
             index32 = hit->second;
         } else {
             index32 = append_cell(b);
@@ -368,7 +376,8 @@ vrkvar* atom(vrkblock* b, std::string token, const std::string& raw_token, bool 
         bool constant_text = false;
         if (starts_with(token, "f") && find_scoped(token, '"', 0) != npos) {
             vrkvar* result = nullptr;
-            if (formatted_string(b, token, raw_token, in_class, block_index, lazy, result)) return result;
+            if (formatted_string(b, token, raw_token, in_class, block_index, lazy, result))
+                return result;
             if (fresh) fill_literal(cell, token);
             cell->constant = 1;
             constant_text = true;
@@ -423,8 +432,11 @@ bool keyword(vrkblock* b, const std::string& token, vrkvar*& result) {
         bool block_ref;
     };
     static constexpr fixed kFixed[] = {
-        {"break", Op::BREAK, 0, true},      {"continue", Op::BREAK, 1, true}, {"true", Op::LOAD, load_code::TRUE, false},
-        {"false", Op::LOAD, load_code::FALSE, false}, {"undefined", Op::LOAD, load_code::UNDEFINED, false},
+        {"break", Op::BREAK, 0, true},
+        {"continue", Op::BREAK, 1, true},
+        {"true", Op::LOAD, load_code::TRUE, false},
+        {"false", Op::LOAD, load_code::FALSE, false},
+        {"undefined", Op::LOAD, load_code::UNDEFINED, false},
         {"none", Op::LOAD, load_code::NONE, false},
         {"None", Op::LOAD, load_code::NONE, false},
     };
@@ -488,7 +500,8 @@ bool read_decimal(const std::string& text, int32_t& out) {
     return true;
 }
 
-bool collect_subscripts(const std::string& token, std::size_t open, std::vector<std::string>& list) {
+bool collect_subscripts(const std::string& token, std::size_t open,
+                        std::vector<std::string>& list) {
     std::size_t pos = open;
     while (pos != npos && pos < token.size()) {
         const std::size_t close = find_scoped(token, ']', pos + 1);
@@ -499,7 +512,8 @@ bool collect_subscripts(const std::string& token, std::size_t open, std::vector<
     return true;
 }
 
-vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* block_index, bool lazy) {
+vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* block_index,
+                      bool lazy) {
     if (!b->compile_state_ptr) {
         log().error("token compiled outside of a compile: %s", token.c_str());
         return nullptr;
@@ -575,7 +589,8 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
     // Binary operators. They are looked for whether or not a split point
     // exists; only a "=" in a token without "&&" and "||" binds looser.
     if (!only_digits_dots_blanks(token) && find_operator(token, 0) != npos) {
-        const bool assignment_first = s != npos && token[s] == '=' && token.find("&&") == std::string::npos &&
+        const bool assignment_first = s != npos && token[s] == '=' &&
+                                      token.find("&&") == std::string::npos &&
                                       token.find("||") == std::string::npos;
         if (!assignment_first) {
             std::size_t o = find_operator(token, 0);
@@ -591,7 +606,8 @@ vrkvar* compile_token(vrkblock* b, std::string token, bool in_class, int32_t* bl
         if (s + 1 < token.size()) {
             const char before = token[s - 1];
             const bool next_is_eq = token[s + 1] == '=';
-            if (std::string("+-*/><^").find(before) == std::string::npos && before != '!' && !next_is_eq)
+            if (std::string("+-*/><^").find(before) == std::string::npos && before != '!' &&
+                !next_is_eq)
                 return token_assign(b, token, raw_token, block_index, left, right);
             return token_compound(b, s, token, raw_token, block_index, left, right);
         }
@@ -651,10 +667,22 @@ vrkvar* token_compound(vrkblock* b, std::size_t s, std::string& token, std::stri
     Op tmp = Op::ADD_TMP;
     Op op = Op::ADD;
     switch (before) {
-        case '-': tmp = Op::SUB_TMP; op = Op::SUB; break;
-        case '*': tmp = Op::MULT_TMP; op = Op::MULT; break;
-        case '/': tmp = Op::DIV_TMP; op = Op::DIV; break;
-        case '^': tmp = Op::EXP_TMP; op = Op::EXP; break;
+        case '-':
+            tmp = Op::SUB_TMP;
+            op = Op::SUB;
+            break;
+        case '*':
+            tmp = Op::MULT_TMP;
+            op = Op::MULT;
+            break;
+        case '/':
+            tmp = Op::DIV_TMP;
+            op = Op::DIV;
+            break;
+        case '^':
+            tmp = Op::EXP_TMP;
+            op = Op::EXP;
+            break;
         default: break;
     }
     if (!state.native_member_seen) {

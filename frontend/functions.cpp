@@ -27,12 +27,12 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "frontend/compiler.h"
 #include "frontend/emit.h"
+#include "frontend/syntax_error.h"
 #include "frontend/text.h"
 #include "host/engine.h"
-#include "base/log.h"
-#include "frontend/syntax_error.h"
 #include "values/pools.h"
 #include "vm/copies.h"
 
@@ -62,9 +62,9 @@ bool cut_array_mark(std::string& word) {
 // The type words of a parameter list. "[]", "auto" and a fixed type stay in
 // force for every later parameter of the same list.
 struct parameter_kind {
-    bool array_of = false;   // the parameters hold arrays of their type
-    bool scoped = false;     // the parameters are released at the end of each run
-    Tag fixed = Tag::VOID;   // INT, FLOAT or STRING: assignment converts; VOID: none
+    bool array_of = false;  // the parameters hold arrays of their type
+    bool scoped = false;    // the parameters are released at the end of each run
+    Tag fixed = Tag::VOID;  // INT, FLOAT or STRING: assignment converts; VOID: none
 };
 
 // The compile-time type a parameter's cell takes from its type word.
@@ -212,8 +212,8 @@ void store_function(vrkblock* b, const function_head& head) {
 
 }  // namespace
 
-void read_function_attributes(vrkblock* b, const std::vector<std::string>& words, function_head& head,
-                              const std::string& token) {
+void read_function_attributes(vrkblock* b, const std::vector<std::string>& words,
+                              function_head& head, const std::string& token) {
     for (std::string word : words) {
         strip_blanks(word);
         if (word.empty()) continue;
@@ -262,7 +262,8 @@ vrkvar* token_function_declaration(vrkblock* b, function_head& head, std::string
         return nullptr;
     }
     vrkblock* fn = (*b->children)[static_cast<std::size_t>(child)];
-    if (head.has_return_type && head.return_type) state.return_types[fn] = {head.return_type, head.returns_array};
+    if (head.has_return_type && head.return_type)
+        state.return_types[fn] = {head.return_type, head.returns_array};
 
     vrkvar* target = head.target;
     if (target) {
@@ -288,7 +289,8 @@ vrkvar* token_function_declaration(vrkblock* b, function_head& head, std::string
 
     if (!all_blanks(head.captures)) {
         fn->kind |= kind::LAMBDA;
-        for (const std::string& name : split_scoped(head.captures, ',')) declare_capture(b, fn, name);
+        for (const std::string& name : split_scoped(head.captures, ','))
+            declare_capture(b, fn, name);
     }
 
     store_function(b, head);

@@ -14,11 +14,11 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "frontend/compiler.h"
 #include "frontend/emit.h"
-#include "frontend/text.h"
-#include "base/log.h"
 #include "frontend/syntax_error.h"
+#include "frontend/text.h"
 
 namespace vrk {
 
@@ -35,9 +35,13 @@ bool holds_non_space(const std::string& text) {
     return text.find_first_not_of(" \t\n\r") != std::string::npos;
 }
 
-bool has_non_digit(const std::string& text) { return text.find_first_not_of("0123456789") != std::string::npos; }
+bool has_non_digit(const std::string& text) {
+    return text.find_first_not_of("0123456789") != std::string::npos;
+}
 
-bool is_quoted(const std::string& text) { return !text.empty() && (text[0] == '"' || text[0] == '\''); }
+bool is_quoted(const std::string& text) {
+    return !text.empty() && (text[0] == '"' || text[0] == '\'');
+}
 
 void remove_double_quotes(std::string& text) {
     std::string out;
@@ -48,11 +52,13 @@ void remove_double_quotes(std::string& text) {
 
 // One keyed element `key=value` of a list literal, as the store statement
 // that makes it. `::k` (and the old `$k`) key by the value of variable `k`.
-std::string keyed_store(vrkblock* b, const std::string& name, std::string key, const std::string& value) {
+std::string keyed_store(vrkblock* b, const std::string& name, std::string key,
+                        const std::string& value) {
     std::string target;
     if (starts_with(key, "$")) {
         syntaxWarning(b);
-        log().warn("please use '::' instead of '$' to reference to local variables as keys. will be deprecated.");
+        log().warn(
+            "please use '::' instead of '$' to reference to local variables as keys. will be deprecated.");
         target = name + "[" + key.substr(1) + "]";
     } else if (starts_with(key, "::")) {
         target = name + "[" + key.substr(2) + "]";
@@ -101,8 +107,9 @@ vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t cl
                     continue;
                 }
                 if (colon) {
-                    log().warn("please refactor your code to use '=' instead of ':' in lists, it will be obsolete in "
-                               "the future.");
+                    log().warn(
+                        "please refactor your code to use '=' instead of ':' in lists, it will be obsolete in "
+                        "the future.");
                     log().warn("%s", token.c_str());
                 }
                 std::string value = piece.substr(e + 1);
@@ -125,7 +132,9 @@ vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t cl
 
 vrkvar* token_block_ref(vrkblock* b, const std::string& token, int32_t* block_index) {
     int32_t number = 0;
-    if (!read_decimal(token.size() > kBlockWordLength ? token.substr(kBlockWordLength) : std::string(), number)) {
+    if (!read_decimal(
+            token.size() > kBlockWordLength ? token.substr(kBlockWordLength) : std::string(),
+            number)) {
         syntaxError("internal error", b);
         log().log("compile error stoi! %s", token.c_str());
         return nullptr;
@@ -155,7 +164,8 @@ vrkvar* token_block_ref(vrkblock* b, const std::string& token, int32_t* block_in
     return (*b->vars)[entry->second];
 }
 
-vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& list, bool is_target) {
+vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& list,
+                          bool is_target) {
     compile_state& state = *b->compile_state_ptr;
     if (!start) start = state.call_context;
     vrkvar* c = start;
@@ -203,7 +213,8 @@ vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& 
                     log().error("cannot find member %s in class!", s.c_str());
                 } else {
                     int32_t number = -1;
-                    if (read_decimal(s, number) && number >= 0 && static_cast<std::size_t>(number) < cls->vars->size()) {
+                    if (read_decimal(s, number) && number >= 0 &&
+                        static_cast<std::size_t>(number) < cls->vars->size()) {
                         c = (*cls->vars)[static_cast<std::size_t>(number)];
                         emit(b, Op::CLASS_ACCESS, number, 0);
                         state.last_type = c;
@@ -235,7 +246,8 @@ vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& 
                     }
                 }
             } else if (c->flags & (flag::VALUE_HINT | kNativeValueFlag)) {
-                std::string type = c->type == Tag::STRING && c->value.str ? *c->value.str : state.last_type_name;
+                std::string type = c->type == Tag::STRING && c->value.str ? *c->value.str
+                                                                          : state.last_type_name;
                 std::string key = s;
                 if (is_quoted(key) && key.size() >= 2) key = key.substr(1, key.size() - 2);
                 native_member hit;

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "frontend/compiler.h"
+#include "frontend/syntax_error.h"
 #include "frontend/text.h"
 #include "host/engine.h"
-#include "base/log.h"
-#include "frontend/syntax_error.h"
 
 namespace vrk {
 
@@ -91,7 +91,8 @@ int64_t struct_body_position(vrkblock* body, const std::string& name, vrkvar*& m
     int64_t count = 0;
     for (int64_t i = 0; i < m; ++i) {
         const vrkvar* v = (*body->vars)[static_cast<std::size_t>(i)];
-        if (!v || (v->flags & flag::STRUCT_VAR) || (v->attrs & attr::NO_DESTRUCTOR) || v->constant) continue;
+        if (!v || (v->flags & flag::STRUCT_VAR) || (v->attrs & attr::NO_DESTRUCTOR) || v->constant)
+            continue;
         if (body->var_name_at(static_cast<uint32_t>(i)).empty()) continue;
         ++count;
     }
@@ -334,9 +335,11 @@ vrkvar* rewrite_member_path(vrkblock* b, std::string& token) {
                 strip_blanks(previous);
                 syntaxError("class error", b);
                 if (is_class)
-                    log().error("error, variable %s does not have class member %s!", previous.c_str(), p.c_str());
+                    log().error("error, variable %s does not have class member %s!",
+                                previous.c_str(), p.c_str());
                 else
-                    log().error("error, variable %s is not a class (%s)!", previous.c_str(), p.c_str());
+                    log().error("error, variable %s is not a class (%s)!", previous.c_str(),
+                                p.c_str());
             }
         } else if (!plain_key && c && (c->type == Tag::JSON || (c->flags & flag::CLASS_HINT))) {
             std::string key = p;

@@ -3,16 +3,16 @@
 #include "frontend/parser.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 
+#include "base/log.h"
 #include "frontend/compile.h"
 #include "frontend/preprocess.h"
 #include "frontend/text.h"
 #include "host/engine.h"
-#include "base/log.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "vm/block.h"
@@ -64,7 +64,8 @@ std::string literal_body(const std::string& span) {
         if (literal.front() == '\n') {
             literal.clear();
         } else {
-            while (!literal.empty() && (literal.back() == '\n' || literal.front() == ' ')) literal.pop_back();
+            while (!literal.empty() && (literal.back() == '\n' || literal.front() == ' '))
+                literal.pop_back();
         }
     }
 
@@ -111,7 +112,8 @@ void rewrite_multiline_literals(std::string& text) {
         if (start == std::string::npos) return;
         const std::size_t close = text.find("'''", start + 3);
         if (close == std::string::npos) return;
-        const std::string expression = "f\"" + literal_body(text.substr(start, close - start)) + "\"";
+        const std::string expression = "f\"" + literal_body(text.substr(start, close - start)) +
+                                       "\"";
         text.replace(start, close + 3 - start, expression);
         from = start + expression.size();
     }
@@ -159,7 +161,8 @@ void infer_braces(std::string& text) {
                 std::size_t word_end = q + std::strlen(keyword);
                 if (!is_else) {
                     while (word_end < text.size() &&
-                           (std::isalnum(static_cast<unsigned char>(text[word_end])) || text[word_end] == '_'))
+                           (std::isalnum(static_cast<unsigned char>(text[word_end])) ||
+                            text[word_end] == '_'))
                         ++word_end;
                 }
                 const std::size_t open = next_significant(text, word_end, '(');
@@ -211,7 +214,8 @@ std::vector<std::string> split_script_arguments(const std::string& arguments) {
 
 // ---- the parser ----------------------------------------------------------------------
 
-vrkparser::vrkparser(vrkscript* eng, std::string name, bool is_file, bool compile_now) : engine(eng) {
+vrkparser::vrkparser(vrkscript* eng, std::string name, bool is_file, bool compile_now)
+    : engine(eng) {
     install_source_splitter();
     from_file = 1;
     if (engine) search_folder = engine->scriptSearchPath;
@@ -297,8 +301,8 @@ bool vrkparser::parse(std::string source, bool reset) {
             }
             if (has_prefix(line, "##LN=")) {
                 // 64-bit on every platform, so a huge number wraps the same way.
-                counters.back() =
-                    static_cast<uint32_t>(std::strtoll(line.c_str() + 5, nullptr, 10));
+                counters.back() = static_cast<uint32_t>(
+                    std::strtoll(line.c_str() + 5, nullptr, 10));
                 continue;
             }
             preprocess_line(line, source_folder, search_folder, this, counters.back(), nullptr);

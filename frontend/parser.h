@@ -29,17 +29,17 @@ struct vrkparser {
     // installs the block tree; `reset` discards the old tree first.
     bool parse(std::string source, bool reset);
 
-    vrkscript* engine = nullptr;             // owning engine
-    std::string source_filename;             // main file path, or the source text given
-    std::string source_folder;               // folder of the main file with its last "/"
-    std::string script_arguments;            // text behind a quoted file name
-    uint8_t from_file = 1;                   // built from a file (1) or from text (0)
-    vrkblock* root_block = nullptr;          // top of the tree, owned
-    std::vector<std::string> included_files; // full paths already included
-    std::string search_folder;               // prefix for relative names
-    uint8_t parse_ok = 0;                    // parse (and a requested compile) succeeded
-    uint8_t disposable = 0;                  // removed instead of re-parsed at recompile
-    uint8_t compiled = 0;                    // set after a successful recompile
+    vrkscript* engine = nullptr;              // owning engine
+    std::string source_filename;              // main file path, or the source text given
+    std::string source_folder;                // folder of the main file with its last "/"
+    std::string script_arguments;             // text behind a quoted file name
+    uint8_t from_file = 1;                    // built from a file (1) or from text (0)
+    vrkblock* root_block = nullptr;           // top of the tree, owned
+    std::vector<std::string> included_files;  // full paths already included
+    std::string search_folder;                // prefix for relative names
+    uint8_t parse_ok = 0;                     // parse (and a requested compile) succeeded
+    uint8_t disposable = 0;                   // removed instead of re-parsed at recompile
+    uint8_t compiled = 0;                     // set after a successful recompile
 };
 
 // How deep blocks may nest in a source text. No real program comes near it; a

@@ -8,10 +8,10 @@
 #include <system_error>
 #include <vector>
 
-#include "frontend/parser.h"
-#include "frontend/text.h"
 #include "base/context.h"
 #include "base/log.h"
+#include "frontend/parser.h"
+#include "frontend/text.h"
 #include "platform/file_access.h"
 #include "platform/files.h"
 #include "platform/system.h"
@@ -43,11 +43,11 @@ const char* name_or_null(const std::string* file_name) {
     return file_name ? file_name->c_str() : "(null)";
 }
 
-bool starts_with(const std::string& text, const char* prefix) {
-    return text.rfind(prefix, 0) == 0;
-}
+bool starts_with(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
-void backslashes_to_slashes(std::string& path) { std::replace(path.begin(), path.end(), '\\', '/'); }
+void backslashes_to_slashes(std::string& path) {
+    std::replace(path.begin(), path.end(), '\\', '/');
+}
 
 // "//" outside a string starts a comment. Strings are told apart by counting
 // double quotes alone, with no escape rule. Once a comment is seen the line is
@@ -69,7 +69,8 @@ void cut_comment(std::string& line) {
 }
 
 bool is_marker_line(const std::string& line) {
-    return starts_with(line, "##PUSHN") || starts_with(line, "##POPN") || starts_with(line, "##LN=");
+    return starts_with(line, "##PUSHN") || starts_with(line, "##POPN") ||
+           starts_with(line, "##LN=");
 }
 
 // Carriage returns become blanks, tabs four blanks each.
@@ -148,7 +149,8 @@ std::string include_folder(const std::string& name, const std::string& folder,
         if (entry.is_directory) continue;
         if (entry.name.find('*') != std::string::npos) {
             // Such a name would be taken for a pattern again and again.
-            log().warn("include skips %s%s: '*' in a file name", prefix.c_str(), entry.name.c_str());
+            log().warn("include skips %s%s: '*' in a file name", prefix.c_str(),
+                       entry.name.c_str());
             continue;
         }
         std::string include = std::string(kIncludeWord) + " \"" + prefix + entry.name + "\"";
@@ -213,8 +215,8 @@ void preprocess_line_at(std::string& line, std::string folder, const std::string
     if (word != npos) {
         const std::string request = line.substr(word + kIncludeWordLength);
         if (request.empty()) {
-            log().error("syntax error for include on line %i, file %s", static_cast<int>(line_number),
-                        name_or_null(file_name));
+            log().error("syntax error for include on line %i, file %s",
+                        static_cast<int>(line_number), name_or_null(file_name));
             line.clear();
             return;
         }
@@ -231,7 +233,8 @@ std::string load_file_at(std::string& name, const std::string& base_folder, vrkp
     if (name.find(".vr") == std::string::npos) name += ".vrs";
     std::string path = name;
     if (!file_opens(name)) {
-        const bool stands = starts_with(name, base_folder.c_str()) || (name.size() >= 2 && name[1] == ':');
+        const bool stands = starts_with(name, base_folder.c_str()) ||
+                            (name.size() >= 2 && name[1] == ':');
         if (!stands) path = base_folder + name;
     }
 

@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "frontend/parser.h"
-#include "frontend/compile_context.h"
-#include "frontend/text.h"
 #include "base/context.h"
 #include "base/log.h"
+#include "frontend/compile_context.h"
+#include "frontend/parser.h"
 #include "frontend/syntax_error.h"
+#include "frontend/text.h"
 #include "values/pools.h"
 #include "vm/block.h"
 
@@ -62,7 +62,9 @@ std::string& own_string(std::string*& slot, uint8_t& shared) {
 // How many blocks enclose `block`.
 int depth_of(const vrkblock* block) {
     int depth = 0;
-    for (const vrkblock* p = block->parent; p && p != block && depth <= kMaxBlockDepth; p = p->parent) ++depth;
+    for (const vrkblock* p = block->parent; p && p != block && depth <= kMaxBlockDepth;
+         p = p->parent)
+        ++depth;
     return depth;
 }
 

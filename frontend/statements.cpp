@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "frontend/compiler.h"
-#include "frontend/compile_context.h"
-#include "frontend/emit.h"
-#include "frontend/text.h"
 #include "base/context.h"
 #include "base/log.h"
+#include "frontend/compile_context.h"
+#include "frontend/compiler.h"
+#include "frontend/emit.h"
 #include "frontend/syntax_error.h"
+#include "frontend/text.h"
 #include "values/pools.h"
 
 namespace vrk {
@@ -83,7 +83,8 @@ void compile_chain(vrkblock* b, const std::string& condition, const std::string&
     }
     const std::size_t end = b->code.size();
     for (const std::size_t r : ends) {
-        if (r >= 1) patch(b, r - 1, non_negative(static_cast<int64_t>(end) - static_cast<int64_t>(r)));
+        if (r >= 1)
+            patch(b, r - 1, non_negative(static_cast<int64_t>(end) - static_cast<int64_t>(r)));
     }
 }
 
@@ -97,7 +98,8 @@ void conditional_body(vrkblock* b, const std::string& condition, const std::stri
     emit(b, Op::RUN_CHILD, index, ref_of(b));
     emit(b, Op::JMP, 0, ref_of(b));
     if (f >= 1)
-        patch(b, f - 1, non_negative(static_cast<int64_t>(b->code.size()) - static_cast<int64_t>(f) - 1));
+        patch(b, f - 1,
+              non_negative(static_cast<int64_t>(b->code.size()) - static_cast<int64_t>(f) - 1));
 }
 
 vrkvar* statement_if(vrkblock* b, const std::string& condition, std::string body) {
@@ -123,7 +125,8 @@ bool loop_body(vrkblock* b, const std::string& body, int32_t& index) {
     const std::size_t before = b->code.size();
     compile_text(b, body, &index);
     if (b->code.size() > before) {
-        std::vector<vrkinstr> added(b->code.begin() + static_cast<std::ptrdiff_t>(before), b->code.end());
+        std::vector<vrkinstr> added(b->code.begin() + static_cast<std::ptrdiff_t>(before),
+                                    b->code.end());
         free_code_operands(added);
         b->code.resize(before);
     }
@@ -183,14 +186,14 @@ bool collection_loop(vrkblock* b, bool in_class, int32_t* block_index, const std
         prepend_text(child->full_source, child->source_shared, fetch);
         prepend_text(child->code_text, child->text_shared, fetch);
     }
-    const std::string counted =
-        "for(" + iter + "=0;" + iter + "<" + coll + ":count();" + iter + "++)" + body;
+    const std::string counted = "for(" + iter + "=0;" + iter + "<" + coll + ":count();" + iter +
+                                "++)" + body;
     result = compile_token(b, counted, in_class, block_index, false);
     return true;
 }
 
-vrkvar* statement_loop(vrkblock* b, bool is_for, bool in_class, int32_t* block_index, std::string condition,
-                       std::string body) {
+vrkvar* statement_loop(vrkblock* b, bool is_for, bool in_class, int32_t* block_index,
+                       std::string condition, std::string body) {
     trim_blanks(condition);
     trim_blanks(body);
 
@@ -202,7 +205,9 @@ vrkvar* statement_loop(vrkblock* b, bool is_for, bool in_class, int32_t* block_i
     if (first == npos || first >= condition.size()) {
         test = condition;
     } else {
-        const std::size_t second = first + 1 <= condition.size() ? find_scoped(condition, ';', first + 1) : npos;
+        const std::size_t second = first + 1 <= condition.size()
+                                       ? find_scoped(condition, ';', first + 1)
+                                       : npos;
         if (second == npos || second >= condition.size()) {
             test = condition.substr(first + 1);
             if (is_for) {
@@ -234,7 +239,8 @@ vrkvar* statement_loop(vrkblock* b, bool is_for, bool in_class, int32_t* block_i
     emit(b, Op::RUN_CHILD, index, ref_of(b));
 
     compile_text(b, step);
-    emit(b, Op::JMP, static_cast<int64_t>(top) - static_cast<int64_t>(b->code.size()) - 1, ref_of(b));
+    emit(b, Op::JMP, static_cast<int64_t>(top) - static_cast<int64_t>(b->code.size()) - 1,
+         ref_of(b));
     patch(b, t, static_cast<int64_t>(b->code.size()) - 1 - static_cast<int64_t>(t));
     emit(b, Op::NOP, 0, ref_of(b));
     return nullptr;

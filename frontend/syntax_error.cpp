@@ -19,14 +19,18 @@ void report(const char* message, vrkblock* block, bool warning) {
     const compile_state& state = *block->compile_state_ptr;
     const char* file = state.file_stack.empty() ? "MEMORY" : state.file_stack.back().c_str();
     if (warning)
-        log().warn("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file, state.line_number);
+        log().warn("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file,
+                   state.line_number);
     else
-        log().error("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file, state.line_number);
+        log().error("\n\nSyntax error: %s\nIn file: %s\nLine Number: %i\n", message, file,
+                    state.line_number);
 }
 
 }  // namespace
 
-void syntaxError(const char* message, vrkblock* block) { report(message ? message : "", block, false); }
+void syntaxError(const char* message, vrkblock* block) {
+    report(message ? message : "", block, false);
+}
 
 void syntaxWarning(vrkblock* block) { report("deprecated", block, true); }
 

@@ -65,7 +65,8 @@ bool start_past_end(const std::string& text, std::size_t from, const char* what)
 namespace {
 
 // The walk of `find_scoped`. Reports show the text from `shown` on.
-std::size_t scoped_walk(const std::string& text, char ch, std::size_t from, bool last, std::size_t shown) {
+std::size_t scoped_walk(const std::string& text, char ch, std::size_t from, bool last,
+                        std::size_t shown) {
     const std::size_t n = text.size();
     quote_state quotes;
     depth_state depth;
@@ -134,7 +135,8 @@ std::size_t find_scoped_text(const std::string& text, const std::string& needle,
             }
             return npos;
         }
-        if (depth.level() && !quotes.open() && i < n && text.compare(i, needle.size(), needle) == 0) {
+        if (depth.level() && !quotes.open() && i < n &&
+            text.compare(i, needle.size(), needle) == 0) {
             if (!last) return i;
             found = i;
         }

@@ -28,8 +28,8 @@ std::size_t find_scoped(const std::string& text, char ch, std::size_t from = 0, 
 // Lets a caller walk a long text without copying what is left of it.
 std::size_t find_scoped_tail(const std::string& text, char ch, std::size_t from);
 // The same for a whole word.
-std::size_t find_scoped_text(const std::string& text, const std::string& needle, std::size_t from = 0,
-                             bool last = false);
+std::size_t find_scoped_text(const std::string& text, const std::string& needle,
+                             std::size_t from = 0, bool last = false);
 // Position of the `close` that balances an `open` assumed to stand before `from`.
 std::size_t find_closing(const std::string& text, char open, char close, std::size_t from);
 // Pieces between the depth-0 hits of `ch`; one empty piece gives an empty list.

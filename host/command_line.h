@@ -61,18 +61,19 @@ struct OptionSpec {
 };
 
 inline constexpr std::array<OptionSpec, 12> kOptions{{
-    {Option::runscript, "rs", "runscript", OptionKind::value},        // script of a one-shot run
-    {Option::script, "s", "script", OptionKind::value},               // script of a normal run
-    {Option::scriptarg, "sa", "scriptarg", OptionKind::value},        // text for `scriptarg` (one-shot)
-    {Option::compile, "cc", "compile", OptionKind::value},            // source to compile to .vre
-    {Option::compiled_run, "crun", "compiled_run", OptionKind::value},// compiled program to run
-    {Option::working_dir, "wd", "working_dir", OptionKind::value},    // replaces the script's directory
-    {Option::deptest, "dt", "deptest", OptionKind::flag},             // create the engine and leave
-    {Option::help, "h", "help", OptionKind::flag},                    // print the usage and leave
-    {Option::version, "v", "version", OptionKind::flag},              // print the version and leave
-    {Option::debug, "dbg", "debug", OptionKind::flag},                // keep line tables for traces
-    {Option::quiet, "q", "quiet", OptionKind::flag},                  // no banner, bare print output
-    {Option::repl, "i", "repl", OptionKind::flag},                    // interactive prompt
+    {Option::runscript, "rs", "runscript", OptionKind::value},  // script of a one-shot run
+    {Option::script, "s", "script", OptionKind::value},         // script of a normal run
+    {Option::scriptarg, "sa", "scriptarg", OptionKind::value},  // text for `scriptarg` (one-shot)
+    {Option::compile, "cc", "compile", OptionKind::value},      // source to compile to .vre
+    {Option::compiled_run, "crun", "compiled_run", OptionKind::value},  // compiled program to run
+    {Option::working_dir, "wd", "working_dir",
+     OptionKind::value},                                   // replaces the script's directory
+    {Option::deptest, "dt", "deptest", OptionKind::flag},  // create the engine and leave
+    {Option::help, "h", "help", OptionKind::flag},         // print the usage and leave
+    {Option::version, "v", "version", OptionKind::flag},   // print the version and leave
+    {Option::debug, "dbg", "debug", OptionKind::flag},     // keep line tables for traces
+    {Option::quiet, "q", "quiet", OptionKind::flag},       // no banner, bare print output
+    {Option::repl, "i", "repl", OptionKind::flag},         // interactive prompt
 }};
 
 // The table row of an option.

@@ -5,12 +5,12 @@
 
 #include <algorithm>
 
-#include "builtins/registry.h"
-#include "frontend/compile.h"
-#include "frontend/parser.h"
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "builtins/registry.h"
+#include "frontend/compile.h"
+#include "frontend/parser.h"
 #include "host/host_state.h"
 #include "host/workers.h"
 #include "objects/type_registry.h"
@@ -39,24 +39,28 @@ void link_add_sleeper(vrkscript* engine, vrkblock* t) {
     // or a block that died earlier may have left its address on the list.
     auto& removed = engine->removedSleepers;
     removed.erase(std::remove(removed.begin(), removed.end(), t), removed.end());
-    const bool known =
-        std::any_of(engine->sleepingBlocks.begin(), engine->sleepingBlocks.end(),
-                    [t](const vrkblock_handle& h) { return h.refers_to(t); }) ||
-        std::find(engine->newSleepers.begin(), engine->newSleepers.end(), t) !=
-            engine->newSleepers.end();
+    const bool known = std::any_of(engine->sleepingBlocks.begin(), engine->sleepingBlocks.end(),
+                                   [t](const vrkblock_handle& h) { return h.refers_to(t); }) ||
+                       std::find(engine->newSleepers.begin(), engine->newSleepers.end(), t) !=
+                           engine->newSleepers.end();
     if (!known) engine->newSleepers.push_back(t);
 }
 
-void link_block_finished(vrkscript* engine, vrkblock* block) { engine->finishedBlocks.push_back(block); }
+void link_block_finished(vrkscript* engine, vrkblock* block) {
+    engine->finishedBlocks.push_back(block);
+}
 
-std::map<std::string, vrkblock*>* link_extern_blocks(vrkscript* engine) { return &engine->extern_blocks; }
+std::map<std::string, vrkblock*>* link_extern_blocks(vrkscript* engine) {
+    return &engine->extern_blocks;
+}
 
 }  // namespace
 
 vrkscript::vrkscript() {
     vrkcontext& ctx = context();
     ctx.main_thread = current_thread_id();
-    set_engine_link({&link_block_destroyed, &link_add_sleeper, &link_block_finished, &link_extern_blocks});
+    set_engine_link(
+        {&link_block_destroyed, &link_add_sleeper, &link_block_finished, &link_extern_blocks});
     install_block_image();
     workingDirectory = ctx.executableDirectory;
     if (!host_state().firstEngine) host_state().firstEngine = this;
@@ -125,8 +129,8 @@ vrkvar* vrkscript::registerFunction(const char* name, vrkbuiltin_fn function, in
     block->code_text = string_new();  // a native block's text is its name
     *block->code_text = name;
     auto* record = new vrknative{std::move(function), userValue, deref_args};
-    block->code.push_back(vrkinstr{static_cast<uint8_t>(Op::EXTERNAL),
-                                   reinterpret_cast<uint64_t>(record), -1});
+    block->code.push_back(
+        vrkinstr{static_cast<uint8_t>(Op::EXTERNAL), reinterpret_cast<uint64_t>(record), -1});
     block->param_count = static_cast<int16_t>(parameterCount);
     block->plain_args = plain_args ? 1 : 0;
     block->native = 1;

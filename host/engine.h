@@ -46,8 +46,8 @@ struct vrkparser;
 
 // A parser taken out of `parsers` whose blocks still run.
 struct vrkretired_parser {
-    std::unique_ptr<vrkparser> parser;       // the parser, destroyed with the record
-    std::vector<vrkblock*> active_blocks;    // its blocks still active when it was retired
+    std::unique_ptr<vrkparser> parser;     // the parser, destroyed with the record
+    std::vector<vrkblock*> active_blocks;  // its blocks still active when it was retired
 };
 
 class vrkscript {
@@ -103,42 +103,43 @@ public:
     // Takes a block out of every engine list (called by the block's destructor).
     void forget_block(vrkblock* b);
 
-    vrkblock* firstBlock = nullptr;             // registered functions: cells, names, native blocks
-    std::string moduleText;                     // kept for native modules
-    uint8_t moduleFlag = 1;                     // kept for native modules
-    std::string workingDirectory;               // copy of the directory in force
+    vrkblock* firstBlock = nullptr;  // registered functions: cells, names, native blocks
+    std::string moduleText;          // kept for native modules
+    uint8_t moduleFlag = 1;          // kept for native modules
+    std::string workingDirectory;    // copy of the directory in force
     std::vector<std::unique_ptr<vrkparser>> parsers;  // loaded scripts, in load order
-    std::vector<vrkblock_handle> sleepingBlocks;  // blocks waiting for a time or a wake
-    std::vector<vrkblock*> newSleepers;         // suspended since the last frame
-    std::vector<vrkblock*> finishedBlocks;      // detached blocks to delete at frame end
-    std::vector<vrkblock*> removedSleepers;     // blocks to drop from sleepingBlocks
-    std::vector<vrkparser*> parsersToRemove;    // scripts to stop at the next frame
-    std::vector<std::unique_ptr<vrkthread_record>> pendingThreads;  // worker threads not yet started
-    std::vector<std::unique_ptr<vrkthread_record>> activeThreads;   // running or finished workers
-    std::vector<std::unique_ptr<vrkobject>> deletedObjects;  // deleted at frame end
-    std::vector<std::unique_ptr<vrkschedule>> schedules;     // periodic callbacks
-    std::vector<vrkblock*> frame_blocks;        // run once per frame (onFrame)
-    std::vector<vrkobject_handle> objectsBeforeFrame;  // receive onFrameBegin
-    std::vector<vrkobject_handle> objectsAfterFrame;   // receive onFrameEnd
-    std::map<std::string, vrkblock*> extern_blocks;    // blocks declared extern, by name
-    std::map<const char*, const char*> descriptions;   // help text by name pointer
+    std::vector<vrkblock_handle> sleepingBlocks;      // blocks waiting for a time or a wake
+    std::vector<vrkblock*> newSleepers;               // suspended since the last frame
+    std::vector<vrkblock*> finishedBlocks;            // detached blocks to delete at frame end
+    std::vector<vrkblock*> removedSleepers;           // blocks to drop from sleepingBlocks
+    std::vector<vrkparser*> parsersToRemove;          // scripts to stop at the next frame
+    std::vector<std::unique_ptr<vrkthread_record>>
+        pendingThreads;                                            // worker threads not yet started
+    std::vector<std::unique_ptr<vrkthread_record>> activeThreads;  // running or finished workers
+    std::vector<std::unique_ptr<vrkobject>> deletedObjects;        // deleted at frame end
+    std::vector<std::unique_ptr<vrkschedule>> schedules;           // periodic callbacks
+    std::vector<vrkblock*> frame_blocks;                           // run once per frame (onFrame)
+    std::vector<vrkobject_handle> objectsBeforeFrame;              // receive onFrameBegin
+    std::vector<vrkobject_handle> objectsAfterFrame;               // receive onFrameEnd
+    std::map<std::string, vrkblock*> extern_blocks;            // blocks declared extern, by name
+    std::map<const char*, const char*> descriptions;           // help text by name pointer
     std::map<vrkblock*, std::function<void()>> rootCallbacks;  // tied to a script's root block
-    vrkblock* globalBlock = nullptr;            // the scripts' global variables
-    std::map<vrkvar*, std::string> namedCells;  // named global cells
-    std::atomic<uint8_t> inHousekeeping{0};     // 1 while frame releases threads and schedules
-    uint8_t sleepersChanged = 0;                // set by a block's destructor: stop the sleeper walk
-    uint64_t nextScheduleId = 0;                // counter of schedule ids
-    uint32_t activeThreadCount = 0;             // size of activeThreads, kept by hand
-    uint32_t nextScheduleIndex = 0;             // round-robin position in schedules
-    vrkparser* promptParser = nullptr;          // parser that executes typed lines
-    std::deque<std::string> promptLines;        // lines waiting for promptParser
+    vrkblock* globalBlock = nullptr;                           // the scripts' global variables
+    std::map<vrkvar*, std::string> namedCells;                 // named global cells
+    std::atomic<uint8_t> inHousekeeping{0};  // 1 while frame releases threads and schedules
+    uint8_t sleepersChanged = 0;             // set by a block's destructor: stop the sleeper walk
+    uint64_t nextScheduleId = 0;             // counter of schedule ids
+    uint32_t activeThreadCount = 0;          // size of activeThreads, kept by hand
+    uint32_t nextScheduleIndex = 0;          // round-robin position in schedules
+    vrkparser* promptParser = nullptr;       // parser that executes typed lines
+    std::deque<std::string> promptLines;     // lines waiting for promptParser
     std::map<uint64_t, std::vector<std::function<void()>>> reloadCallbacks;  // before a script goes
-    std::string scriptSearchPath;               // prefix for relative script names
-    std::string unusedText;                     // unused by the host
-    std::vector<vrkretired_parser> retiredParsers;  // parsers whose blocks still run
+    std::string scriptSearchPath;                             // prefix for relative script names
+    std::string unusedText;                                   // unused by the host
+    std::vector<vrkretired_parser> retiredParsers;            // parsers whose blocks still run
     std::vector<std::function<void()>> afterRetireCallbacks;  // when retiredParsers runs empty
-    std::function<void()> mainThreadHandler;    // set only by a native module
-    std::map<vrkvar*, vrkvar*> constructors;    // constructor cell -> constant STRING of its type
+    std::function<void()> mainThreadHandler;                  // set only by a native module
+    std::map<vrkvar*, vrkvar*> constructors;  // constructor cell -> constant STRING of its type
 
 private:
     // Looks for native modules beside the working directory and the executable

@@ -8,14 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "base/context.h"
+#include "base/log.h"
 #include "host/args.h"
 #include "host/command_line.h"
-#include "base/context.h"
 #include "host/engine.h"
 #include "host/frame_loop.h"
 #include "host/host_state.h"
 #include "host/init_script.h"
-#include "base/log.h"
 #include "host/registration.h"
 #include "host/repl.h"
 #include "host/run_modes.h"
@@ -201,8 +201,8 @@ int run_normal(RunMode mode, const CommandLineValues& values, const ScriptSelect
     host.mainEngine = &engine;
     if (prompt && !hasScript) {
         // Nothing to load: the prompt works in the start directory.
-        enter_working_directory(engine, values.workingDir.empty() ? platform::current_directory()
-                                                                  : values.workingDir);
+        enter_working_directory(
+            engine, values.workingDir.empty() ? platform::current_directory() : values.workingDir);
     } else {
         std::string scriptPath = source_path_to_load(selection.scriptPath, selection.compiledRun);
         vrkparser* parser = nullptr;
@@ -216,8 +216,8 @@ int run_normal(RunMode mode, const CommandLineValues& values, const ScriptSelect
         host.scriptDirectory = directory_part(scriptPath);
         host.scriptPath = scriptPath;
         host.mainParser = parser;
-        enter_working_directory(engine,
-                                values.workingDir.empty() ? host.scriptDirectory : values.workingDir);
+        enter_working_directory(
+            engine, values.workingDir.empty() ? host.scriptDirectory : values.workingDir);
 
         // `load` has compiled the script already; a compiled program needs nothing.
         if (vrkblock* root = root_block(parser))
@@ -250,7 +250,8 @@ int run_host(int argc, const char* const* argv) {
     vrkcontext& ctx = context();
     ctx.depth_limit = kHostRunDepthLimit;
     ctx.depth_budget = kHostRunDepthLimit + 1;  // the run that would take it to 0 is refused
-    const std::size_t perRun = platform::sanitized_build() ? kSanitizedRunStackBytes : kRunStackBytes;
+    const std::size_t perRun = platform::sanitized_build() ? kSanitizedRunStackBytes
+                                                           : kRunStackBytes;
     int exitCode = 0;
     auto work = [&] { exitCode = entry(argc, argv); };
     // Without a thread of its own the host runs on the process's stack.
@@ -284,19 +285,14 @@ int entry(int argc, const char* const* argv) {
 
     switch (plan.mode) {
         case RunMode::help:
-        case RunMode::version:
-            return 0;
+        case RunMode::version: return 0;
         case RunMode::one_shot_run:
-        case RunMode::one_shot_compile:
-            return run_one_shot(values);
-        case RunMode::dependency_test:
-            return run_dependency_test();
+        case RunMode::one_shot_compile: return run_one_shot(values);
+        case RunMode::dependency_test: return run_dependency_test();
         case RunMode::compile:
         case RunMode::normal_run:
-        case RunMode::prompt:
-            return run_normal(plan.mode, values, plan.selection);
-        case RunMode::registration:
-            break;
+        case RunMode::prompt: return run_normal(plan.mode, values, plan.selection);
+        case RunMode::registration: break;
     }
     return register_file_types(platform::executable_path());
 }

@@ -12,12 +12,12 @@
 #include <mutex>
 #include <utility>
 
-#include "frontend/compile.h"
-#include "frontend/parser.h"
 #include "base/context.h"
-#include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "frontend/compile.h"
+#include "frontend/parser.h"
+#include "host/engine.h"
 #include "host/workers.h"
 #include "platform/system.h"
 #include "values/pools.h"
@@ -78,7 +78,8 @@ void reap_threads(vrkscript& engine) {
             ++i;
             continue;
         }
-        if (record.resumeBlock.load() && block_alive(record.block)) sleep(record.block, 0, false, 0);
+        if (record.resumeBlock.load() && block_alive(record.block))
+            sleep(record.block, 0, false, 0);
         --engine.activeThreadCount;
         active.erase(active.begin() + static_cast<std::ptrdiff_t>(i));
     }
@@ -108,7 +109,8 @@ void run_one_schedule(vrkscript& engine) {
 
 void run_frame_blocks(vrkscript& engine) {
     // By index: a block that dies while another runs leaves the list.
-    for (std::size_t i = 0; i < engine.frame_blocks.size(); ++i) run_from_start(engine.frame_blocks[i]);
+    for (std::size_t i = 0; i < engine.frame_blocks.size(); ++i)
+        run_from_start(engine.frame_blocks[i]);
 }
 
 // Takes the callback out of its slot before calling it: the call may end the
@@ -160,7 +162,8 @@ void finish_sleeper(vrkscript& engine, vrkblock* b, vrkvar* result) {
 // meanwhile ends the walk; the rest wait for the next frame.
 void resume_sleepers(vrkscript& engine) {
     if (!engine.newSleepers.empty()) {
-        for (vrkblock* b : engine.newSleepers) engine.sleepingBlocks.push_back(vrkblock_handle::of(b));
+        for (vrkblock* b : engine.newSleepers)
+            engine.sleepingBlocks.push_back(vrkblock_handle::of(b));
         engine.newSleepers.clear();
     }
     if (engine.sleepingBlocks.empty()) return;
@@ -211,9 +214,8 @@ void run_prompt(vrkscript& engine) {
         // The new children are numbered from 0 again: the names of the cells
         // that stand for the old ones ("##BLKn") go, the cells themselves stay.
         if (earlier->names)
-            std::erase_if(*earlier->names, [](const auto& entry) {
-                return entry.first.rfind("##BLK", 0) == 0;
-            });
+            std::erase_if(*earlier->names,
+                          [](const auto& entry) { return entry.first.rfind("##BLK", 0) == 0; });
     }
     prompt->parse(engine.promptLines.front(), false);
     engine.promptLines.pop_front();

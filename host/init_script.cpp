@@ -4,8 +4,8 @@
 #include <string>
 
 #include "base/context.h"
-#include "host/engine.h"
 #include "base/log.h"
+#include "host/engine.h"
 #include "host/host_state.h"
 #include "platform/system.h"
 #include "values/cell.h"
@@ -75,8 +75,8 @@ void init_script(vrkscript* engine) {
 }
 
 void register_scriptarg(vrkscript* engine) {
-    engine->registerFunction("scriptarg", scriptarg, 0, nullptr,
-                             "returns argument given to script", false, false);
+    engine->registerFunction("scriptarg", scriptarg, 0, nullptr, "returns argument given to script",
+                             false, false);
 }
 
 }  // namespace vrk

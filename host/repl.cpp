@@ -8,9 +8,9 @@
 #include <thread>
 
 #include "base/context.h"
+#include "base/log.h"
 #include "host/engine.h"
 #include "host/frame_loop.h"
-#include "base/log.h"
 #include "host/run_modes.h"
 #include "platform/line_editor.h"
 #include "platform/system.h"
@@ -51,14 +51,14 @@ void queue_line(vrkscript& engine, std::string text) {
 
 // The reader thread: prompt, read, gather, queue, until the input ends.
 void read_lines(vrkscript& engine, std::atomic<bool>& done) {
-    std::unique_ptr<platform::LineEditor> editor =
-        platform::LineEditor::open(platform::prompt_history_path());
+    std::unique_ptr<platform::LineEditor> editor = platform::LineEditor::open(
+        platform::prompt_history_path());
     std::string statement;
     for (;;) {
         for (int i = 0; i < kSettleSteps && prompt_busy(engine); ++i)
             platform::sleep_ms(kSettleStepMs);
-        const platform::LineEditor::Input input =
-            editor->read(statement.empty() ? kPrompt : kContinuationPrompt);
+        const platform::LineEditor::Input input = editor->read(
+            statement.empty() ? kPrompt : kContinuationPrompt);
         if (input.status == platform::LineEditor::Status::end) break;
         if (input.status == platform::LineEditor::Status::interrupted) {
             statement.clear();

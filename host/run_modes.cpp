@@ -4,10 +4,10 @@
 // run builds an empty parser and constructs the program from the file's bytes.
 #include "host/run_modes.h"
 
+#include "base/log.h"
 #include "frontend/compile.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
-#include "base/log.h"
 #include "saved/program.h"
 #include "vm/block.h"
 #include "vm/run.h"

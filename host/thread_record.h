@@ -29,12 +29,12 @@ struct vrkthread_record {
     vrkthread_record(const vrkthread_record&) = delete;
     vrkthread_record& operator=(const vrkthread_record&) = delete;
 
-    std::function<void()> body;            // what the thread runs
-    std::unique_ptr<std::thread> thread;   // the operating-system thread; empty until started
-    std::atomic<uint8_t> finished{0};      // set when body has returned
-    std::atomic<uint8_t> resumeBlock{1};   // 1: wake `block` when reaped; cleared if it dies first
-    uint32_t id = 0;                       // from the process-wide thread counter
-    vrkblock* block = nullptr;             // the block that waits for this thread
+    std::function<void()> body;           // what the thread runs
+    std::unique_ptr<std::thread> thread;  // the operating-system thread; empty until started
+    std::atomic<uint8_t> finished{0};     // set when body has returned
+    std::atomic<uint8_t> resumeBlock{1};  // 1: wake `block` when reaped; cleared if it dies first
+    uint32_t id = 0;                      // from the process-wide thread counter
+    vrkblock* block = nullptr;            // the block that waits for this thread
 };
 
 // Starts the record's thread on a copy of its body.

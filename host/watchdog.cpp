@@ -38,7 +38,8 @@ void Watchdog::watch() {
     // With a start time of 0 the difference is huge and the loop ends.
     std::unique_lock<std::mutex> lock(wakeMutex);
     while (platform::monotonic_ms() - startTime.load() < limitMs) {
-        wake.wait_for(lock, std::chrono::milliseconds(pollMs), [this] { return startTime.load() == 0; });
+        wake.wait_for(lock, std::chrono::milliseconds(pollMs),
+                      [this] { return startTime.load() == 0; });
     }
     lock.unlock();
     if (startTime.load() != 0) onTimeout(*exitCode);

@@ -6,11 +6,11 @@
 #include <utility>
 
 #include "base/context.h"
-#include "host/host_state.h"
-#include "values/value_context.h"
-#include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "host/engine.h"
+#include "host/host_state.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/sleep.h"
 

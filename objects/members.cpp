@@ -4,10 +4,10 @@
 #include <cstring>
 #include <utility>
 
-#include "values/value_context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "values/cell.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/instruction.h"
 #include "vm/ops.h"

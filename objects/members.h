@@ -14,8 +14,8 @@
 #include <cstdint>
 #include <string>
 
-#include "values/object.h"
 #include "objects/type_registry.h"
+#include "values/object.h"
 #include "vm/instruction.h"
 
 namespace vrk {

@@ -19,11 +19,11 @@ struct vrktype_record;
 
 struct vrkobject_context {
     std::map<std::string, std::shared_ptr<vrktype_record>> types;  // native script types by name
-    std::string lastTypeName;                   // type registered last
-    std::map<std::string, int> typeList;        // companion of types
-    std::vector<vrkobject*> vector_pool;        // vec objects free for reuse (still registered)
-    uint64_t vectors_created = 0;               // vec objects ever allocated
-    uint64_t vectors_live = 0;                  // vec objects allocated and not yet deleted
+    std::string lastTypeName;                                      // type registered last
+    std::map<std::string, int> typeList;                           // companion of types
+    std::vector<vrkobject*> vector_pool;  // vec objects free for reuse (still registered)
+    uint64_t vectors_created = 0;         // vec objects ever allocated
+    uint64_t vectors_live = 0;            // vec objects allocated and not yet deleted
 };
 
 // The object layer's part of the process context, created on first use and never freed.

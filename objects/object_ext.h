@@ -10,9 +10,9 @@
 #pragma once
 
 #include "objects/members.h"
-#include "values/object.h"
 #include "objects/type_registry.h"
 #include "values/cell.h"
+#include "values/object.h"
 
 namespace vrk {
 

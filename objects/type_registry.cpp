@@ -4,10 +4,10 @@
 
 #include <utility>
 
-#include "objects/object_context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "objects/members.h"
+#include "objects/object_context.h"
 #include "objects/vec.h"
 #include "saved/value_form.h"
 #include "values/cell.h"
@@ -74,8 +74,8 @@ void add_function_member(const char* name, vrkmember_fn callable, int parameterC
     block->code_text = string_new();
     *block->code_text = name;
     auto* record = new vrknative{member_wrapper(std::move(callable), threaded), nullptr, true};
-    block->code.push_back(vrkinstr{static_cast<uint8_t>(Op::EXTERNAL),
-                                   reinterpret_cast<uint64_t>(record), -1});
+    block->code.push_back(
+        vrkinstr{static_cast<uint8_t>(Op::EXTERNAL), reinterpret_cast<uint64_t>(record), -1});
     block->param_count = static_cast<int16_t>(parameterCount);
     block->plain_args = plain_args ? 1 : 0;
     block->native = 1;

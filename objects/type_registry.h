@@ -39,21 +39,21 @@ using vrkmember_fn = std::function<void(vrkobject*, vrkblock*, std::vector<vrkva
 
 // One member of a type.
 struct vrkmember {
-    std::string name;                  // name as scripts see it; empty for the catch-all
-    std::string description;           // help text; empty for properties
-    vrkaccessor accessor;              // property accessor; empty for a script function
-    vrkvar* function_cell = nullptr;   // script function: its FUNCTION cell; null for a property
-    bool threaded = false;             // the access runs as a job on a worker thread
+    std::string name;                 // name as scripts see it; empty for the catch-all
+    std::string description;          // help text; empty for properties
+    vrkaccessor accessor;             // property accessor; empty for a script function
+    vrkvar* function_cell = nullptr;  // script function: its FUNCTION cell; null for a property
+    bool threaded = false;            // the access runs as a job on a worker thread
 };
 
 using vrkmember_table = std::vector<vrkmember>;
 
 // One native type.
 struct vrktype_record {
-    std::string name;                       // script type name
-    std::function<vrkobject*()> creator;    // makes a new object of the type; may give null
-    vrkmember_table members;                // members in registration order
-    vrkvar* name_cell = nullptr;            // constant STRING cell with the type name
+    std::string name;                     // script type name
+    std::function<vrkobject*()> creator;  // makes a new object of the type; may give null
+    vrkmember_table members;              // members in registration order
+    vrkvar* name_cell = nullptr;          // constant STRING cell with the type name
 };
 
 // Enters a type under `name` with its creator and makes it the type that the

@@ -7,11 +7,11 @@
 #include <cstring>
 #include <memory>
 
-#include "objects/object_context.h"
-#include "values/value_context.h"
 #include "base/log.h"
+#include "objects/object_context.h"
 #include "saved/cache.h"
 #include "values/cell.h"
+#include "values/value_context.h"
 #include "vm/errors.h"
 
 namespace vrk {
@@ -42,7 +42,9 @@ int64_t index_of(const vrkvar* key) {
 bool pooling_on() { return value_context().pools.cell_pool.cap != 0; }
 
 // The other operand as a vector, or null.
-ScriptVector* vector_of(vrkvar* cell) { return cell ? object_as<ScriptVector>(deref(cell)) : nullptr; }
+ScriptVector* vector_of(vrkvar* cell) {
+    return cell ? object_as<ScriptVector>(deref(cell)) : nullptr;
+}
 
 enum class vec_op { add, sub, mult, div };
 
@@ -124,11 +126,12 @@ void catch_all(ScriptVector* v, vrkvar* value, vrkvar* key, bool set) {
         return;
     }
     const std::string text = key->type == Tag::STRING && key->value.str ? *key->value.str
-                                                                         : to_string(key);
+                                                                        : to_string(key);
     if (set) {
         ScriptVector* source = vector_of(value);
         const float scalar = source ? 0.0f : static_cast<float>(to_float(deref(value)));
-        const auto places = std::min<std::size_t>(text.size(), static_cast<std::size_t>(v->dimension));
+        const auto places = std::min<std::size_t>(text.size(),
+                                                  static_cast<std::size_t>(v->dimension));
         for (std::size_t i = 0; i < places; ++i) {
             const int32_t target = component_of(text[i]);
             if (target < 0 || target >= v->dimension) continue;
@@ -161,8 +164,8 @@ void ScriptVector::scriptRegister() {
     } kProperties[] = {{"x", 0}, {"y", 1}, {"z", 2}, {"w", 3}, {"r", 0}, {"g", 1}, {"b", 2}};
     for (const auto& p : kProperties) {
         const int32_t c = p.component;
-        registerScriptFunction<ScriptVector>(
-            p.name, [c](ScriptVector* v, vrkvar* value, vrkvar*, bool set) { property(v, c, value, set); });
+        registerScriptFunction<ScriptVector>(p.name, [c](ScriptVector* v, vrkvar* value, vrkvar*,
+                                                         bool set) { property(v, c, value, set); });
     }
     scriptFunction<ScriptVector>(
         "length",

@@ -1,8 +1,7 @@
 // Console colour on Linux: classic console attributes turned into ANSI escapes.
-#include "platform/console.h"
-
 #include <cstdio>
 
+#include "platform/console.h"
 #include "platform/system.h"
 
 namespace vrk::platform {

@@ -1,9 +1,8 @@
 // Console colour on Windows: the attribute goes straight to the console.
-#include "platform/console.h"
-
 #include <cstdio>
-
 #include <windows.h>
+
+#include "platform/console.h"
 
 namespace vrk::platform {
 

@@ -1,12 +1,11 @@
 // Linux implementation of platform/file_access.h.
-#include "platform/file_access.h"
-
 #include <cerrno>
 #include <cstring>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/file_access.h"
 
 namespace vrk::platform {
 

@@ -1,9 +1,8 @@
 // Windows implementation of platform/file_access.h: the file is opened the way
 // the script reader opens it, and the system's text for a failure is returned.
-#include "platform/file_access.h"
-
 #include <windows.h>
 
+#include "platform/file_access.h"
 #include "platform/text_windows.h"
 
 namespace vrk::platform {
@@ -17,7 +16,8 @@ std::string system_text(DWORD code) {
         nullptr, code, 0, reinterpret_cast<char*>(&text), 0, nullptr);
     std::string result = length && text ? std::string(text, length) : std::string();
     if (text) LocalFree(text);
-    while (!result.empty() && (result.back() == '\n' || result.back() == '\r' || result.back() == ' '))
+    while (!result.empty() &&
+           (result.back() == '\n' || result.back() == '\r' || result.back() == ' '))
         result.pop_back();
     return result.empty() ? "error " + std::to_string(code) : result;
 }

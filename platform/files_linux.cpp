@@ -1,12 +1,11 @@
 // Linux implementation of platform/files.h: opendir/readdir, with stat for
 // file systems that do not report the entry type.
-#include "platform/files.h"
-
 #include <algorithm>
-#include <memory>
-
 #include <dirent.h>
+#include <memory>
 #include <sys/stat.h>
+
+#include "platform/files.h"
 
 namespace vrk::platform {
 

@@ -1,11 +1,9 @@
 // Windows implementation of platform/files.h: FindFirstFileW and its family,
 // with names converted between UTF-8 and UTF-16.
-#include "platform/files.h"
-
 #include <algorithm>
-
 #include <windows.h>
 
+#include "platform/files.h"
 #include "platform/text_windows.h"
 
 namespace vrk::platform {

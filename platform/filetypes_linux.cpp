@@ -10,18 +10,17 @@
 //                                          its open command (-s=%f)
 //   applications/vorkascript-program.desktop  the compiled type's name and
 //                                          its open command (-crun=%f)
-#include "platform/filetypes.h"
-
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <system_error>
-
 #include <fcntl.h>
+#include <filesystem>
 #include <pwd.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
+
+#include "platform/filetypes.h"
 
 extern char** environ;
 
@@ -89,9 +88,15 @@ std::string desktop_entry(const std::string& name, const std::string& executable
                           const char* option, const char* mimeType) {
     return "[Desktop Entry]\n"
            "Type=Application\n"
-           "Name=" + name + "\n"
-           "Exec=" + exec_program(executablePath) + " " + option + "=%f\n"
-           "MimeType=" + mimeType + ";\n"
+           "Name=" +
+           name +
+           "\n"
+           "Exec=" +
+           exec_program(executablePath) + " " + option +
+           "=%f\n"
+           "MimeType=" +
+           mimeType +
+           ";\n"
            "Terminal=true\n"
            "NoDisplay=true\n";
 }
@@ -104,8 +109,7 @@ void run_if_present(const char* program, const std::string& argument) {
     pid_t pid = 0;
     if (::posix_spawnp(&pid, program, nullptr, nullptr, argv, environ) != 0) return;
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
 }
 
 }  // namespace

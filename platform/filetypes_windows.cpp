@@ -4,12 +4,11 @@
 // Every setting is a key's default value. "Content Type" and "PerceivedType"
 // are therefore sub-keys of the extension, not named values of it; the
 // registration has always written them so and keeps that form.
-#include "platform/filetypes.h"
-
 #include <cstdio>
-
-#include <windows.h>
 #include <shlobj.h>
+#include <windows.h>
+
+#include "platform/filetypes.h"
 
 namespace vrk::platform {
 
@@ -44,11 +43,9 @@ std::vector<FileTypeSetting> file_type_settings(const std::string& executablePat
         {classes(".vrs\\PerceivedType"), "text"},
         {classes(".vre"), kProgramClass},
         {classes(kSourceClass), "vorkascript"},
-        {classes(std::string(kSourceClass) + "\\Shell\\Open\\Command"),
-         program + " -s=\"%1\""},
+        {classes(std::string(kSourceClass) + "\\Shell\\Open\\Command"), program + " -s=\"%1\""},
         {classes(kProgramClass), "VorkaExecutable"},
-        {classes(std::string(kProgramClass) + "\\Shell\\Open\\Command"),
-         program + " -crun=\"%1\""},
+        {classes(std::string(kProgramClass) + "\\Shell\\Open\\Command"), program + " -crun=\"%1\""},
     };
 }
 

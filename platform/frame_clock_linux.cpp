@@ -1,13 +1,12 @@
 // The frame clock on Linux: a monotonic timerfd and an eventfd under one poll.
-#include "platform/frame_clock.h"
-
 #include <cerrno>
 #include <cstdint>
-
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
+
+#include "platform/frame_clock.h"
 
 namespace vrk::platform {
 

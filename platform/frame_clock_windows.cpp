@@ -1,8 +1,8 @@
 // The frame clock on Windows: a high-resolution waitable timer and an
 // auto-reset event, waited on together with WaitForMultipleObjects.
-#include "platform/frame_clock.h"
-
 #include <windows.h>
+
+#include "platform/frame_clock.h"
 
 #ifndef CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
 #define CREATE_WAITABLE_TIMER_HIGH_RESOLUTION 0x00000002
@@ -19,8 +19,7 @@ std::intptr_t as_value(HANDLE handle) { return reinterpret_cast<std::intptr_t>(h
 // A periodic timer, high-resolution where the system has that kind (older
 // systems refuse the flag; their ordinary timer keeps the same period).
 HANDLE create_timer() {
-    HANDLE timer = ::CreateWaitableTimerExA(nullptr, nullptr,
-                                            CREATE_WAITABLE_TIMER_HIGH_RESOLUTION,
+    HANDLE timer = ::CreateWaitableTimerExA(nullptr, nullptr, CREATE_WAITABLE_TIMER_HIGH_RESOLUTION,
                                             TIMER_ALL_ACCESS);
     if (!timer) timer = ::CreateWaitableTimerExA(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
     return timer;

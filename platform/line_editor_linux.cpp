@@ -1,17 +1,16 @@
 // The line editor through libedit, or plain reads when stdin is no terminal.
-#include "platform/line_editor.h"
-
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <system_error>
-
 #include <histedit.h>
 #include <pthread.h>
 #include <pwd.h>
+#include <system_error>
 #include <unistd.h>
+
+#include "platform/line_editor.h"
 
 namespace vrk::platform {
 
@@ -66,7 +65,11 @@ int read_character(EditLine*, wchar_t* out) {
                 interruptRequested = 1;
                 return -1;
             }
-            need = b < 0x80 ? 1 : (b >> 5) == 0x6 ? 2 : (b >> 4) == 0xE ? 3 : (b >> 3) == 0x1E ? 4 : 1;
+            need = b < 0x80           ? 1
+                   : (b >> 5) == 0x6  ? 2
+                   : (b >> 4) == 0xE  ? 3
+                   : (b >> 3) == 0x1E ? 4
+                                      : 1;
         }
         ++have;
     }
@@ -131,7 +134,8 @@ public:
         ::history(history, &event, H_ENTER, line.c_str());
         if (historyPath.empty()) return;
         std::error_code error;
-        std::filesystem::create_directories(std::filesystem::path(historyPath).parent_path(), error);
+        std::filesystem::create_directories(std::filesystem::path(historyPath).parent_path(),
+                                            error);
         ::history(history, &event, H_SAVE, historyPath.c_str());
     }
 
@@ -143,8 +147,8 @@ private:
         return static_cast<LibeditEditor*>(self)->currentPrompt.c_str();
     }
 
-    std::string currentPrompt;  // prompt shown by the read under way
-    std::string historyPath;    // history file; "" for none
+    std::string currentPrompt;   // prompt shown by the read under way
+    std::string historyPath;     // history file; "" for none
     History* history = nullptr;  // the lines typed so far
     HistEvent event{};           // result record of history calls
     EditLine* editor = nullptr;  // the line editor

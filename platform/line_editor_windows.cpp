@@ -2,15 +2,14 @@
 // editing (its cooked input mode keeps a history of its own while the program
 // runs), with the history file kept as on Linux. Ctrl-Z then Enter ends the
 // input; Ctrl-C abandons the line being typed.
-#include "platform/line_editor.h"
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
-
 #include <windows.h>
+
+#include "platform/line_editor.h"
 
 namespace vrk::platform {
 

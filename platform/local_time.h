@@ -11,12 +11,12 @@ namespace vrk::platform {
 
 // Calendar fields of a moment in local time.
 struct calendar_time {
-    int year = 1970;   // full year, e.g. 2024
-    int month = 1;     // 1 to 12
-    int day = 1;       // day of the month, 1 to 31
-    int hour = 0;      // 0 to 23
-    int minute = 0;    // 0 to 59
-    int second = 0;    // 0 to 60 (a leap second reads 60)
+    int year = 1970;  // full year, e.g. 2024
+    int month = 1;    // 1 to 12
+    int day = 1;      // day of the month, 1 to 31
+    int hour = 0;     // 0 to 23
+    int minute = 0;   // 0 to 59
+    int second = 0;   // 0 to 60 (a leap second reads 60)
 };
 
 // Local calendar fields of the wall-clock second `unix_seconds`.

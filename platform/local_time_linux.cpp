@@ -1,7 +1,7 @@
 // Local calendar time on Linux: localtime_r with the process's time zone.
-#include "platform/local_time.h"
-
 #include <ctime>
+
+#include "platform/local_time.h"
 
 namespace vrk::platform {
 

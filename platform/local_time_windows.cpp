@@ -1,8 +1,8 @@
 // Local calendar time on Windows: the UTC moment as a system time, turned into
 // the local time zone's time with the daylight-saving rule of that date.
-#include "platform/local_time.h"
-
 #include <windows.h>
+
+#include "platform/local_time.h"
 
 namespace vrk::platform {
 
@@ -17,8 +17,7 @@ constexpr int64_t kTicksPerSecond = 10000000LL;
 calendar_time local_time(int64_t unix_seconds) {
     // Moments before 1601 have no system time; they read as the default.
     if (unix_seconds < -kEpochOffset / kTicksPerSecond) return {};
-    const uint64_t ticks =
-        static_cast<uint64_t>(unix_seconds * kTicksPerSecond + kEpochOffset);
+    const uint64_t ticks = static_cast<uint64_t>(unix_seconds * kTicksPerSecond + kEpochOffset);
     FILETIME utc_file{};
     utc_file.dwLowDateTime = static_cast<DWORD>(ticks & 0xFFFFFFFFu);
     utc_file.dwHighDateTime = static_cast<DWORD>(ticks >> 32);

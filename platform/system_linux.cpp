@@ -1,15 +1,14 @@
 // Linux implementation of the process services of platform/system.h.
-#include "platform/system.h"
-
-#include <chrono>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <thread>
-
 #include <limits.h>
+#include <thread>
 #include <unistd.h>
+
+#include "platform/system.h"
 
 namespace vrk::platform {
 
@@ -32,9 +31,7 @@ void prepare_standard_streams() {}
 
 bool stdout_is_terminal() { return ::isatty(1) == 1; }
 
-void write_stdout(const char* data, std::size_t size) {
-    std::fwrite(data, 1, size, stdout);
-}
+void write_stdout(const char* data, std::size_t size) { std::fwrite(data, 1, size, stdout); }
 
 void write_stderr(const char* data, std::size_t size) {
     std::fflush(stdout);

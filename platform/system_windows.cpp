@@ -1,14 +1,12 @@
 // Windows implementation of the process services of platform/system.h.
-#include "platform/system.h"
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
 
+#include "platform/system.h"
 #include "platform/text_windows.h"
 
 namespace vrk::platform {

@@ -1,8 +1,8 @@
 // A thread with a chosen stack size, through pthread attributes.
-#include "platform/thread_stack.h"
-
 #include <malloc.h>
 #include <pthread.h>
+
+#include "platform/thread_stack.h"
 
 namespace vrk::platform {
 

@@ -1,8 +1,8 @@
 // Windows implementation of platform/thread_stack.h: a thread whose stack
 // reservation is given at creation.
-#include "platform/thread_stack.h"
-
 #include <windows.h>
+
+#include "platform/thread_stack.h"
 
 namespace vrk::platform {
 

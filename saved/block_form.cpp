@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "host/engine.h"
 #include "saved/block_links.h"
 #include "saved/cache.h"
 #include "saved/relink.h"
@@ -26,12 +26,12 @@ namespace {
 
 // First byte of a saved variable: what kind of cell follows.
 enum class VarForm : uint8_t {
-    plain = 0,      // then the value byte below
-    declared = 1,   // a declared function: its name, the cell with trailer, then the value byte
-    pristine = 2,   // a blank INT, or any native object handle: read as INT 0
-    cleared = 3,    // this/self, a parameter or a blank VOID: read as VOID
-    buffer = 4,     // a static DATA buffer: its size only
-    captured = 5,   // a captured copy: read as VOID, CAPTURED
+    plain = 0,     // then the value byte below
+    declared = 1,  // a declared function: its name, the cell with trailer, then the value byte
+    pristine = 2,  // a blank INT, or any native object handle: read as INT 0
+    cleared = 3,   // this/self, a parameter or a blank VOID: read as VOID
+    buffer = 4,    // a static DATA buffer: its size only
+    captured = 5,  // a captured copy: read as VOID, CAPTURED
 };
 
 // Second byte: what of the value is kept.
@@ -72,10 +72,8 @@ uint64_t plain_operand(uint8_t op, uint64_t ref) {
         case Op::PUSH:
         case Op::ARG:
         case Op::POP:
-        case Op::SWAP:
-            return ref;
-        default:
-            return 0;
+        case Op::SWAP: return ref;
+        default: return 0;
     }
 }
 
@@ -225,8 +223,9 @@ private:
         w_.u8(ins.op);
         w_.compact_s32(static_cast<int32_t>(static_cast<uint32_t>(ins.arg)));
         const Op op = ins.opcode();
-        const bool plain = op == Op::INDEX || op == Op::EXTERNAL || (op == Op::SET && ins.arg < 0) ||
-                           ins.ref == kRefMinusOne || ins.ref < kFirstBlockRef;
+        const bool plain = op == Op::INDEX || op == Op::EXTERNAL ||
+                           (op == Op::SET && ins.arg < 0) || ins.ref == kRefMinusOne ||
+                           ins.ref < kFirstBlockRef;
         if (plain) {
             w_.u8(0);
             // The look-up cache and the native record are not saved, and any
@@ -309,7 +308,8 @@ private:
                         ctor->block == target) {
                         const int32_t inner = saved_child_index(c, target);
                         if (inner >= 0) {
-                            put_relative(level, static_cast<uint16_t>(position), static_cast<uint16_t>(inner));
+                            put_relative(level, static_cast<uint16_t>(position),
+                                         static_cast<uint16_t>(inner));
                             return;
                         }
                         log().error("cannot find constructor blk!");
@@ -377,7 +377,8 @@ private:
         } else {
             w_.u8(static_cast<uint8_t>(ValueForm::constant));
             serialize(v, w_, b, true);
-            if (v->type == Tag::FUNCTION || v->type == Tag::CLASS) write_cell_link(b, v->block, withCode);
+            if (v->type == Tag::FUNCTION || v->type == Tag::CLASS)
+                write_cell_link(b, v->block, withCode);
         }
     }
 
@@ -422,7 +423,8 @@ private:
         for (uint32_t s = 0; s < kClassSlotCount; ++s) {
             vrkvar* slot = s < vars.size() ? vars[s] : nullptr;
             vrkblock* target = nullptr;
-            if (slot && (slot->type == Tag::FUNCTION || slot->type == Tag::CLASS)) target = slot->block;
+            if (slot && (slot->type == Tag::FUNCTION || slot->type == Tag::CLASS))
+                target = slot->block;
             int32_t position = -1;
             if (target) {
                 position = saved_child_index(b, target);
@@ -439,11 +441,11 @@ private:
 
 // A relative reference waiting for the whole tree.
 struct pending_ref {
-    vrkblock* block;       // block of the instruction
-    std::size_t index;     // position of the instruction in its code
-    int32_t level;         // parent steps
-    uint16_t first;        // child position, or all ones
-    uint16_t second;       // child position in that child, or all ones
+    vrkblock* block;    // block of the instruction
+    std::size_t index;  // position of the instruction in its code
+    int32_t level;      // parent steps
+    uint16_t first;     // child position, or all ones
+    uint16_t second;    // child position in that child, or all ones
 };
 
 // A class or singleton child whose body runs once the tree is complete.
@@ -453,9 +455,9 @@ struct pending_run {
 };
 
 struct load_state {
-    std::vector<pending_ref> refs;   // references resolved once the whole tree is read
-    std::vector<pending_run> runs;   // class bodies run at the end
-    std::size_t static_bytes = 0;    // bytes of static buffers made so far
+    std::vector<pending_ref> refs;  // references resolved once the whole tree is read
+    std::vector<pending_run> runs;  // class bodies run at the end
+    std::size_t static_bytes = 0;   // bytes of static buffers made so far
 };
 
 class record_reader {
@@ -507,7 +509,8 @@ private:
 
         const int32_t dies = r_.compact_s32();
         const std::size_t possible_dies = r_.remaining() / kMinRecordBytes + 1;
-        for (int32_t i = 0; i < dies && static_cast<std::size_t>(i) < possible_dies && !r_.at_end(); ++i) {
+        for (int32_t i = 0; i < dies && static_cast<std::size_t>(i) < possible_dies && !r_.at_end();
+             ++i) {
             vrkblock* die = new_child(b);
             adopt_block(b, die);
             b->get_die_blocks().push_back(die);
@@ -563,7 +566,9 @@ private:
         // Each child is a marker and a record: more children than the buffer
         // can hold are not made.
         const std::size_t possible = r_.remaining() / (2 + kMinRecordBytes);
-        const std::size_t made = static_cast<std::size_t>(count) < possible ? static_cast<std::size_t>(count) : possible;
+        const std::size_t made = static_cast<std::size_t>(count) < possible
+                                     ? static_cast<std::size_t>(count)
+                                     : possible;
         auto& children = b->get_children();
         const std::size_t first = children.size();
         for (std::size_t i = 0; i < made; ++i) children.push_back(new_child(b));
@@ -617,7 +622,9 @@ private:
             }
             case link::first: {
                 const std::string name = r_.compact_string();
-                const int64_t at = engine && engine->firstBlock ? engine->firstBlock->find_var_index(name) : -1;
+                const int64_t at = engine && engine->firstBlock
+                                       ? engine->firstBlock->find_var_index(name)
+                                       : -1;
                 if (at < 0) {
                     log().error("cannot find function %s!", name.c_str());
                 } else {
@@ -639,7 +646,8 @@ private:
                     declare_global(engine, name);
                     at = engine->globalBlock->find_var_index(name);
                     // The variable lives as long as the program that asked for it.
-                    callback_add([engine, name](uint64_t) { retire_global(engine, name); }, 0, b, 1);
+                    callback_add([engine, name](uint64_t) { retire_global(engine, name); }, 0, b,
+                                 1);
                 }
                 ins.ref = reinterpret_cast<uint64_t>(engine->globalBlock);
                 ins.arg = at;
@@ -653,9 +661,7 @@ private:
             case link::named_cell:
                 ins.ref = reinterpret_cast<uint64_t>(named_cell_block(engine, r_.compact_string()));
                 return;
-            default:
-                ins.ref = 0;
-                return;
+            default: ins.ref = 0; return;
         }
     }
 
@@ -668,16 +674,14 @@ private:
                 reset(v, Tag::VOID);
                 v->flags = flag::CAPTURED;
                 return;
-            case VarForm::cleared:
-                reset(v, Tag::VOID);
-                return;
-            case VarForm::pristine:
-                return;
+            case VarForm::cleared: reset(v, Tag::VOID); return;
+            case VarForm::pristine: return;
             case VarForm::buffer: {
                 const int32_t size = r_.compact_s32();
                 std::vector<uint8_t>* data = as_data(v);
                 if (size > kMaxStaticBuffer ||
-                    (size > 0 && state_.static_bytes + static_cast<std::size_t>(size) > kMaxStaticBuffersPerLoad)) {
+                    (size > 0 && state_.static_bytes + static_cast<std::size_t>(size) >
+                                     kMaxStaticBuffersPerLoad)) {
                     log().error("static buffer too large! %i", static_cast<int>(size));
                 } else if (size > 0 && data) {
                     data->assign(static_cast<std::size_t>(size), 0);
@@ -693,9 +697,7 @@ private:
                 read_value(b, v, index);
                 return;
             }
-            case VarForm::plain:
-                read_value(b, v, index);
-                return;
+            case VarForm::plain: read_value(b, v, index); return;
         }
         // Any other first byte: a corrupt record; the cell stays INT 0.
     }
@@ -709,15 +711,14 @@ private:
                 v->block = layout;
                 return;
             }
-            case ValueForm::flags:
-                v->flags = static_cast<uint16_t>(r_.compact_s32());
-                return;
+            case ValueForm::flags: v->flags = static_cast<uint16_t>(r_.compact_s32()); return;
             case ValueForm::constant: {
                 deserialize(v, r_, b, true);
                 if (v->type == Tag::FUNCTION || v->type == Tag::CLASS) {
                     if (!read_cell_link(b, v, index)) return;
                 }
-                if (v->attrs & attr::OWNS_RESULT) b->get_scoped().push_back(static_cast<uint32_t>(index));
+                if (v->attrs & attr::OWNS_RESULT)
+                    b->get_scoped().push_back(static_cast<uint32_t>(index));
                 v->constant = 1;
                 return;
             }
@@ -729,22 +730,15 @@ private:
         const int32_t form = r_.compact_s32();
         vrkblock* target = nullptr;
         switch (form) {
-            case link::first:
-                return false;
-            case link::child:
-                target = saved_child(b, r_.compact_s32());
-                break;
-            case link::named_cell:
-                target = named_cell_block(b->engine, r_.compact_string());
-                break;
+            case link::first: return false;
+            case link::child: target = saved_child(b, r_.compact_s32()); break;
+            case link::named_cell: target = named_cell_block(b->engine, r_.compact_string()); break;
             case link::external: {
                 const std::string name = r_.compact_string();
                 if (b->engine) target = b->engine->extern_blocks[name];
                 break;
             }
-            case link::native:
-                target = find_named_block(b, r_.compact_string());
-                break;
+            case link::native: target = find_named_block(b, r_.compact_string()); break;
             default:
                 if (form >= 0) {
                     target = b;
@@ -839,7 +833,8 @@ void resolve(const pending_ref& p) {
         if (vrkblock* child = saved_child(at, first)) {
             at = child;
         } else {
-            log().error("error constructing program (blk index out of range)... %i", static_cast<int>(first));
+            log().error("error constructing program (blk index out of range)... %i",
+                        static_cast<int>(first));
         }
     }
     const auto second = static_cast<int16_t>(p.second);

@@ -87,7 +87,9 @@ ScriptCacheReader::ScriptCacheReader(const std::vector<uint8_t>& bytes, uint32_t
 }
 
 ScriptCacheReader::ScriptCacheReader(std::vector<uint8_t>&& bytes)
-    : ownsBuffer(1), owned(std::make_unique<std::vector<uint8_t>>(std::move(bytes))), buffer(owned.get()) {}
+    : ownsBuffer(1),
+      owned(std::make_unique<std::vector<uint8_t>>(std::move(bytes))),
+      buffer(owned.get()) {}
 
 std::size_t ScriptCacheReader::size() const {
     // The position is 32 bits wide: bytes beyond its reach do not exist here.
@@ -142,7 +144,9 @@ uint64_t ScriptCacheReader::compact(unsigned width) {
 
 uint32_t ScriptCacheReader::compact_u32() { return static_cast<uint32_t>(compact(4)); }
 uint64_t ScriptCacheReader::compact_u64() { return compact(8); }
-int32_t ScriptCacheReader::compact_s32() { return static_cast<int32_t>(static_cast<uint32_t>(compact(4))); }
+int32_t ScriptCacheReader::compact_s32() {
+    return static_cast<int32_t>(static_cast<uint32_t>(compact(4)));
+}
 int64_t ScriptCacheReader::compact_s64() { return static_cast<int64_t>(compact(8)); }
 
 std::string ScriptCacheReader::compact_string() {

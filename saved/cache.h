@@ -80,9 +80,9 @@ public:
     ScriptCacheReader(const ScriptCacheReader&) = delete;
     ScriptCacheReader& operator=(const ScriptCacheReader&) = delete;
 
-    uint32_t position = 0;  // next byte to read
-    uint8_t ownsBuffer = 0; // the reader owns the buffer
-    uint32_t depth = 0;     // nesting of the forms being read
+    uint32_t position = 0;   // next byte to read
+    uint8_t ownsBuffer = 0;  // the reader owns the buffer
+    uint32_t depth = 0;      // nesting of the forms being read
 
     const std::vector<uint8_t>& bytes() const { return *buffer; }
     std::size_t size() const;

@@ -290,8 +290,8 @@ private:
         }
     }
 
-    int depth_ = 0;                    // nesting of the value being read
-    bool too_deep_reported_ = false;   // the depth limit has been reported once
+    int depth_ = 0;                   // nesting of the value being read
+    bool too_deep_reported_ = false;  // the depth limit has been reported once
 };
 
 }  // namespace

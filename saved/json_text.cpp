@@ -10,9 +10,9 @@
 
 #include <string>
 
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 
 namespace vrk {
 
@@ -106,9 +106,7 @@ void write_cell(int indent, std::string& out, const vrkvar* cell, bool as_array,
             out += '"';
             return;
         }
-        default:
-            append_string(cell, out);
-            return;
+        default: append_string(cell, out); return;
     }
 }
 

@@ -5,9 +5,9 @@
 #include <fstream>
 #include <iterator>
 
-#include "frontend/parser.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "frontend/parser.h"
 #include "platform/system.h"
 #include "saved/block_form.h"
 #include "saved/cache.h"
@@ -40,7 +40,9 @@ std::vector<uint8_t> program_image(vrkblock* root) {
     return bytes;
 }
 
-vrkparser* empty_program_parser(vrkscript* engine) { return new vrkparser(engine, "", false, false); }
+vrkparser* empty_program_parser(vrkscript* engine) {
+    return new vrkparser(engine, "", false, false);
+}
 
 void construct_from_bytes(vrkparser* parser, const std::vector<uint8_t>& bytes) {
     ScriptCacheReader reader(bytes, 0);
@@ -51,7 +53,8 @@ bool write_program(vrkblock* root, const std::string& path) {
     const std::vector<uint8_t> bytes = program_image(root);
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     if (!out.is_open()) return false;
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
     out.close();
     return !out.fail();
 }
@@ -61,7 +64,8 @@ vrkparser* load_program(vrkscript* engine, const std::string& path) {
     log().log("loading executable %s", path.c_str());
     std::ifstream in(path, std::ios::binary);
     if (!in.is_open()) platform::abort_process();
-    const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in),
+                                     std::istreambuf_iterator<char>()};
     construct_from_bytes(parser, bytes);
     return parser;
 }

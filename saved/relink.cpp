@@ -33,7 +33,8 @@ vrkvar* loaded_function(vrkblock* b, const vrkinstr& ins) {
 // block; the compiler fills it unless it is a constant.
 vrkvar* declared_function_cell(vrkblock* owner, int64_t index) {
     vrkvar* cell = var_at(owner, index);
-    if (!cell || cell->constant || !(cell->flags & flag::DECLARED_FUNCTION) || cell->type != Tag::FUNCTION)
+    if (!cell || cell->constant || !(cell->flags & flag::DECLARED_FUNCTION) ||
+        cell->type != Tag::FUNCTION)
         return nullptr;
     return cell;
 }
@@ -48,8 +49,9 @@ void relink_block(vrkblock* b, int depth) {
     if (depth > kMaxDepth) return;
     const auto& code = b->code;
     for (std::size_t i = 0; i + 1 < code.size(); ++i) {
-        if (is_op(code[i], Op::LOAD) && operand_block(code[i]) == b && is_op(code[i + 1], Op::LOAD) &&
-            code[i + 1].ref == 0 && code[i + 1].arg == kEmptyListSubcode) {
+        if (is_op(code[i], Op::LOAD) && operand_block(code[i]) == b &&
+            is_op(code[i + 1], Op::LOAD) && code[i + 1].ref == 0 &&
+            code[i + 1].arg == kEmptyListSubcode) {
             vrkvar* list = var_at(b, code[i].arg);
             if (list && !list->constant && list->type != Tag::JSON) {
                 const uint16_t flags = list->flags;
@@ -63,9 +65,11 @@ void relink_block(vrkblock* b, int depth) {
         const vrkinstr& next = code[i + 1];
         if (is_op(next, Op::SET) && operand_block(next) == b) {
             if (vrkvar* target = declared_function_cell(b, next.arg)) link_declaration(target, fn);
-        } else if (is_op(next, Op::PUSH) && next.arg == 1 && i + 3 < code.size() && is_op(code[i + 2], Op::LOAD) &&
-                   is_op(code[i + 3], Op::SET) && code[i + 3].arg == -1) {
-            if (vrkvar* target = declared_function_cell(operand_block(code[i + 2]), code[i + 2].arg))
+        } else if (is_op(next, Op::PUSH) && next.arg == 1 && i + 3 < code.size() &&
+                   is_op(code[i + 2], Op::LOAD) && is_op(code[i + 3], Op::SET) &&
+                   code[i + 3].arg == -1) {
+            if (vrkvar* target = declared_function_cell(operand_block(code[i + 2]),
+                                                        code[i + 2].arg))
                 link_declaration(target, fn);
         }
     }
@@ -75,11 +79,13 @@ void relink_block(vrkblock* b, int depth) {
 }
 
 void register_in(vrkblock* b, vrkscript* engine, int depth) {
-    if (depth > kMaxDepth || b->is_class_or_instance() || (b->kind & (kind::SINGLETON | kind::STRUCT))) return;
+    if (depth > kMaxDepth || b->is_class_or_instance() ||
+        (b->kind & (kind::SINGLETON | kind::STRUCT)))
+        return;
     for (uint32_t i = 0; i < b->vars->size(); ++i) {
         const vrkvar* cell = (*b->vars)[i];
-        if (!cell || !(cell->flags & flag::DECLARED_FUNCTION) || cell->type != Tag::FUNCTION || !cell->block ||
-            cell->block->param_count != 0)
+        if (!cell || !(cell->flags & flag::DECLARED_FUNCTION) || cell->type != Tag::FUNCTION ||
+            !cell->block || cell->block->param_count != 0)
             continue;
         if (b->var_name_at(i).rfind("onFrame", 0) == 0) engine->frame_blocks.push_back(cell->block);
     }

@@ -6,12 +6,12 @@
 
 #include "base/log.h"
 #include "base/script_lock.h"
-#include "values/object.h"
 #include "saved/block_form.h"
 #include "saved/block_links.h"
 #include "saved/cache.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "vm/block.h"
 #include "vm/instruction.h"
 
@@ -242,9 +242,7 @@ void write_list(const vrkjson* json, ScriptCacheWriter& w, vrkblock* contextBloc
                 w.u8(static_cast<uint8_t>(Tag::JSON));
                 write_list(v->value.json, w, nullptr);
                 break;
-            case Tag::FUNCTION:
-                write_function(v, w, contextBlock);
-                break;
+            case Tag::FUNCTION: write_function(v, w, contextBlock); break;
             case Tag::PTR:
                 w.u8(static_cast<uint8_t>(Tag::PTR));
                 if (vrkobject* object = object_of(v)) object->serialize(w);
@@ -263,9 +261,7 @@ bool read_list(vrkjson* json, ScriptCacheReader& r, vrkblock* contextBlock);
 // have passed the end of the buffer.
 bool read_element(vrkelement* child, Tag tag, ScriptCacheReader& r, vrkblock* contextBlock) {
     switch (tag) {
-        case Tag::INT:
-            child->value.i = r.compact_s64();
-            return true;
+        case Tag::INT: child->value.i = r.compact_s64(); return true;
         case Tag::FLOAT:
             if (!r.can_read(8)) return false;
             child->value.f = r.f64();
@@ -292,10 +288,8 @@ bool read_element(vrkelement* child, Tag tag, ScriptCacheReader& r, vrkblock* co
             for (uint32_t i = 0; i < n; ++i) (*child->value.floatset)[i] = r.f32();
             return true;
         }
-        case Tag::JSON:
-            return read_list(child->value.json, r, contextBlock);
-        case Tag::FUNCTION:
-            return read_function(child, r, contextBlock);
+        case Tag::JSON: return read_list(child->value.json, r, contextBlock);
+        case Tag::FUNCTION: return read_function(child, r, contextBlock);
         case Tag::PTR: {
             vrkobject* object = instantiate_object(r);
             if (!object) {
@@ -305,8 +299,7 @@ bool read_element(vrkelement* child, Tag tag, ScriptCacheReader& r, vrkblock* co
             hold_object(child, object, contextBlock);
             return true;
         }
-        default:
-            return true;
+        default: return true;
     }
 }
 
@@ -374,12 +367,8 @@ void serialize(vrkvar* cell, ScriptCacheWriter& w, vrkblock* contextBlock, bool 
     w.u16(kCellMarker);
     w.u16(static_cast<uint16_t>(cell->type));
     switch (cell->type) {
-        case Tag::INT:
-            w.compact_s64(cell->value.i);
-            break;
-        case Tag::FLOAT:
-            w.f64(cell->value.f);
-            break;
+        case Tag::INT: w.compact_s64(cell->value.i); break;
+        case Tag::FLOAT: w.f64(cell->value.f); break;
         case Tag::STRING: {
             const std::string* s = cell->value.str;
             w.compact_text(s ? s->c_str() : nullptr, s ? s->size() : 0);
@@ -388,18 +377,14 @@ void serialize(vrkvar* cell, ScriptCacheWriter& w, vrkblock* contextBlock, bool 
         case Tag::PTR:
             if (vrkobject* object = object_of(cell)) object->serialize(w);
             break;
-        case Tag::JSON:
-            write_list(cell->value.json, w, contextBlock);
-            break;
+        case Tag::JSON: write_list(cell->value.json, w, contextBlock); break;
         case Tag::DATA: {
             const std::vector<uint8_t>* d = cell->value.data;
             w.compact_u64(d ? d->size() : 0);
             if (d) w.raw(d->data(), d->size());
             break;
         }
-        case Tag::FLOATSET:
-            write_set(w, cell->value.floatset, [&w](float x) { w.f32(x); });
-            break;
+        case Tag::FLOATSET: write_set(w, cell->value.floatset, [&w](float x) { w.f32(x); }); break;
         case Tag::DOUBLESET:
             write_set(w, cell->value.doubleset, [&w](double x) { w.f64(x); });
             break;
@@ -487,10 +472,10 @@ void deserialize(vrkvar* cell, ScriptCacheReader& r, vrkblock* contextBlock, boo
             read_set(r, taken ? cell->value.intset : nullptr, 1, [&r] { return r.compact_s32(); });
             break;
         case Tag::BIGINTSET:
-            read_set(r, taken ? cell->value.bigintset : nullptr, 1, [&r] { return r.compact_s64(); });
+            read_set(r, taken ? cell->value.bigintset : nullptr, 1,
+                     [&r] { return r.compact_s64(); });
             break;
-        default:
-            break;
+        default: break;
     }
 
     if (withTrailer) {

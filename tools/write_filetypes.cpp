@@ -18,7 +18,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     int status = 0;
-    for (const vrk::platform::FileTypeSetting& setting : vrk::platform::file_type_settings(argv[1])) {
+    for (const vrk::platform::FileTypeSetting& setting :
+         vrk::platform::file_type_settings(argv[1])) {
         int error = vrk::platform::create_setting_location(setting.location);
         if (!error) error = vrk::platform::write_setting(setting.location, setting.value);
         if (error) {

@@ -8,11 +8,11 @@
 #include <string>
 
 #include "base/log.h"
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/classref.h"
 #include "values/closure.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "values/pools.h"
 #include "vm/block.h"
 #include "vm/copies.h"
@@ -62,8 +62,8 @@ void copy_json(vrkvar* dest, vrkvar* src, vrkblock* caller, int depth) {
         std::vector<vrkvar*>& members = *layout->vars;
         for (std::size_t i = 0; i < members.size(); ++i) {
             vrkvar* member = members[i];
-            if (!member || (member->flags & flag::STRUCT_VAR) || (member->attrs & attr::NO_DESTRUCTOR) ||
-                member->constant) {
+            if (!member || (member->flags & flag::STRUCT_VAR) ||
+                (member->attrs & attr::NO_DESTRUCTOR) || member->constant) {
                 continue;
             }
             vrkelement* e = element_new_keyed(layout->var_name_at(static_cast<uint32_t>(i)));
@@ -128,9 +128,7 @@ void copy_payload(vrkvar* dest, vrkvar* src, vrkblock* caller, int depth) {
     switch (dest->type) {
         case Tag::INT:
         case Tag::FLOAT:
-        case Tag::VOID:
-            dest->value = src->value;
-            break;
+        case Tag::VOID: dest->value = src->value; break;
         case Tag::STRING:
         case Tag::ERR:
             // Assigned straight from the source's text (no temporary string in
@@ -141,12 +139,8 @@ void copy_payload(vrkvar* dest, vrkvar* src, vrkblock* caller, int depth) {
                 dest->value.str->clear();
             }
             break;
-        case Tag::FUNCTION:
-            copy_function(dest, src, caller);
-            break;
-        case Tag::CLASS:
-            copy_class(dest, src, caller);
-            break;
+        case Tag::FUNCTION: copy_function(dest, src, caller); break;
+        case Tag::CLASS: copy_class(dest, src, caller); break;
         case Tag::EXT:
             dest->value = src->value;
             dest->aux = src->aux;
@@ -159,24 +153,12 @@ void copy_payload(vrkvar* dest, vrkvar* src, vrkblock* caller, int depth) {
             dest->aux = src->aux;
             dest->handle_index = src->handle_index;
             break;
-        case Tag::JSON:
-            copy_json(dest, src, caller, depth);
-            break;
-        case Tag::DATA:
-            *dest->value.data = *src->value.data;
-            break;
-        case Tag::FLOATSET:
-            *dest->value.floatset = *src->value.floatset;
-            break;
-        case Tag::DOUBLESET:
-            *dest->value.doubleset = *src->value.doubleset;
-            break;
-        case Tag::INTSET:
-            *dest->value.intset = *src->value.intset;
-            break;
-        case Tag::BIGINTSET:
-            *dest->value.bigintset = *src->value.bigintset;
-            break;
+        case Tag::JSON: copy_json(dest, src, caller, depth); break;
+        case Tag::DATA: *dest->value.data = *src->value.data; break;
+        case Tag::FLOATSET: *dest->value.floatset = *src->value.floatset; break;
+        case Tag::DOUBLESET: *dest->value.doubleset = *src->value.doubleset; break;
+        case Tag::INTSET: *dest->value.intset = *src->value.intset; break;
+        case Tag::BIGINTSET: *dest->value.bigintset = *src->value.bigintset; break;
     }
     // A handle copied word for word is one more holder of its object.
     if (dest->type == Tag::PTR && dest->aux_hi() == kHandleMark) {
@@ -188,21 +170,14 @@ void copy_payload(vrkvar* dest, vrkvar* src, vrkblock* caller, int depth) {
 // Returns false for a tag that has no conversion.
 bool store_converted(vrkvar* dest, vrkvar* src) {
     switch (dest->type) {
-        case Tag::INT:
-            dest->value.i = to_int(src);
-            return true;
-        case Tag::FLOAT:
-            dest->value.f = to_float(src);
-            return true;
+        case Tag::INT: dest->value.i = to_int(src); return true;
+        case Tag::FLOAT: dest->value.f = to_float(src); return true;
         case Tag::STRING:
             if (!dest->value.str) dest->value.str = string_new();
             *dest->value.str = to_string(src);
             return true;
-        case Tag::REF:
-            dest->value.ref = src;
-            return true;
-        default:
-            return false;
+        case Tag::REF: dest->value.ref = src; return true;
+        default: return false;
     }
 }
 
@@ -226,7 +201,8 @@ void take_over(vrkvar* dest, vrkvar* src) {
     dest->value = value;
     dest->aux = aux;
     dest->handle_index = index;
-    if (fresh) dest->attrs |= (dest->flags & flag::MOVABLE) ? attr::FRESH_RESULT : attr::OWNS_RESULT;
+    if (fresh)
+        dest->attrs |= (dest->flags & flag::MOVABLE) ? attr::FRESH_RESULT : attr::OWNS_RESULT;
 }
 
 // A non-movable object handle: the destination takes its own reference.
@@ -264,9 +240,7 @@ struct held_payload {
 
 void release_held(const held_payload& old, vrkvar* dest, vrkblock* caller) {
     switch (old.type) {
-        case Tag::CLASS:
-            clearblock(old.block, dest, caller, old.flags, old.attrs);
-            break;
+        case Tag::CLASS: clearblock(old.block, dest, caller, old.flags, old.attrs); break;
         case Tag::JSON:
             if (old.value.json) json_free(old.value.json);
             break;
@@ -280,16 +254,15 @@ void release_held(const held_payload& old, vrkvar* dest, vrkblock* caller) {
             release_object(&handle);
             break;
         }
-        default:
-            break;
+        default: break;
     }
 }
 
 void assign_at(vrkvar* dest, vrkvar* src, vrkblock* block, int depth) {
     if (src == dest || is_marker(src)) return;
 
-    if (src->type == dest->type && (src->type == Tag::INT || src->type == Tag::FLOAT) && !dest->constant &&
-        !(dest->flags & flag::FIXED_TYPE)) {
+    if (src->type == dest->type && (src->type == Tag::INT || src->type == Tag::FLOAT) &&
+        !dest->constant && !(dest->flags & flag::FIXED_TYPE)) {
         // A number into a plain cell holding a number of the same type: of the
         // steps below only the attribute mask, the hand-over of a fresh result
         // and the same-tag copy apply.
@@ -343,7 +316,8 @@ void assign_at(vrkvar* dest, vrkvar* src, vrkblock* block, int depth) {
     if (took_fresh) src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
 
     if (dest->type == Tag::CLASS || dest->type == Tag::JSON || dest->type == Tag::PTR) {
-        const held_payload old{dest->type, dest->value, dest->aux, dest->block, dest->flags, held_attrs};
+        const held_payload old{dest->type,  dest->value, dest->aux,
+                               dest->block, dest->flags, held_attrs};
         dest->type = Tag::INT;
         dest->value.i = 0;
         dest->aux = 0;

@@ -1,14 +1,15 @@
 // The shared constant cells, typed access to cells and the type-change routines.
+#include "values/cell.h"
+
 #include <string>
 #include <utility>
 
 #include "base/log.h"
 #include "base/script_lock.h"
-#include "values/object.h"
-#include "values/cell.h"
 #include "values/classref.h"
 #include "values/closure.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "values/pools.h"
 
 namespace vrk {
@@ -76,42 +77,26 @@ void change_tag(vrkvar* cell, Tag tag) {
             delete cell->value.bigintset;
             stale = holds_scalar(tag);
             break;
-        default:
-            break;
+        default: break;
     }
     if (!stale) cell->value.i = 0;
     cell->aux = 0;
 
     switch (tag) {
         case Tag::STRING:
-        case Tag::ERR:
-            cell->value.str = string_new();
-            break;
-        case Tag::JSON:
-            cell->value.json = json_new();
-            break;
-        case Tag::DATA:
-            cell->value.data = data_new();
-            break;
-        case Tag::FLOATSET:
-            cell->value.floatset = new std::vector<float>();
-            break;
-        case Tag::DOUBLESET:
-            cell->value.doubleset = new std::vector<double>();
-            break;
-        case Tag::INTSET:
-            cell->value.intset = new std::vector<int32_t>();
-            break;
-        case Tag::BIGINTSET:
-            cell->value.bigintset = new std::vector<int64_t>();
-            break;
+        case Tag::ERR: cell->value.str = string_new(); break;
+        case Tag::JSON: cell->value.json = json_new(); break;
+        case Tag::DATA: cell->value.data = data_new(); break;
+        case Tag::FLOATSET: cell->value.floatset = new std::vector<float>(); break;
+        case Tag::DOUBLESET: cell->value.doubleset = new std::vector<double>(); break;
+        case Tag::INTSET: cell->value.intset = new std::vector<int32_t>(); break;
+        case Tag::BIGINTSET: cell->value.bigintset = new std::vector<int64_t>(); break;
         case Tag::FUNCTION:
         case Tag::CLASS:
         case Tag::PTR:
             cell->block = nullptr;  // the block (or registry index) belongs to the new value
             break;
-        default:
-            break;
+        default: break;
     }
     cell->type = tag;
 }
@@ -132,21 +117,11 @@ void empty_in_place(vrkvar* cell) {
         case Tag::DATA:
             if (cell->value.data) cell->value.data->clear();
             break;
-        case Tag::FLOATSET:
-            cell->value.floatset->clear();
-            break;
-        case Tag::DOUBLESET:
-            cell->value.doubleset->clear();
-            break;
-        case Tag::INTSET:
-            cell->value.intset->clear();
-            break;
-        case Tag::BIGINTSET:
-            cell->value.bigintset->clear();
-            break;
-        default:
-            cell->value.i = 0;
-            break;
+        case Tag::FLOATSET: cell->value.floatset->clear(); break;
+        case Tag::DOUBLESET: cell->value.doubleset->clear(); break;
+        case Tag::INTSET: cell->value.intset->clear(); break;
+        case Tag::BIGINTSET: cell->value.bigintset->clear(); break;
+        default: cell->value.i = 0; break;
     }
     cell->block = nullptr;
     cell->aux = 0;
@@ -202,13 +177,16 @@ void set_string(vrkvar* cell, const char* text, std::size_t size) {
     std::string copy(text, size);
     reset(cell, Tag::STRING);
     if (cell->type != Tag::STRING) {
-        log().error("cannot set variable to string (const). The text to be set was: %s", copy.c_str());
+        log().error("cannot set variable to string (const). The text to be set was: %s",
+                    copy.c_str());
         return;
     }
     *cell->value.str = std::move(copy);
 }
 
-void set_string(vrkvar* cell, const std::string& text) { set_string(cell, text.data(), text.size()); }
+void set_string(vrkvar* cell, const std::string& text) {
+    set_string(cell, text.data(), text.size());
+}
 
 void set_ref(vrkvar* cell, vrkvar* target) {
     reset(cell, Tag::REF);
@@ -238,7 +216,9 @@ T* payload_as(vrkvar* cell, Tag tag, T* vrkpayload::*member) {
 
 vrkjson* as_json(vrkvar* cell) { return payload_as(cell, Tag::JSON, &vrkpayload::json); }
 
-std::vector<uint8_t>* as_data(vrkvar* cell) { return payload_as(cell, Tag::DATA, &vrkpayload::data); }
+std::vector<uint8_t>* as_data(vrkvar* cell) {
+    return payload_as(cell, Tag::DATA, &vrkpayload::data);
+}
 
 std::vector<float>* as_floatset(vrkvar* cell) {
     return payload_as(cell, Tag::FLOATSET, &vrkpayload::floatset);
@@ -248,7 +228,9 @@ std::vector<double>* as_doubleset(vrkvar* cell) {
     return payload_as(cell, Tag::DOUBLESET, &vrkpayload::doubleset);
 }
 
-std::vector<int32_t>* as_intset(vrkvar* cell) { return payload_as(cell, Tag::INTSET, &vrkpayload::intset); }
+std::vector<int32_t>* as_intset(vrkvar* cell) {
+    return payload_as(cell, Tag::INTSET, &vrkpayload::intset);
+}
 
 std::vector<int64_t>* as_bigintset(vrkvar* cell) {
     return payload_as(cell, Tag::BIGINTSET, &vrkpayload::bigintset);

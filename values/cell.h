@@ -49,31 +49,38 @@ enum class Tag : uint8_t {
 
 // Declaration flags (`flags`).
 namespace flag {
-inline constexpr uint16_t FIXED_TYPE = 0x0001;        // declared with a type keyword: assignment converts
-inline constexpr uint16_t CAPTURED = 0x0002;          // captured or stored copy; such this/self is kept at a call
-inline constexpr uint16_t STATIC_BUFFER = 0x0004;     // DATA sized by staticbuffer( at compile time
-inline constexpr uint16_t STRUCT_VAR = 0x0008;        // JSON laid out by a struct block (`block` is the struct)
-inline constexpr uint16_t CLASS_HINT = 0x0010;        // compile-time type knowledge (front end only)
-inline constexpr uint16_t MOVABLE = 0x0020;           // payload may be stolen by an assignment from this cell
-inline constexpr uint16_t VALUE_HINT = 0x0080;        // compile-time type knowledge (front end only)
-inline constexpr uint16_t DECLARED_FUNCTION = 0x0100; // variable that stands for a declared function
-inline constexpr uint16_t BOUND_OBJECT = 0x0200;      // assigning from it takes the top of the object stack
-inline constexpr uint16_t GLOBAL_SLOT = 0x0400;       // global cell revived from a retired name
-inline constexpr uint16_t NO_COUNT = 0x0800;          // holds CLASS or PTR without taking a reference
-inline constexpr uint16_t KEEP_HINT = 0x1000;         // compile-time type knowledge (front end only)
+inline constexpr uint16_t FIXED_TYPE = 0x0001;  // declared with a type keyword: assignment converts
+inline constexpr uint16_t CAPTURED =
+    0x0002;  // captured or stored copy; such this/self is kept at a call
+inline constexpr uint16_t STATIC_BUFFER = 0x0004;  // DATA sized by staticbuffer( at compile time
+inline constexpr uint16_t STRUCT_VAR =
+    0x0008;  // JSON laid out by a struct block (`block` is the struct)
+inline constexpr uint16_t CLASS_HINT = 0x0010;  // compile-time type knowledge (front end only)
+inline constexpr uint16_t MOVABLE =
+    0x0020;  // payload may be stolen by an assignment from this cell
+inline constexpr uint16_t VALUE_HINT = 0x0080;  // compile-time type knowledge (front end only)
+inline constexpr uint16_t DECLARED_FUNCTION =
+    0x0100;  // variable that stands for a declared function
+inline constexpr uint16_t BOUND_OBJECT =
+    0x0200;  // assigning from it takes the top of the object stack
+inline constexpr uint16_t GLOBAL_SLOT = 0x0400;  // global cell revived from a retired name
+inline constexpr uint16_t NO_COUNT = 0x0800;     // holds CLASS or PTR without taking a reference
+inline constexpr uint16_t KEEP_HINT = 0x1000;    // compile-time type knowledge (front end only)
 // A CLASS cell with any of these does not count as a holder of its instance.
 inline constexpr uint16_t NON_COUNTING = NO_COUNT | CAPTURED | MOVABLE;
 }  // namespace flag
 
 // Run-time attributes (`attrs`).
 namespace attr {
-inline constexpr uint16_t SHARED_CLOSURE = 0x0002;   // FUNCTION cell does not own its closure record
-inline constexpr uint16_t NO_DESTRUCTOR = 0x0004;    // releasing this CLASS cell runs no script destructor
-inline constexpr uint16_t INSTANCE_CELL = 0x0008;    // CLASS cell listed in its class data's cells
-inline constexpr uint16_t CLASS_HINT2 = 0x0010;      // compile-time type knowledge (front end only)
-inline constexpr uint16_t OWNS_RESULT = 0x0020;      // scoped, or took over a fresh native result
-inline constexpr uint16_t BY_REF_PARAM = 0x0040;     // by-reference parameter: a store rebinds it
-inline constexpr uint16_t NO_REF_WRAP = 0x0080;      // an argument taken from it is copied, never wrapped
+inline constexpr uint16_t SHARED_CLOSURE = 0x0002;  // FUNCTION cell does not own its closure record
+inline constexpr uint16_t NO_DESTRUCTOR =
+    0x0004;  // releasing this CLASS cell runs no script destructor
+inline constexpr uint16_t INSTANCE_CELL = 0x0008;  // CLASS cell listed in its class data's cells
+inline constexpr uint16_t CLASS_HINT2 = 0x0010;    // compile-time type knowledge (front end only)
+inline constexpr uint16_t OWNS_RESULT = 0x0020;    // scoped, or took over a fresh native result
+inline constexpr uint16_t BY_REF_PARAM = 0x0040;   // by-reference parameter: a store rebinds it
+inline constexpr uint16_t NO_REF_WRAP =
+    0x0080;  // an argument taken from it is copied, never wrapped
 inline constexpr uint16_t NATIVE_FUNCTION = 0x0400;  // FUNCTION whose `value` is a native record
 inline constexpr uint16_t FRESH_RESULT = 0x2000;     // result a native function has just created
 // Bits that survive an assignment or a type reset.
@@ -87,28 +94,28 @@ inline constexpr uint8_t kHandleMark = 255;
 
 // The payload word of a cell; which member is live is decided by the tag.
 union vrkpayload {
-    int64_t i;                         // INT, EXT, PTR (low 32 bits: object id or callback handle)
-    double f;                          // FLOAT
-    std::string* str;                  // STRING, ERR
-    vrkclosure* closure;               // FUNCTION (script): closure record or null
-    vrknative* native;                 // FUNCTION with NATIVE_FUNCTION: the native record
-    struct vrkvar* ref;                // REF: target, not owned, may be null
-    vrkjson* json;                     // JSON
-    std::vector<uint8_t>* data;        // DATA
-    std::vector<float>* floatset;      // FLOATSET
-    std::vector<double>* doubleset;    // DOUBLESET
-    std::vector<int32_t>* intset;      // INTSET
-    std::vector<int64_t>* bigintset;   // BIGINTSET
-    void* ptr;                         // any pointer payload, untyped
+    int64_t i;                        // INT, EXT, PTR (low 32 bits: object id or callback handle)
+    double f;                         // FLOAT
+    std::string* str;                 // STRING, ERR
+    vrkclosure* closure;              // FUNCTION (script): closure record or null
+    vrknative* native;                // FUNCTION with NATIVE_FUNCTION: the native record
+    struct vrkvar* ref;               // REF: target, not owned, may be null
+    vrkjson* json;                    // JSON
+    std::vector<uint8_t>* data;       // DATA
+    std::vector<float>* floatset;     // FLOATSET
+    std::vector<double>* doubleset;   // DOUBLESET
+    std::vector<int32_t>* intset;     // INTSET
+    std::vector<int64_t>* bigintset;  // BIGINTSET
+    void* ptr;                        // any pointer payload, untyped
 };
 
 struct vrkvar {
-    Tag type = Tag::INT;      // type tag
-    uint8_t constant = 0;     // non-zero: refuses assignment and type change
-    uint16_t flags = 0;       // declaration flags (namespace flag)
-    uint16_t attrs = 0;       // run-time attributes (namespace attr)
-    vrkpayload value{0};      // scalar or owned payload, by tag
-    uint16_t aux = 0;         // FUNCTION: parameter count; PTR: handle marks (aux_hi, aux_lo)
+    Tag type = Tag::INT;   // type tag
+    uint8_t constant = 0;  // non-zero: refuses assignment and type change
+    uint16_t flags = 0;    // declaration flags (namespace flag)
+    uint16_t attrs = 0;    // run-time attributes (namespace attr)
+    vrkpayload value{0};   // scalar or owned payload, by tag
+    uint16_t aux = 0;      // FUNCTION: parameter count; PTR: handle marks (aux_hi, aux_lo)
     union {
         vrkblock* block = nullptr;  // FUNCTION, CLASS: the block
         uint64_t handle_index;      // PTR: index of the object in the registry

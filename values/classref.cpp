@@ -41,7 +41,8 @@ bool destroy_instance(vrkblock* block, vrkblock* caller, uint16_t attrs) {
     data.destructing = 1;
 
     vrkvar* d = nullptr;
-    if (block->is_class_or_instance() && block->vars->size() > static_cast<std::size_t>(ClassSlot::destructor))
+    if (block->is_class_or_instance() &&
+        block->vars->size() > static_cast<std::size_t>(ClassSlot::destructor))
         d = (*block->vars)[static_cast<std::size_t>(ClassSlot::destructor)];
     if (!d || d->type == Tag::VOID || (attrs & attr::NO_DESTRUCTOR)) {
         block_delete(block);
@@ -70,8 +71,9 @@ bool destroy_instance(vrkblock* block, vrkblock* caller, uint16_t attrs) {
     }
     // Hand the declared defaults of the destructor's parameters over.
     if (inst != own) {
-        std::size_t n = std::min<std::size_t>(static_cast<std::size_t>(std::max<int16_t>(own->param_count, 0)),
-                                              std::min(inst->vars->size(), own->vars->size()));
+        std::size_t n = std::min<std::size_t>(
+            static_cast<std::size_t>(std::max<int16_t>(own->param_count, 0)),
+            std::min(inst->vars->size(), own->vars->size()));
         for (std::size_t i = 0; i < n; ++i) {
             vrkvar* from = (*own->vars)[i];
             vrkvar* to = (*inst->vars)[i];
@@ -119,7 +121,8 @@ void clearblock(vrkblock* block, vrkvar* cell, vrkblock* caller, uint16_t saved_
     if (!block || !block_alive(block)) return;
     ScriptLock lock;
     forget_cell(block, cell);
-    if ((block->kind & (kind::CLASS | kind::SINGLETON)) || (saved_flags & (flag::NO_COUNT | flag::CAPTURED)))
+    if ((block->kind & (kind::CLASS | kind::SINGLETON)) ||
+        (saved_flags & (flag::NO_COUNT | flag::CAPTURED)))
         return;
     vrkclass_data& data = block->get_class_data();
     if (!(saved_flags & flag::MOVABLE)) --data.refs;
@@ -142,7 +145,8 @@ void clearblock(vrkvar* cell, vrkblock* caller, bool force) {
     forget_cell(block, cell);
     uint16_t flags = cell->flags;
     uint16_t attrs = cell->attrs;
-    bool stop = (block->kind & (kind::CLASS | kind::SINGLETON)) || (flags & (flag::NO_COUNT | flag::CAPTURED));
+    bool stop = (block->kind & (kind::CLASS | kind::SINGLETON)) ||
+                (flags & (flag::NO_COUNT | flag::CAPTURED));
     if (!stop) {
         vrkclass_data& data = block->get_class_data();
         if (!(flags & flag::MOVABLE)) --data.refs;

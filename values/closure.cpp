@@ -56,13 +56,15 @@ void closure_capture(vrkvar* dest, const vrkvar* src, vrkblock* caller) {
         const vrkclosure* from = src->value.closure;
         closure->pairs.reserve(from->pairs.size());
         for (const vrkcapture& pair : from->pairs) {
-            closure->pairs.push_back({pair.var_index, pair.source_index, captured_copy(pair.cell, caller)});
+            closure->pairs.push_back(
+                {pair.var_index, pair.source_index, captured_copy(pair.cell, caller)});
         }
     } else if (fn->captures) {
         const std::vector<vrkvar*>& vars = *fn->vars;
         closure->pairs.reserve(fn->captures->size());
         for (const auto& [target, source] : *fn->captures) {
-            if (source < 0 || static_cast<std::size_t>(source) >= vars.size() || !vars[source]) continue;
+            if (source < 0 || static_cast<std::size_t>(source) >= vars.size() || !vars[source])
+                continue;
             closure->pairs.push_back(
                 {target, static_cast<uint32_t>(source), captured_copy(vars[source], caller)});
         }

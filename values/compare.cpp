@@ -40,7 +40,8 @@ bool holds(Relation rel, N x, N y) {
 
 // The text of a cell: a STRING's own text, anything else through to_string.
 std::string_view text_of(const vrkvar* c, std::string& holder) {
-    if (c->is(Tag::STRING)) return c->value.str ? std::string_view(*c->value.str) : std::string_view();
+    if (c->is(Tag::STRING))
+        return c->value.str ? std::string_view(*c->value.str) : std::string_view();
     holder = to_string(c);
     return holder;
 }

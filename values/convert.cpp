@@ -10,10 +10,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "values/object.h"
 #include "saved/json_text.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "vm/block.h"
 
 namespace vrk {
@@ -24,26 +24,20 @@ namespace {
 // own (NaN, out of range) gives the smallest integer, which is what the
 // hardware conversion gives.
 int64_t truncate_double(double d) {
-    if (std::isnan(d) || d >= 9223372036854775808.0 || d < -9223372036854775808.0) return std::numeric_limits<int64_t>::min();
+    if (std::isnan(d) || d >= 9223372036854775808.0 || d < -9223372036854775808.0)
+        return std::numeric_limits<int64_t>::min();
     return static_cast<int64_t>(d);
 }
 
 std::size_t element_count(const vrkvar* cell) {
     switch (cell->type) {
-        case Tag::JSON:
-            return cell->value.json ? cell->value.json->elements.size() : 0;
-        case Tag::DATA:
-            return cell->value.data ? cell->value.data->size() : 0;
-        case Tag::FLOATSET:
-            return cell->value.floatset ? cell->value.floatset->size() : 0;
-        case Tag::DOUBLESET:
-            return cell->value.doubleset ? cell->value.doubleset->size() : 0;
-        case Tag::INTSET:
-            return cell->value.intset ? cell->value.intset->size() : 0;
-        case Tag::BIGINTSET:
-            return cell->value.bigintset ? cell->value.bigintset->size() : 0;
-        default:
-            return 0;
+        case Tag::JSON: return cell->value.json ? cell->value.json->elements.size() : 0;
+        case Tag::DATA: return cell->value.data ? cell->value.data->size() : 0;
+        case Tag::FLOATSET: return cell->value.floatset ? cell->value.floatset->size() : 0;
+        case Tag::DOUBLESET: return cell->value.doubleset ? cell->value.doubleset->size() : 0;
+        case Tag::INTSET: return cell->value.intset ? cell->value.intset->size() : 0;
+        case Tag::BIGINTSET: return cell->value.bigintset ? cell->value.bigintset->size() : 0;
+        default: return 0;
     }
 }
 
@@ -80,15 +74,11 @@ int64_t literal_to_int(const std::string& text) {
 int64_t to_int(const vrkvar* cell) {
     switch (cell->type) {
         case Tag::INT:
-        case Tag::EXT:
-            return cell->value.i;
-        case Tag::FLOAT:
-            return truncate_double(cell->value.f);
-        case Tag::STRING:
-            return cell->value.str ? text_to_int(*cell->value.str) : 0;
+        case Tag::EXT: return cell->value.i;
+        case Tag::FLOAT: return truncate_double(cell->value.f);
+        case Tag::STRING: return cell->value.str ? text_to_int(*cell->value.str) : 0;
         case Tag::FUNCTION:
-        case Tag::CLASS:
-            return 1;
+        case Tag::CLASS: return 1;
         case Tag::PTR: {
             vrkobject* obj = object_of(cell);
             return obj ? obj->toInt() : 1;
@@ -98,21 +88,17 @@ int64_t to_int(const vrkvar* cell) {
         case Tag::FLOATSET:
         case Tag::DOUBLESET:
         case Tag::INTSET:
-        case Tag::BIGINTSET:
-            return static_cast<int64_t>(element_count(cell));
-        default:
-            return 0;
+        case Tag::BIGINTSET: return static_cast<int64_t>(element_count(cell));
+        default: return 0;
     }
 }
 
 double to_float(const vrkvar* cell) {
     switch (cell->type) {
         case Tag::INT:
-        case Tag::EXT:
-            return static_cast<double>(cell->value.i);
+        case Tag::EXT: return static_cast<double>(cell->value.i);
         case Tag::FLOAT:
-        case Tag::VOID:
-            return cell->value.f;
+        case Tag::VOID: return cell->value.f;
         case Tag::STRING:
             return cell->value.str ? std::strtod(cell->value.str->c_str(), nullptr) : 0.0;
         case Tag::PTR: {
@@ -126,30 +112,27 @@ double to_float(const vrkvar* cell) {
             std::memcpy(&d, data->data(), sizeof d);
             return d;
         }
-        default:
-            return 0.0;
+        default: return 0.0;
     }
 }
 
 void append_string(const vrkvar* cell, std::string& out) {
     switch (cell->type) {
         case Tag::INT:
-        case Tag::EXT:
-            out += std::to_string(static_cast<long long>(cell->value.i));
-            break;
+        case Tag::EXT: out += std::to_string(static_cast<long long>(cell->value.i)); break;
         case Tag::FLOAT: {
             // Six decimals always; the text is cut to what a 24-byte buffer holds.
             char buffer[24];
             int n = std::snprintf(buffer, sizeof buffer, "%lf", cell->value.f);
-            if (n > 0) out.append(buffer, std::min<std::size_t>(static_cast<std::size_t>(n), sizeof buffer - 1));
+            if (n > 0)
+                out.append(buffer,
+                           std::min<std::size_t>(static_cast<std::size_t>(n), sizeof buffer - 1));
             break;
         }
         case Tag::STRING:
             if (cell->value.str) out += *cell->value.str;
             break;
-        case Tag::FUNCTION:
-            out += "FUNCTION";
-            break;
+        case Tag::FUNCTION: out += "FUNCTION"; break;
         case Tag::CLASS:
             if (cell->block && cell->block->class_data) {
                 if (cell->block->class_data->name) out += *cell->block->class_data->name;
@@ -164,9 +147,7 @@ void append_string(const vrkvar* cell, std::string& out) {
                 out += text;
             }
             break;
-        case Tag::REF:
-            out += "REF";
-            break;
+        case Tag::REF: out += "REF"; break;
         case Tag::JSON:
             if (cell->value.json) json_to_text(cell->value.json, false, out);
             break;
@@ -176,8 +157,7 @@ void append_string(const vrkvar* cell, std::string& out) {
                 out.append(data->begin(), end);
             }
             break;
-        default:
-            break;
+        default: break;
     }
 }
 
@@ -189,8 +169,8 @@ std::string to_string(const vrkvar* cell) {
 
 std::string tag_name(Tag tag) {
     static constexpr const char* kNames[] = {
-        "INT",  "FLOAT", "STRING", "FUNCTION", "CLASS",    "EXT",       "VOID",   "PTR",
-        "REF",  "JSON",  "DATA",   "FLOATSET", "DOUBLESET", "INTSET", "BIGINTSET", "ERR",
+        "INT", "FLOAT", "STRING", "FUNCTION", "CLASS",     "EXT",    "VOID",      "PTR",
+        "REF", "JSON",  "DATA",   "FLOATSET", "DOUBLESET", "INTSET", "BIGINTSET", "ERR",
     };
     const auto n = static_cast<unsigned>(tag);
     if (n < std::size(kNames)) return kNames[n];

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "base/log.h"
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "vm/block.h"
 #include "vm/errors.h"
 
@@ -36,12 +36,8 @@ void store_json(vrkblock* block, vrkvar* dst, vrkvar* src) {
         case Tag::STRING:
             element = json_find(json, k->value.str ? *k->value.str : std::string());
             break;
-        case Tag::DATA:
-            element = json_find(json, to_string(k));
-            break;
-        default:
-            element = json_at(json, to_int(k));
-            break;
+        case Tag::DATA: element = json_find(json, to_string(k)); break;
+        default: element = json_at(json, to_int(k)); break;
     }
     checked_assign(block, element, src);
 }
@@ -106,14 +102,11 @@ bool has_pending_index(const vrkblock* block) { return block->pending_index != k
 
 bool element_store(vrkblock* block, vrkvar* dst, vrkvar* src, const vrkinstr* instr) {
     bool suspended = false;
-    if (!is_marker(dst, kStoreMarker) && !is_marker(src, kStoreMarker) && has_pending_index(block)) {
+    if (!is_marker(dst, kStoreMarker) && !is_marker(src, kStoreMarker) &&
+        has_pending_index(block)) {
         switch (dst->type) {
-            case Tag::JSON:
-                store_json(block, dst, src);
-                break;
-            case Tag::STRING:
-                store_string(block, dst, src);
-                break;
+            case Tag::JSON: store_json(block, dst, src); break;
+            case Tag::STRING: store_string(block, dst, src); break;
             case Tag::DATA:
                 store_vector(block, dst->value.data, src,
                              [](vrkvar* v) { return static_cast<uint8_t>(to_int(v)); });
@@ -123,7 +116,8 @@ bool element_store(vrkblock* block, vrkvar* dst, vrkvar* src, const vrkinstr* in
                              [](vrkvar* v) { return static_cast<float>(to_float(v)); });
                 break;
             case Tag::DOUBLESET:
-                store_vector(block, dst->value.doubleset, src, [](vrkvar* v) { return to_float(v); });
+                store_vector(block, dst->value.doubleset, src,
+                             [](vrkvar* v) { return to_float(v); });
                 break;
             case Tag::INTSET:
                 store_vector(block, dst->value.intset, src,
@@ -132,11 +126,8 @@ bool element_store(vrkblock* block, vrkvar* dst, vrkvar* src, const vrkinstr* in
             case Tag::BIGINTSET:
                 store_vector(block, dst->value.bigintset, src, [](vrkvar* v) { return to_int(v); });
                 break;
-            case Tag::PTR:
-                suspended = store_object(block, src, instr);
-                break;
-            default:
-                break;
+            case Tag::PTR: suspended = store_object(block, src, instr); break;
+            default: break;
         }
     }
     block->pending_index = kNoPending;

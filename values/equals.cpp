@@ -8,9 +8,9 @@
 #include <cstring>
 #include <string>
 
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 
 namespace vrk {
 

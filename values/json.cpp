@@ -42,7 +42,8 @@ vrkelement* scan(const vrkjson* json, const std::string& key, int64_t& keyed_bef
 vrkelement* hinted(const vrkjson* json, const std::string& key, int64_t hint) {
     if (hint < 0 || static_cast<uint64_t>(hint) >= json->elements.size()) return nullptr;
     vrkelement* element = json->elements[static_cast<std::size_t>(hint)];
-    if (!element->key || element->key->empty() || !json_key_equal(*element->key, key)) return nullptr;
+    if (!element->key || element->key->empty() || !json_key_equal(*element->key, key))
+        return nullptr;
     return element;
 }
 
@@ -128,7 +129,8 @@ vrkelement* json_append(vrkjson* json, vrkvar* value, vrkblock* block) {
     return element;
 }
 
-vrkelement* json_append_keyed(vrkjson* json, vrkvar* value, const std::string& key, vrkblock* block) {
+vrkelement* json_append_keyed(vrkjson* json, vrkvar* value, const std::string& key,
+                              vrkblock* block) {
     vrkelement* element = element_new_keyed(key);
     json->elements.push_back(element);
     if (value) assign(element, value, block);
@@ -167,11 +169,8 @@ void json_erase(vrkjson* json, vrkvar* key_cell) {
             json->elements.resize(kept);
             return;
         }
-        case Tag::DATA:
-            log().error("erase: invalid key.");
-            return;
-        default:
-            return;
+        case Tag::DATA: log().error("erase: invalid key."); return;
+        default: return;
     }
 }
 

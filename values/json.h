@@ -32,7 +32,8 @@ vrkelement* json_find(vrkjson* json, const std::string& key);
 vrkelement* json_find_hinted(vrkjson* json, const std::string& key, int64_t& hint);
 // Appends a copy of value (blank INT 0 when null).
 vrkelement* json_append(vrkjson* json, vrkvar* value, vrkblock* block);
-vrkelement* json_append_keyed(vrkjson* json, vrkvar* value, const std::string& key, vrkblock* block);
+vrkelement* json_append_keyed(vrkjson* json, vrkvar* value, const std::string& key,
+                              vrkblock* block);
 // Erases by position (INT/FLOAT key) or every element with a key (STRING key).
 void json_erase(vrkjson* json, vrkvar* key_cell);
 // Frees all elements.

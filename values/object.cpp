@@ -239,13 +239,21 @@ bool vrkobject::div_reverse(vrkblock*, vrkvar*, vrkvar* res) { return not_implem
 bool vrkobject::sub(vrkblock*, vrkvar*, vrkvar* res) { return not_implemented(res); }
 bool vrkobject::sub_reverse(vrkblock*, vrkvar*, vrkvar* res) { return not_implemented(res); }
 ScriptArrayReturn vrkobject::count(vrkblock*, vrkvar* res) { return array_not_implemented(res); }
-ScriptArrayReturn vrkobject::arrayGet(vrkblock*, vrkvar*, vrkvar*) { return array_not_implemented(nullptr); }
-ScriptArrayReturn vrkobject::arraySet(vrkblock*, vrkvar*, vrkvar*) { return array_not_implemented(nullptr); }
-ScriptArrayReturn vrkobject::push(vrkblock*, vrkvar*, vrkvar*) { return array_not_implemented(nullptr); }
+ScriptArrayReturn vrkobject::arrayGet(vrkblock*, vrkvar*, vrkvar*) {
+    return array_not_implemented(nullptr);
+}
+ScriptArrayReturn vrkobject::arraySet(vrkblock*, vrkvar*, vrkvar*) {
+    return array_not_implemented(nullptr);
+}
+ScriptArrayReturn vrkobject::push(vrkblock*, vrkvar*, vrkvar*) {
+    return array_not_implemented(nullptr);
+}
 ScriptArrayReturn vrkobject::pop(vrkblock*, vrkvar*) { return array_not_implemented(nullptr); }
 ScriptArrayReturn vrkobject::reserved21() { return array_not_implemented(nullptr); }
 ScriptArrayReturn vrkobject::eraseAt(vrkblock*, vrkvar*) { return array_not_implemented(nullptr); }
-ScriptArrayReturn vrkobject::hasKey(vrkblock*, vrkvar*, vrkvar*) { return array_not_implemented(nullptr); }
+ScriptArrayReturn vrkobject::hasKey(vrkblock*, vrkvar*, vrkvar*) {
+    return array_not_implemented(nullptr);
+}
 ScriptArrayReturn vrkobject::sync() { return array_not_implemented(nullptr); }
 void vrkobject::onFrameBegin() {}
 void vrkobject::onFrameEnd() {}

@@ -41,18 +41,18 @@ class vrkobject;
 
 // One slot of the guarded pointer table.
 struct vrkregistry_slot {
-    vrkptr_base* ptr = nullptr;     // the object, null when the slot is free
-    vrkobject* object = nullptr;    // the same object as a native object; null for blocks
-    uint32_t id = 0;                // id of the object in the slot, 0 when free
-    uint32_t type_hash = 0;         // hash of the most derived registered type, 0 if none
-    uint32_t object_hash = 0;       // hash of vrkobject when `object` is set
+    vrkptr_base* ptr = nullptr;   // the object, null when the slot is free
+    vrkobject* object = nullptr;  // the same object as a native object; null for blocks
+    uint32_t id = 0;              // id of the object in the slot, 0 when free
+    uint32_t type_hash = 0;       // hash of the most derived registered type, 0 if none
+    uint32_t object_hash = 0;     // hash of vrkobject when `object` is set
 };
 
 // The guarded pointer table (held by the process context).
 struct vrkregistry {
-    std::vector<vrkregistry_slot> slots;  // indexed by registry_index
-    std::vector<uint64_t> free_slots;     // indices available for reuse
-    uint32_t next_id = 0;                 // last id given out
+    std::vector<vrkregistry_slot> slots;     // indexed by registry_index
+    std::vector<uint64_t> free_slots;        // indices available for reuse
+    uint32_t next_id = 0;                    // last id given out
     vrkptr_base* last_registered = nullptr;  // address of the last object entered
 };
 
@@ -91,8 +91,8 @@ public:
 
 // What array-like operations answer: done, or a deferred job to run.
 struct ScriptArrayReturn {
-    int status = 0;                 // 0 done; 1 a deferred job is carried
-    std::function<void()> job;      // the deferred job, when status is 1
+    int status = 0;             // 0 done; 1 a deferred job is carried
+    std::function<void()> job;  // the deferred job, when status is 1
 };
 
 // Bits of `vrkobject::object_flags`.
@@ -106,43 +106,43 @@ public:
     vrkobject();
     ~vrkobject() override;
 
-    virtual void destroy();                                             // 0
-    virtual bool serialize(ScriptCacheWriter& writer);                  // 1
-    virtual bool deserialize(ScriptCacheReader& reader);                // 2
-    virtual void toString(std::string& out);                            // 3
-    virtual double toFloat();                                           // 4
-    virtual int64_t toInt();                                            // 5
-    virtual void toData(std::vector<uint8_t>& out);                     // 6
-    virtual vrkobject* clone();                                         // 7
-    virtual vrkobject* deepCopy();                                      // 8
-    virtual bool add(vrkblock* b, vrkvar* other, vrkvar* res);          // 9
-    virtual bool mult(vrkblock* b, vrkvar* other, vrkvar* res);         // 10
-    virtual bool exp(vrkblock* b, vrkvar* other, vrkvar* res);          // 11
-    virtual bool div(vrkblock* b, vrkvar* other, vrkvar* res);          // 12
-    virtual bool div_reverse(vrkblock* b, vrkvar* other, vrkvar* res);  // 13
-    virtual bool sub(vrkblock* b, vrkvar* other, vrkvar* res);          // 14
-    virtual bool sub_reverse(vrkblock* b, vrkvar* other, vrkvar* res);  // 15
-    virtual ScriptArrayReturn count(vrkblock* b, vrkvar* res);                      // 16
-    virtual ScriptArrayReturn arrayGet(vrkblock* b, vrkvar* res, vrkvar* key);      // 17
-    virtual ScriptArrayReturn arraySet(vrkblock* b, vrkvar* value, vrkvar* key);    // 18
-    virtual ScriptArrayReturn push(vrkblock* b, vrkvar* res, vrkvar* value);        // 19
-    virtual ScriptArrayReturn pop(vrkblock* b, vrkvar* res);                        // 20
-    virtual ScriptArrayReturn reserved21();                                         // 21
-    virtual ScriptArrayReturn eraseAt(vrkblock* b, vrkvar* position);               // 22
-    virtual ScriptArrayReturn hasKey(vrkblock* b, vrkvar* res, vrkvar* key);        // 23
-    virtual ScriptArrayReturn sync();                                               // 24
-    virtual void onFrameBegin();                                        // 25
-    virtual void onFrameEnd();                                          // 26
-    virtual void addRef();                                              // 27
-    virtual void release();                                             // 28
-    virtual void reserved29();                                          // 29
-    virtual vrkobject* instance();                                      // 30
+    virtual void destroy();                                                       // 0
+    virtual bool serialize(ScriptCacheWriter& writer);                            // 1
+    virtual bool deserialize(ScriptCacheReader& reader);                          // 2
+    virtual void toString(std::string& out);                                      // 3
+    virtual double toFloat();                                                     // 4
+    virtual int64_t toInt();                                                      // 5
+    virtual void toData(std::vector<uint8_t>& out);                               // 6
+    virtual vrkobject* clone();                                                   // 7
+    virtual vrkobject* deepCopy();                                                // 8
+    virtual bool add(vrkblock* b, vrkvar* other, vrkvar* res);                    // 9
+    virtual bool mult(vrkblock* b, vrkvar* other, vrkvar* res);                   // 10
+    virtual bool exp(vrkblock* b, vrkvar* other, vrkvar* res);                    // 11
+    virtual bool div(vrkblock* b, vrkvar* other, vrkvar* res);                    // 12
+    virtual bool div_reverse(vrkblock* b, vrkvar* other, vrkvar* res);            // 13
+    virtual bool sub(vrkblock* b, vrkvar* other, vrkvar* res);                    // 14
+    virtual bool sub_reverse(vrkblock* b, vrkvar* other, vrkvar* res);            // 15
+    virtual ScriptArrayReturn count(vrkblock* b, vrkvar* res);                    // 16
+    virtual ScriptArrayReturn arrayGet(vrkblock* b, vrkvar* res, vrkvar* key);    // 17
+    virtual ScriptArrayReturn arraySet(vrkblock* b, vrkvar* value, vrkvar* key);  // 18
+    virtual ScriptArrayReturn push(vrkblock* b, vrkvar* res, vrkvar* value);      // 19
+    virtual ScriptArrayReturn pop(vrkblock* b, vrkvar* res);                      // 20
+    virtual ScriptArrayReturn reserved21();                                       // 21
+    virtual ScriptArrayReturn eraseAt(vrkblock* b, vrkvar* position);             // 22
+    virtual ScriptArrayReturn hasKey(vrkblock* b, vrkvar* res, vrkvar* key);      // 23
+    virtual ScriptArrayReturn sync();                                             // 24
+    virtual void onFrameBegin();                                                  // 25
+    virtual void onFrameEnd();                                                    // 26
+    virtual void addRef();                                                        // 27
+    virtual void release();                                                       // 28
+    virtual void reserved29();                                                    // 29
+    virtual vrkobject* instance();                                                // 30
 
-    int32_t ref_count = 0;              // script references
-    uint32_t object_flags = 0;          // object_flag::DETACHED, object_flag::GLOBAL
-    vrkblock* owner_block = nullptr;    // block the object is associated with
+    int32_t ref_count = 0;                // script references
+    uint32_t object_flags = 0;            // object_flag::DETACHED, object_flag::GLOBAL
+    vrkblock* owner_block = nullptr;      // block the object is associated with
     const char* type_name = "vrkobject";  // script type name
-    uint8_t type_set = 0;               // the derived type has set type_name
+    uint8_t type_set = 0;                 // the derived type has set type_name
     std::vector<std::function<void()>>* parents = nullptr;  // clean-ups run at destruction
 
 protected:
@@ -165,9 +165,9 @@ class vrkobject_threaded : public vrkobject {
 public:
     ~vrkobject_threaded() override;
 
-    void destroy() override;   // waits for the jobs, then ends as any object
-    virtual void jobBegin();   // 31
-    virtual void jobEnd();     // 32
+    void destroy() override;  // waits for the jobs, then ends as any object
+    virtual void jobBegin();  // 31
+    virtual void jobEnd();    // 32
 
     std::atomic<int32_t> jobs{0};  // jobs running now
 };

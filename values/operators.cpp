@@ -11,8 +11,8 @@
 #include <cmath>
 #include <string>
 
-#include "values/object.h"
 #include "values/cell.h"
+#include "values/object.h"
 #include "vm/errors.h"
 
 namespace vrk {
@@ -59,9 +59,9 @@ constexpr std::array<const char*, 5> kInvalidReport = {
 // without the running block.
 using ObjectSlot = bool (vrkobject::*)(vrkblock*, vrkvar*, vrkvar*);
 struct ObjectRoute {
-    ObjectSlot on_lhs;      // object is the left operand
-    ObjectSlot on_rhs;      // object is the right operand
-    bool rhs_gets_block;    // the second call receives the running block
+    ObjectSlot on_lhs;    // object is the left operand
+    ObjectSlot on_rhs;    // object is the right operand
+    bool rhs_gets_block;  // the second call receives the running block
 };
 constexpr std::array<ObjectRoute, 5> kObjectRoutes = {{
     {&vrkobject::add, &vrkobject::add, true},
@@ -89,7 +89,8 @@ void concatenate(vrkvar* lhs, vrkvar* rhs, vrkvar* res, bool lhs_expires) {
     if (res != lhs && res != rhs) {
         reset(res, Tag::STRING);
         if (res->is(Tag::STRING) && res->value.str) {
-            if (lhs_expires && lhs != rhs && lhs->is(Tag::STRING) && lhs->value.str && res->value.str->empty()) {
+            if (lhs_expires && lhs != rhs && lhs->is(Tag::STRING) && lhs->value.str &&
+                res->value.str->empty()) {
                 res->value.str->swap(*lhs->value.str);
             } else {
                 append_string(lhs, *res->value.str);
@@ -139,7 +140,8 @@ int64_t int_arith(BinOp op, int64_t a, int64_t b) {
             if (b == 0) return 0;
             if (b == -1) return static_cast<int64_t>(uint64_t{0} - ua);  // INT64_MIN stays
             return a / b;
-        case BinOp::exp: return pow_to_int(std::pow(static_cast<double>(a), static_cast<double>(b)));
+        case BinOp::exp:
+            return pow_to_int(std::pow(static_cast<double>(a), static_cast<double>(b)));
     }
     return 0;
 }
@@ -155,7 +157,8 @@ double float_arith(BinOp op, double a, double b) {
     return 0.0;
 }
 
-void binary_op(vrkblock* block, BinOp op, vrkvar* lhs, vrkvar* rhs, vrkvar** res_slot, bool lhs_expires) {
+void binary_op(vrkblock* block, BinOp op, vrkvar* lhs, vrkvar* rhs, vrkvar** res_slot,
+               bool lhs_expires) {
     if (op == BinOp::div && (is_marker(lhs) || is_marker(rhs))) {
         report_error(block, "div", "division error");
         return;
@@ -168,26 +171,17 @@ void binary_op(vrkblock* block, BinOp op, vrkvar* lhs, vrkvar* rhs, vrkvar** res
     if (op == BinOp::add && (lhs->is(Tag::STRING) || rhs->is(Tag::STRING))) high = Tag::STRING;
 
     switch (route_of(high)) {
-        case Route::integer:
-            set_int(res, int_arith(op, lhs->value.i, rhs->value.i));
-            return;
-        case Route::floating:
-            set_float(res, float_arith(op, to_float(lhs), to_float(rhs)));
-            return;
+        case Route::integer: set_int(res, int_arith(op, lhs->value.i, rhs->value.i)); return;
+        case Route::floating: set_float(res, float_arith(op, to_float(lhs), to_float(rhs))); return;
         case Route::text:
             if (op == BinOp::add) {
                 concatenate(lhs, rhs, res, lhs_expires);
                 return;
             }
             break;
-        case Route::invalid:
-            break;
-        case Route::object:
-            object_op(block, op, lhs, rhs, res);
-            return;
-        case Route::container:
-            container_op(block, op, lhs, rhs, res_slot);
-            return;
+        case Route::invalid: break;
+        case Route::object: object_op(block, op, lhs, rhs, res); return;
+        case Route::container: container_op(block, op, lhs, rhs, res_slot); return;
     }
     runtime_error(kInvalidReport[index_of(op)], block);
 }

@@ -51,15 +51,25 @@ private:
 template <class E>
 std::vector<E>* payload(vrkvar* c);
 template <>
-std::vector<uint8_t>* payload(vrkvar* c) { return c->value.data; }
+std::vector<uint8_t>* payload(vrkvar* c) {
+    return c->value.data;
+}
 template <>
-std::vector<float>* payload(vrkvar* c) { return c->value.floatset; }
+std::vector<float>* payload(vrkvar* c) {
+    return c->value.floatset;
+}
 template <>
-std::vector<double>* payload(vrkvar* c) { return c->value.doubleset; }
+std::vector<double>* payload(vrkvar* c) {
+    return c->value.doubleset;
+}
 template <>
-std::vector<int32_t>* payload(vrkvar* c) { return c->value.intset; }
+std::vector<int32_t>* payload(vrkvar* c) {
+    return c->value.intset;
+}
 template <>
-std::vector<int64_t>* payload(vrkvar* c) { return c->value.bigintset; }
+std::vector<int64_t>* payload(vrkvar* c) {
+    return c->value.bigintset;
+}
 
 // Applies the scalar to every element. Integer elements take the scalar
 // truncated to their own width and wrap at it (going through int_arith and

@@ -25,9 +25,9 @@ namespace vrk {
 // One free list: records ready for reuse, with a cap and a count of records made.
 template <class T>
 struct vrkpool {
-    std::vector<T*> free;   // records available for reuse
-    std::size_t cap;        // most records kept; beyond that they are destroyed
-    uint32_t created = 0;   // records ever created through this pool
+    std::vector<T*> free;  // records available for reuse
+    std::size_t cap;       // most records kept; beyond that they are destroyed
+    uint32_t created = 0;  // records ever created through this pool
 
     explicit vrkpool(std::size_t c) : cap(c) {}
 };
@@ -43,9 +43,9 @@ struct vrkpools {
     vrkpool<vrkvar> cell_pool{kPoolCap};                    // free plain cells
     vrkpool<std::string> string_pool{kPoolCap};             // free strings
     vrkpool<std::vector<uint8_t>> data_pool{kDataPoolCap};  // free DATA vectors
-    vrkqueue<vrkjson> json_queue;        // JSON records freed on foreign threads
-    vrkqueue<vrkelement> element_queue;  // elements freed on foreign threads
-    vrkqueue<vrkvar> cell_queue;         // cells freed on foreign threads
+    vrkqueue<vrkjson> json_queue;                           // JSON records freed on foreign threads
+    vrkqueue<vrkelement> element_queue;                     // elements freed on foreign threads
+    vrkqueue<vrkvar> cell_queue;                            // cells freed on foreign threads
 
     // With `on` false nothing freed from now on is kept for reuse: every
     // record goes back to the allocator at once, so that a sanitizer sees any

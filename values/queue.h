@@ -36,8 +36,7 @@ public:
     void push(T* payload) {
         Node* node = new Node{payload, {nullptr}};
         Node* old = tail.load();
-        while (!tail.compare_exchange_weak(old, node)) {
-        }
+        while (!tail.compare_exchange_weak(old, node)) {}
         old->next.store(node);
     }
 
@@ -58,8 +57,8 @@ public:
 
 private:
     struct Node {
-        T* payload;                // record waiting to be freed; null in the dummy
-        std::atomic<Node*> next;   // following node, null at the tail
+        T* payload;               // record waiting to be freed; null in the dummy
+        std::atomic<Node*> next;  // following node, null at the tail
     };
     std::atomic<Node*> head;  // dummy node: its successor is the oldest entry
     std::atomic<Node*> tail;  // newest node

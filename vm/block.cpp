@@ -15,7 +15,7 @@
 namespace vrk {
 
 const char* const kClassSlotNames[kClassSlotCount] = {
-    "constructor", "destructor", "opadd", "opsub", "opmult",
+    "constructor", "destructor", "opadd",    "opsub",  "opmult",
     "opdiv",       "oparray",    "opstring", "opcopy",
 };
 
@@ -42,7 +42,9 @@ void set_source_splitter(source_splitter fn) { splitter_slot() = fn; }
 
 vrkblock* block_new(vrkscript* engine) { return new vrkblock(engine); }
 
-vrkblock* block_new(vrkscript* engine, const std::string& text) { return new vrkblock(engine, text); }
+vrkblock* block_new(vrkscript* engine, const std::string& text) {
+    return new vrkblock(engine, text);
+}
 
 void block_delete(vrkblock* b) { delete b; }
 
@@ -52,9 +54,7 @@ bool block_alive(const vrkblock* b) {
     return live.find(b) != live.end();
 }
 
-vrkblock* vrkblock_handle::get() const {
-    return dynamic_cast<vrkblock*>(registry_get(index, id));
-}
+vrkblock* vrkblock_handle::get() const { return dynamic_cast<vrkblock*>(registry_get(index, id)); }
 
 vrkblock_handle vrkblock_handle::of(vrkblock* b) {
     if (!b) return {};
@@ -238,7 +238,8 @@ namespace {
 void return_displaced_params(vrkblock* b) {
     vrkblock* home = nullptr;
     if (b->bind_source == 1) {
-        if (!b->callblocks.empty() && b->callblocks.back()) home = deref(b->callblocks.back())->block;
+        if (!b->callblocks.empty() && b->callblocks.back())
+            home = deref(b->callblocks.back())->block;
     } else if (b->bind_source == 2) {
         if (b->stack.size() >= 2 && b->stack[b->stack.size() - 2])
             home = deref(b->stack[b->stack.size() - 2])->block;
@@ -268,7 +269,8 @@ void detach_instances(vrkblock* blueprint) {
     const std::unordered_set<const vrkvar*> own(blueprint->vars->begin(), blueprint->vars->end());
     for (const auto& entry : value_context().live_blocks) {
         vrkblock* instance = const_cast<vrkblock*>(entry.first);
-        if (instance == blueprint || !instance->class_data || instance->class_data->blueprint != blueprint)
+        if (instance == blueprint || !instance->class_data ||
+            instance->class_data->blueprint != blueprint)
             continue;
         for (vrkvar* v : *instance->vars) {
             if (v && v->type == Tag::REF && own.count(v->value.ref)) {

@@ -25,8 +25,8 @@
 #include <utility>
 #include <vector>
 
-#include "values/object.h"
 #include "values/cell.h"
+#include "values/object.h"
 #include "values/pools.h"
 #include "vm/instruction.h"
 
@@ -67,11 +67,11 @@ extern const char* const kClassSlotNames[kClassSlotCount];
 
 // Instance data of a class or instance block.
 struct vrkclass_data {
-    int32_t refs = 0;                    // counting cells that hold this instance
-    std::vector<vrkvar*> cells;          // every CLASS cell that points at this block
-    std::unique_ptr<std::string> name;   // class name, lazy
-    uint8_t destructing = 0;             // the script destructor has been started
-    vrkblock* blueprint = nullptr;       // of an instance: the class it was made from, while that lives
+    int32_t refs = 0;                   // counting cells that hold this instance
+    std::vector<vrkvar*> cells;         // every CLASS cell that points at this block
+    std::unique_ptr<std::string> name;  // class name, lazy
+    uint8_t destructing = 0;            // the script destructor has been started
+    vrkblock* blueprint = nullptr;  // of an instance: the class it was made from, while that lives
 };
 
 // Callbacks the scheduler drives for a suspended block.
@@ -83,16 +83,16 @@ struct vrkcompletion {
 
 // One source line's span of instructions.
 struct vrkline_entry {
-    uint32_t first = 0;   // first instruction of the line
-    uint32_t last = 0;    // last instruction of the line
-    uint32_t line = 0;    // line number in its file
-    std::string text;     // source text of the line
+    uint32_t first = 0;  // first instruction of the line
+    uint32_t last = 0;   // last instruction of the line
+    uint32_t line = 0;   // line number in its file
+    std::string text;    // source text of the line
 };
 
 // Where a file's instructions begin.
 struct vrkfile_entry {
-    uint32_t first = 0;   // first instruction index from that file
-    std::string name;     // file name
+    uint32_t first = 0;  // first instruction index from that file
+    std::string name;    // file name
 };
 
 // A shared cell with a count of holders.
@@ -110,74 +110,80 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     vrkblock(const vrkblock&) = delete;
     vrkblock& operator=(const vrkblock&) = delete;
 
-    vrkscript* engine = nullptr;       // owner; null for an engine's own global block
-    vrkblock* parent = nullptr;        // lexically enclosing block (a copy has its source's)
-    vrkblock* caller = nullptr;        // block that started the current run; itself from outside
-    vrkblock* callee = nullptr;        // block of the call in progress
-    vrkblock* waiting_on = nullptr;    // block this run is suspended on
-    vrkvar* member_owner = nullptr;    // container or instance last indexed: `this` of the next call
-    uint8_t owner_transient = 0;       // member_owner lives in a result cell or a temp (see ops.h)
+    vrkscript* engine = nullptr;     // owner; null for an engine's own global block
+    vrkblock* parent = nullptr;      // lexically enclosing block (a copy has its source's)
+    vrkblock* caller = nullptr;      // block that started the current run; itself from outside
+    vrkblock* callee = nullptr;      // block of the call in progress
+    vrkblock* waiting_on = nullptr;  // block this run is suspended on
+    vrkvar* member_owner = nullptr;  // container or instance last indexed: `this` of the next call
+    uint8_t owner_transient = 0;     // member_owner lives in a result cell or a temp (see ops.h)
     vrkvar* transient_element = nullptr;  // element last read out of a result cell or a temp
-    std::string* code_text = nullptr;  // working copy of the source the compiler consumes; a native's name
-    uint8_t text_shared = 0;           // code_text belongs to another block
+    std::string* code_text =
+        nullptr;              // working copy of the source the compiler consumes; a native's name
+    uint8_t text_shared = 0;  // code_text belongs to another block
     std::string* full_source = nullptr;  // source text given to set_source
-    uint8_t source_shared = 0;         // full_source belongs to another block
-    uint8_t mode = 0;                  // kept in the saved form; no run-time effect
-    uint8_t kind = 0;                  // namespace kind bits
-    uint8_t suspended = 0;             // 0 running, 1 stopped before, 2 after the current instruction
-    uint8_t params_bound = 0;          // `params` holds displaced variable pointers of `callee`
-    uint8_t native = 0;                // native function: exactly one EXTERNAL instruction
-    uint8_t plain_args = 0;            // arguments arrive as REF wrappers of the caller's cells
-    uint8_t is_function = 0;           // function body: `return` ends here
-    uint8_t is_loop_body = 0;          // loop body: `break` and `continue` end here
-    int16_t param_count = 0;           // declared parameters (first variables after reserved slots)
-    int32_t this_index = -1;           // index of the variable `this`, -1 if none
-    int32_t self_index = -1;           // index of the variable `self`, -1 if none
-    uint8_t compiled = 0;              // compilation has started
-    uint8_t loop_signal = 0;           // 0 none, 1 break, 2 continue travelling up
-    uint8_t return_signal = 0;         // 1: return travelling up to the function
-    uint8_t bind_source = 0;           // where displaced parameters belong (1: callblocks, 2: stack)
-    uint8_t destructing = 0;           // 0 alive, 1 being destroyed, 2 check children against live_blocks
-    uint8_t options = 0;               // bit 0: locked
-    const vrkinstr* current_instruction = nullptr;  // set during an object's element access
+    uint8_t source_shared = 0;           // full_source belongs to another block
+    uint8_t mode = 0;                    // kept in the saved form; no run-time effect
+    uint8_t kind = 0;                    // namespace kind bits
+    uint8_t suspended = 0;      // 0 running, 1 stopped before, 2 after the current instruction
+    uint8_t params_bound = 0;   // `params` holds displaced variable pointers of `callee`
+    uint8_t native = 0;         // native function: exactly one EXTERNAL instruction
+    uint8_t plain_args = 0;     // arguments arrive as REF wrappers of the caller's cells
+    uint8_t is_function = 0;    // function body: `return` ends here
+    uint8_t is_loop_body = 0;   // loop body: `break` and `continue` end here
+    int16_t param_count = 0;    // declared parameters (first variables after reserved slots)
+    int32_t this_index = -1;    // index of the variable `this`, -1 if none
+    int32_t self_index = -1;    // index of the variable `self`, -1 if none
+    uint8_t compiled = 0;       // compilation has started
+    uint8_t loop_signal = 0;    // 0 none, 1 break, 2 continue travelling up
+    uint8_t return_signal = 0;  // 1: return travelling up to the function
+    uint8_t bind_source = 0;    // where displaced parameters belong (1: callblocks, 2: stack)
+    uint8_t destructing = 0;    // 0 alive, 1 being destroyed, 2 check children against live_blocks
+    uint8_t options = 0;        // bit 0: locked
+    const vrkinstr* current_instruction = nullptr;          // set during an object's element access
     std::unique_ptr<std::vector<vrkobject*>> object_stack;  // objects being indexed (lazy)
     std::unique_ptr<std::vector<vrkblock*>> copies;         // run-time copies of this block (lazy)
     std::unique_ptr<std::vector<vrkblock*>> children;       // owned nested blocks (lazy)
-    std::unique_ptr<std::vector<vrkblock*>> die_blocks;     // functions named `die` declared here (lazy)
-    std::shared_ptr<std::map<std::string, uint32_t>> names;  // variable name to index (lazy; shared by copies)
-    uint8_t names_shared = 0;          // `names` belongs to the source block of a copy
-    std::unique_ptr<std::vector<uint32_t>> scoped;          // variables declared scoped (lazy)
-    std::vector<vrkvar*> stack;        // the value stack
-    std::unique_ptr<vrkshared_value> shared_value;          // shared cell with a count (lazy)
+    std::unique_ptr<std::vector<vrkblock*>>
+        die_blocks;  // functions named `die` declared here (lazy)
+    std::shared_ptr<std::map<std::string, uint32_t>>
+        names;                 // variable name to index (lazy; shared by copies)
+    uint8_t names_shared = 0;  // `names` belongs to the source block of a copy
+    std::unique_ptr<std::vector<uint32_t>> scoped;  // variables declared scoped (lazy)
+    std::vector<vrkvar*> stack;                     // the value stack
+    std::unique_ptr<vrkshared_value> shared_value;  // shared cell with a count (lazy)
     std::unique_ptr<std::vector<std::pair<uint32_t, int32_t>>> captures;  // (target, source) (lazy)
-    std::vector<vrkinstr> code;        // instructions
-    std::unique_ptr<std::vector<vrkvar*>> vars;  // owned variables and hidden temporaries; never null
-    std::vector<vrkvar*> params;       // displaced pointers, or a native callee's arguments
-    vrkvar result;                     // return value of a run (MOVABLE, NO_REF_WRAP)
-    vrkvar native_result;              // receives native functions' results (MOVABLE, NO_REF_WRAP)
-    vrkvar scratch;                    // scratch result slot (MOVABLE)
-    std::unique_ptr<vrkcompletion> completion;               // scheduler callbacks (lazy)
-    std::unique_ptr<vrkclass_data> class_data;               // instance data (lazy)
-    vrkvar* self_cell = nullptr;       // `this` value of the current run, kept across suspensions
-    std::unique_ptr<vrktemp_pool> temp_pool;                  // temporaries (lazy)
+    std::vector<vrkinstr> code;                                           // instructions
+    std::unique_ptr<std::vector<vrkvar*>>
+        vars;                     // owned variables and hidden temporaries; never null
+    std::vector<vrkvar*> params;  // displaced pointers, or a native callee's arguments
+    vrkvar result;                // return value of a run (MOVABLE, NO_REF_WRAP)
+    vrkvar native_result;         // receives native functions' results (MOVABLE, NO_REF_WRAP)
+    vrkvar scratch;               // scratch result slot (MOVABLE)
+    std::unique_ptr<vrkcompletion> completion;  // scheduler callbacks (lazy)
+    std::unique_ptr<vrkclass_data> class_data;  // instance data (lazy)
+    vrkvar* self_cell = nullptr;  // `this` value of the current run, kept across suspensions
+    std::unique_ptr<vrktemp_pool> temp_pool;  // temporaries (lazy)
     union {
-        int64_t pending_index = -1;    // integer index awaiting a store; -1 when none
-        vrkvar* pending_key;           // key cell awaiting a store into a JSON
+        int64_t pending_index = -1;  // integer index awaiting a store; -1 when none
+        vrkvar* pending_key;         // key cell awaiting a store into a JSON
     };
-    compile_state* compile_state_ptr = nullptr;               // shared compile state, during compile
+    compile_state* compile_state_ptr = nullptr;  // shared compile state, during compile
     std::unique_ptr<std::map<uint32_t, vrkline_entry>> line_table;  // debug lines (lazy)
     std::unique_ptr<std::vector<vrkfile_entry>> file_table;         // debug files (lazy)
-    int64_t sleep_start = 0;           // monotonic ms when the sleep began
-    int64_t sleep_ms = 0;              // length of the sleep; 0 at once; -1 until woken
-    uint32_t resume_at = 0;            // instruction where the run continues; 0 when none
-    uint8_t wait_mode = 0;             // non-zero while holding a thread-wait of that kind
-    uint8_t sleeping = 0;              // in the sleep list
-    uint8_t running = 0;               // the run loop is inside this block
-    uint8_t hold = 0;                  // kept in the suspended set by a wait
-    std::vector<vrkvar*> callblocks;   // one temp per call in preparation: the callee cell
-    uint64_t copies_checked = 0;       // blocks destroyed (context count) when `copies` was last cleared of dead ones
-    uint32_t running_copies = 0;       // leading entries of `copies` seen running by the last search for an idle one
-    uint64_t running_copies_ended = 0;  // copy runs ended (context count) at that search
+    int64_t sleep_start = 0;          // monotonic ms when the sleep began
+    int64_t sleep_ms = 0;             // length of the sleep; 0 at once; -1 until woken
+    uint32_t resume_at = 0;           // instruction where the run continues; 0 when none
+    uint8_t wait_mode = 0;            // non-zero while holding a thread-wait of that kind
+    uint8_t sleeping = 0;             // in the sleep list
+    uint8_t running = 0;              // the run loop is inside this block
+    uint8_t hold = 0;                 // kept in the suspended set by a wait
+    std::vector<vrkvar*> callblocks;  // one temp per call in preparation: the callee cell
+    uint64_t copies_checked =
+        0;  // blocks destroyed (context count) when `copies` was last cleared of dead ones
+    uint32_t running_copies =
+        0;  // leading entries of `copies` seen running by the last search for an idle one
+    uint64_t running_copies_ended = 0;      // copy runs ended (context count) at that search
     uint64_t running_copies_destroyed = 0;  // blocks destroyed (context count) at that search
 
     // ---- lazy containers --------------------------------------------------------------

@@ -89,7 +89,8 @@ Flow break_loop(run_state& rs, const vrkinstr& ins) {
 
 Flow run_child(run_state& rs, const vrkinstr& ins) {
     vrkblock* b = rs.b;
-    if (!b->children || ins.arg < 0 || static_cast<uint64_t>(ins.arg) >= b->children->size()) return Flow::next;
+    if (!b->children || ins.arg < 0 || static_cast<uint64_t>(ins.arg) >= b->children->size())
+        return Flow::next;
     vrkblock* child = (*b->children)[static_cast<std::size_t>(ins.arg)];
     if (!child) return Flow::next;
     b->waiting_on = child;

@@ -128,7 +128,8 @@ void start_call(vrkblock* b) {
         // Calling a class calls its constructor.
         vrkvar* ctor = var_at(cell->block, static_cast<int64_t>(ClassSlot::constructor));
         if (!is_marker(ctor, kMarkerLimit)) ctor = deref(ctor);
-        if (!is_marker(ctor, kMarkerLimit) && ctor->type == Tag::FUNCTION && ctor->block) callable = ctor;
+        if (!is_marker(ctor, kMarkerLimit) && ctor->type == Tag::FUNCTION && ctor->block)
+            callable = ctor;
     }
     if (!callable) {
         runtime_error("NOT_A_FUNCTION", b);
@@ -148,8 +149,8 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
         // instead: there is nothing of its own to put back afterwards.
         b->params.clear();
         vrkvar* fn = b->callblocks.empty() ? nullptr : b->callblocks.back();
-        const bool native = !is_marker(fn, kMarkerLimit) && fn->type == Tag::FUNCTION && fn->block &&
-                            fn->block->native;
+        const bool native = !is_marker(fn, kMarkerLimit) && fn->type == Tag::FUNCTION &&
+                            fn->block && fn->block->native;
         b->params_bound = native ? 0 : 1;
         return Flow::next;
     }
@@ -176,7 +177,8 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
         // to spare, makes this run wait: the chain of callers is handed to the
         // scheduler, which resumes it at this instruction on its next pass, so
         // the calls of a locked function take turns.
-        vrkblock* instance = (block->options & kLockedOption) ? nullptr : get_instance(block, fn, false);
+        vrkblock* instance = (block->options & kLockedOption) ? nullptr
+                                                              : get_instance(block, fn, false);
         if (!instance) {
             if (block->native) runtime_error("EXTERNAL_BUSY", b);
             sleep(b, 0, false, 0);
@@ -188,7 +190,8 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
         block = instance;
     }
 
-    if (b->member_owner && !is_marker(b->member_owner, kMarkerLimit)) bind_owner(b, block, b->member_owner);
+    if (b->member_owner && !is_marker(b->member_owner, kMarkerLimit))
+        bind_owner(b, block, b->member_owner);
     b->member_owner = nullptr;
     if (b->object_stack) b->object_stack->push_back(nullptr);
     return Flow::next;
@@ -236,7 +239,8 @@ Flow call(run_state& rs, const vrkinstr& ins) {
     top_slot(b) = r;
     if (callee->resume_at == 0) b->waiting_on = nullptr;
 
-    if ((callee->return_signal || callee->loop_signal) && !callee->is_function) return pass_signal(rs, callee);
+    if ((callee->return_signal || callee->loop_signal) && !callee->is_function)
+        return pass_signal(rs, callee);
 
     if (r == kSuspended) {
         b->suspended = callee->native ? 2 : 1;

@@ -14,7 +14,9 @@ namespace {
 
 // `||` and `&&` look at floating values when the greater tag of the pair is
 // FLOAT, at integer values otherwise.
-bool truth(const vrkvar* v, bool floating) { return floating ? to_float(v) != 0.0 : to_int(v) != 0; }
+bool truth(const vrkvar* v, bool floating) {
+    return floating ? to_float(v) != 0.0 : to_int(v) != 0;
+}
 
 bool test(int64_t code, vrkvar* rhs, vrkvar* lhs) {
     switch (code) {

@@ -36,7 +36,8 @@ constexpr uint16_t kParameterAttrs = attr::BY_REF_PARAM | attr::OWNS_RESULT;
 // argument first) and the variables hold the arguments.
 vrkvar* declared_parameter(vrkblock* source, std::size_t i) {
     vrkblock* caller = source->caller;
-    if (caller && caller != source && block_alive(caller) && caller->params_bound && caller->callee == source) {
+    if (caller && caller != source && block_alive(caller) && caller->params_bound &&
+        caller->callee == source) {
         const std::size_t n = caller->params.size();
         if (i < n) {
             vrkvar* own = caller->params[n - 1 - i];
@@ -47,8 +48,8 @@ vrkvar* declared_parameter(vrkblock* source, std::size_t i) {
 }
 
 void restore_parameters(vrkblock* source, vrkblock* copy) {
-    const std::size_t count = std::min<std::size_t>(static_cast<std::size_t>(std::max<int16_t>(source->param_count, 0)),
-                                                    copy->vars->size());
+    const std::size_t count = std::min<std::size_t>(
+        static_cast<std::size_t>(std::max<int16_t>(source->param_count, 0)), copy->vars->size());
     for (std::size_t i = 0; i < count; ++i) {
         const vrkvar* declared = declared_parameter(source, i);
         vrkvar* cell = (*copy->vars)[i];
@@ -81,8 +82,10 @@ void share_with_source(vrkblock* source, vrkblock* copy, bool root) {
             copy->source_shared = 1;
         }
     }
-    if (source->line_table) copy->line_table = std::make_unique<std::map<uint32_t, vrkline_entry>>(*source->line_table);
-    if (source->file_table) copy->file_table = std::make_unique<std::vector<vrkfile_entry>>(*source->file_table);
+    if (source->line_table)
+        copy->line_table = std::make_unique<std::map<uint32_t, vrkline_entry>>(*source->line_table);
+    if (source->file_table)
+        copy->file_table = std::make_unique<std::vector<vrkfile_entry>>(*source->file_table);
     if (copy->kind & kind::EXTERN) {
         if (auto* externs = engine_extern_blocks(copy->engine)) {
             for (auto& entry : *externs) {
@@ -108,7 +111,8 @@ std::vector<vrkblock*>& live_copies(vrkblock* source) {
     std::vector<vrkblock*>& copies = source->get_copies();
     const uint64_t destroyed = value_context().blocks_destroyed;
     if (source->copies_checked != destroyed) {
-        copies.erase(std::remove_if(copies.begin(), copies.end(), [](vrkblock* c) { return !block_alive(c); }),
+        copies.erase(std::remove_if(copies.begin(), copies.end(),
+                                    [](vrkblock* c) { return !block_alive(c); }),
                      copies.end());
         source->copies_checked = destroyed;
     }
@@ -136,8 +140,9 @@ vrkvar* constructor_cell(vrkblock* blueprint) {
 // received nothing is marked as a parameter again, since the running copy may
 // be one that an earlier construction with more arguments used.
 void hand_over_arguments(vrkblock* from, vrkblock* to) {
-    const std::size_t count = std::min({static_cast<std::size_t>(std::max<int16_t>(from->param_count, 0)),
-                                        from->vars->size(), to->vars->size()});
+    const std::size_t count = std::min(
+        {static_cast<std::size_t>(std::max<int16_t>(from->param_count, 0)), from->vars->size(),
+         to->vars->size()});
     for (std::size_t i = 0; i < count; ++i) {
         vrkvar* src = (*from->vars)[i];
         vrkvar* dst = (*to->vars)[i];
@@ -171,7 +176,8 @@ void copy_fields(vrkblock* blueprint, vrkblock* instance, vrkblock* caller) {
         vrkvar* from = (*blueprint->vars)[i];
         vrkvar* to = (*instance->vars)[i];
         if (!from || !to || from->constant || to->constant) continue;
-        if (from->type == Tag::FUNCTION || from->type == Tag::CLASS || from->type == Tag::REF) continue;
+        if (from->type == Tag::FUNCTION || from->type == Tag::CLASS || from->type == Tag::REF)
+            continue;
         if (from->flags & flag::CAPTURED) continue;
         assign(to, from, caller);
     }

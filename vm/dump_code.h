@@ -18,6 +18,7 @@ struct vrkblock;
 using vrkref_namer = std::function<bool(uint64_t ref, std::string& out)>;
 
 // The code of `block`, instructions joined by `separator`.
-std::string dump_code(const vrkblock* block, const char* separator = "; ", const vrkref_namer& namer = {});
+std::string dump_code(const vrkblock* block, const char* separator = "; ",
+                      const vrkref_namer& namer = {});
 
 }  // namespace vrk

@@ -19,10 +19,14 @@ class vrkscript;
 struct vrkblock;
 
 struct vrkengine_link {
-    void (*block_destroyed)(vrkscript* engine, vrkblock* block) = nullptr;  // take the block out of every engine list
-    void (*add_sleeper)(vrkscript* engine, vrkblock* block) = nullptr;      // the scheduler takes a block that now sleeps
-    void (*block_finished)(vrkscript* engine, vrkblock* block) = nullptr;   // delete a detached block at the frame's end
-    std::map<std::string, vrkblock*>* (*extern_blocks)(vrkscript* engine) = nullptr;  // blocks declared extern, by name
+    void (*block_destroyed)(vrkscript* engine,
+                            vrkblock* block) = nullptr;  // take the block out of every engine list
+    void (*add_sleeper)(vrkscript* engine,
+                        vrkblock* block) = nullptr;  // the scheduler takes a block that now sleeps
+    void (*block_finished)(vrkscript* engine, vrkblock* block) =
+        nullptr;  // delete a detached block at the frame's end
+    std::map<std::string, vrkblock*>* (*extern_blocks)(vrkscript* engine) =
+        nullptr;  // blocks declared extern, by name
 };
 
 // Installs the engine's table (the engine's constructor does it).

@@ -11,8 +11,8 @@
 // finds it at once.
 #include <string>
 
-#include "values/object.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 #include "vm/run.h"
@@ -159,10 +159,14 @@ Flow index_object(run_state& rs, vrkinstr& ins, vrkvar* c, vrkvar* key, bool sto
 int64_t set_count(const vrkvar* c) {
     switch (c->type) {
         case Tag::DATA: return c->value.data ? static_cast<int64_t>(c->value.data->size()) : -1;
-        case Tag::FLOATSET: return c->value.floatset ? static_cast<int64_t>(c->value.floatset->size()) : -1;
-        case Tag::DOUBLESET: return c->value.doubleset ? static_cast<int64_t>(c->value.doubleset->size()) : -1;
-        case Tag::INTSET: return c->value.intset ? static_cast<int64_t>(c->value.intset->size()) : -1;
-        case Tag::BIGINTSET: return c->value.bigintset ? static_cast<int64_t>(c->value.bigintset->size()) : -1;
+        case Tag::FLOATSET:
+            return c->value.floatset ? static_cast<int64_t>(c->value.floatset->size()) : -1;
+        case Tag::DOUBLESET:
+            return c->value.doubleset ? static_cast<int64_t>(c->value.doubleset->size()) : -1;
+        case Tag::INTSET:
+            return c->value.intset ? static_cast<int64_t>(c->value.intset->size()) : -1;
+        case Tag::BIGINTSET:
+            return c->value.bigintset ? static_cast<int64_t>(c->value.bigintset->size()) : -1;
         default: return -1;
     }
 }

@@ -24,75 +24,75 @@ struct vrkblock;
 // and its `ref` mean. Everything that names an opcode (the enum below, the run
 // loop's switch, `dump_code`, the tests) is generated from or checked against
 // this one list.
-#define VRK_OPCODES(X)                                                                                    \
-    X(SET, 0, "checked store", "variable index", "block of the variable")                                 \
-    X(SET_DEREF, 1, "store through a REF destination", "variable index", "block of the variable")         \
-    X(MAKE_REF, 2, "wrap top in a REF", "variable index", "block of the variable")                        \
-    X(DEREF, 3, "top := target of a REF top", "-", "-")                                                   \
-    X(LOAD_ALIAS, 4, "never emitted; acts as LOAD", "variable index", "block of the variable")            \
-    X(ADD_TMP, 5, "left operand step of +", "-", "-")                                                     \
-    X(ADD, 6, "+", "-", "-")                                                                              \
-    X(INC, 7, "in place +1", "-", "-")                                                                    \
-    X(SUB_TMP, 8, "left operand step of -", "-", "-")                                                     \
-    X(SUB, 9, "-", "-", "-")                                                                              \
-    X(DEC, 10, "in place -1", "-", "-")                                                                   \
-    X(MULT_TMP, 11, "left operand step of *", "-", "-")                                                   \
-    X(MULT, 12, "*", "-", "-")                                                                            \
-    X(DIV_TMP, 13, "left operand step of /", "-", "-")                                                    \
-    X(DIV, 14, "/", "-", "-")                                                                             \
-    X(EXP_TMP, 15, "left operand step of ^", "-", "-")                                                    \
-    X(EXP, 16, "^", "-", "-")                                                                             \
-    X(CALL, 17, "call the prepared function", "argument count", "calling block")                          \
-    X(CALL_PREP, 18, "check the callee / start binding", "argument count", "calling block")               \
-    X(RUN_CHILD, 19, "run a nested block in line", "child index", "block")                                \
-    X(EXTERNAL, 20, "a native block's only instruction", "parameter count", "owned vrknative")            \
-    X(TMP, 21, "plain operand step; emitted by no front end path", "-", "-")                              \
-    X(PUSH, 22, "push slots / copy top into a movable temp", "slot count", "mode")                        \
-    X(ARG, 23, "wrap top as an argument", "-", "mode")                                                    \
-    X(POP, 24, "pop slots in one of four modes", "slot count", "mode")                                    \
-    X(FREE_TOP, 25, "free the temp in top", "-", "-")                                                     \
-    X(JMP, 26, "relative jump", "distance", "-")                                                          \
-    X(JMP_FALSE, 27, "jump if top is false", "distance", "-")                                             \
-    X(JMP_FALSE_LOOP, 28, "loop exit test", "distance", "-")                                              \
-    X(NOP, 29, "nothing", "-", "-")                                                                       \
-    X(LOAD_ALIAS2, 30, "never emitted; acts as LOAD", "variable index", "block of the variable")          \
-    X(LOAD, 31, "load a variable, or a sub-code", "variable index, or a load_code", "block, or 0")        \
-    X(BREAK, 32, "break / continue", "0 break, 1 continue", "-")                                          \
-    X(CMP, 33, "comparison", "a cmp_code", "block")                                                       \
-    X(INDEX, 34, "subscript", "mode", "owned vrkindex_cache")                                             \
-    X(SWAP, 35, "swap two slots", "distance", "-")                                                        \
-    X(BIT_TMP, 36, "left operand step of bit operators", "-", "-")                                        \
-    X(BIT_OR, 37, "|", "-", "-")                                                                          \
-    X(BIT_XOR, 38, "bitwise exclusive or", "-", "-")                                                      \
-    X(BIT_AND, 39, "&", "-", "-")                                                                         \
-    X(NOT, 40, "logical not", "-", "-")                                                                   \
-    X(INVERT, 41, "bitwise not", "-", "-")                                                                \
-    X(RESET, 42, "clear pending index / pop object stack", "mode", "-")                                   \
+#define VRK_OPCODES(X)                                                                             \
+    X(SET, 0, "checked store", "variable index", "block of the variable")                          \
+    X(SET_DEREF, 1, "store through a REF destination", "variable index", "block of the variable")  \
+    X(MAKE_REF, 2, "wrap top in a REF", "variable index", "block of the variable")                 \
+    X(DEREF, 3, "top := target of a REF top", "-", "-")                                            \
+    X(LOAD_ALIAS, 4, "never emitted; acts as LOAD", "variable index", "block of the variable")     \
+    X(ADD_TMP, 5, "left operand step of +", "-", "-")                                              \
+    X(ADD, 6, "+", "-", "-")                                                                       \
+    X(INC, 7, "in place +1", "-", "-")                                                             \
+    X(SUB_TMP, 8, "left operand step of -", "-", "-")                                              \
+    X(SUB, 9, "-", "-", "-")                                                                       \
+    X(DEC, 10, "in place -1", "-", "-")                                                            \
+    X(MULT_TMP, 11, "left operand step of *", "-", "-")                                            \
+    X(MULT, 12, "*", "-", "-")                                                                     \
+    X(DIV_TMP, 13, "left operand step of /", "-", "-")                                             \
+    X(DIV, 14, "/", "-", "-")                                                                      \
+    X(EXP_TMP, 15, "left operand step of ^", "-", "-")                                             \
+    X(EXP, 16, "^", "-", "-")                                                                      \
+    X(CALL, 17, "call the prepared function", "argument count", "calling block")                   \
+    X(CALL_PREP, 18, "check the callee / start binding", "argument count", "calling block")        \
+    X(RUN_CHILD, 19, "run a nested block in line", "child index", "block")                         \
+    X(EXTERNAL, 20, "a native block's only instruction", "parameter count", "owned vrknative")     \
+    X(TMP, 21, "plain operand step; emitted by no front end path", "-", "-")                       \
+    X(PUSH, 22, "push slots / copy top into a movable temp", "slot count", "mode")                 \
+    X(ARG, 23, "wrap top as an argument", "-", "mode")                                             \
+    X(POP, 24, "pop slots in one of four modes", "slot count", "mode")                             \
+    X(FREE_TOP, 25, "free the temp in top", "-", "-")                                              \
+    X(JMP, 26, "relative jump", "distance", "-")                                                   \
+    X(JMP_FALSE, 27, "jump if top is false", "distance", "-")                                      \
+    X(JMP_FALSE_LOOP, 28, "loop exit test", "distance", "-")                                       \
+    X(NOP, 29, "nothing", "-", "-")                                                                \
+    X(LOAD_ALIAS2, 30, "never emitted; acts as LOAD", "variable index", "block of the variable")   \
+    X(LOAD, 31, "load a variable, or a sub-code", "variable index, or a load_code", "block, or 0") \
+    X(BREAK, 32, "break / continue", "0 break, 1 continue", "-")                                   \
+    X(CMP, 33, "comparison", "a cmp_code", "block")                                                \
+    X(INDEX, 34, "subscript", "mode", "owned vrkindex_cache")                                      \
+    X(SWAP, 35, "swap two slots", "distance", "-")                                                 \
+    X(BIT_TMP, 36, "left operand step of bit operators", "-", "-")                                 \
+    X(BIT_OR, 37, "|", "-", "-")                                                                   \
+    X(BIT_XOR, 38, "bitwise exclusive or", "-", "-")                                               \
+    X(BIT_AND, 39, "&", "-", "-")                                                                  \
+    X(NOT, 40, "logical not", "-", "-")                                                            \
+    X(INVERT, 41, "bitwise not", "-", "-")                                                         \
+    X(RESET, 42, "clear pending index / pop object stack", "mode", "-")                            \
     X(CLASS_ACCESS, 43, "member by index", "variable index", "-")
 
 // Sub-codes of LOAD with a `ref` of 0 (any other `arg` loads variable `arg`).
-#define VRK_LOAD_CODES(X)                                                          \
-    X(ERASE, -2, "the void constant")                                              \
-    X(RETURN, -1, "return: the run ends with the top slot")                        \
-    X(TRUE, 1, "the shared true constant")                                         \
-    X(FALSE, 2, "the shared false constant")                                       \
-    X(UNDEFINED, 3, "an empty slot (undefined)")                                   \
-    X(CALL_START, 4, "put a temp copy of the function cell on callblocks")         \
-    X(SCRATCH, 5, "the block's scratch cell")                                      \
-    X(CLEAR_JSON, 6, "empty the JSON in the top slot")                             \
-    X(NONE, 7, "the shared none constant")                                         \
+#define VRK_LOAD_CODES(X)                                                  \
+    X(ERASE, -2, "the void constant")                                      \
+    X(RETURN, -1, "return: the run ends with the top slot")                \
+    X(TRUE, 1, "the shared true constant")                                 \
+    X(FALSE, 2, "the shared false constant")                               \
+    X(UNDEFINED, 3, "an empty slot (undefined)")                           \
+    X(CALL_START, 4, "put a temp copy of the function cell on callblocks") \
+    X(SCRATCH, 5, "the block's scratch cell")                              \
+    X(CLEAR_JSON, 6, "empty the JSON in the top slot")                     \
+    X(NONE, 7, "the shared none constant")                                 \
     X(HAND_OVER, 8, "mark a list literal's list as taken by its next store")
 
 // Sub-codes of CMP: the test applied to the kept left value and the top.
-#define VRK_CMP_CODES(X)                                                           \
-    X(STRICT_EQUAL, -1, "same tag and equal")                                      \
-    X(EQUAL, 0, "==")                                                              \
-    X(NOT_EQUAL, 1, "!=")                                                          \
-    X(GREATER_EQUAL, 2, ">=")                                                      \
-    X(LESS_EQUAL, 3, "<=")                                                         \
-    X(GREATER, 4, ">")                                                             \
-    X(LESS, 5, "<")                                                                \
-    X(OR, 6, "||")                                                                 \
+#define VRK_CMP_CODES(X)                      \
+    X(STRICT_EQUAL, -1, "same tag and equal") \
+    X(EQUAL, 0, "==")                         \
+    X(NOT_EQUAL, 1, "!=")                     \
+    X(GREATER_EQUAL, 2, ">=")                 \
+    X(LESS_EQUAL, 3, "<=")                    \
+    X(GREATER, 4, ">")                        \
+    X(LESS, 5, "<")                           \
+    X(OR, 6, "||")                            \
     X(AND, 7, "&&")
 
 enum class Op : uint8_t {
@@ -114,10 +114,10 @@ VRK_CMP_CODES(VRK_CODE_CONST)
 
 // One row of the opcode table.
 struct vrkop_info {
-    const char* name = "?";    // the opcode's name
-    const char* effect = "";   // what the instruction does
-    const char* arg = "-";     // meaning of `arg`
-    const char* ref = "-";     // meaning of `ref`
+    const char* name = "?";   // the opcode's name
+    const char* effect = "";  // what the instruction does
+    const char* arg = "-";    // meaning of `arg`
+    const char* ref = "-";    // meaning of `ref`
 };
 
 // The row of an opcode number; numbers without a row (44 and up) get a row

@@ -24,8 +24,10 @@ Flow external(run_state& rs, const vrkinstr& ins) {
         // An argument slot that holds no cell (a damaged call sequence) reaches
         // the builtin as the void value, so that no builtin reads through it.
         for (vrkvar*& arg : args) {
-            if (is_marker(arg, kMarkerLimit)) arg = void_value();
-            else if (record->deref_args) arg = deref(arg);
+            if (is_marker(arg, kMarkerLimit))
+                arg = void_value();
+            else if (record->deref_args)
+                arg = deref(arg);
         }
         // Builtins receive their result cell empty: one that leaves it alone must
         // not hand back what an earlier call left there (a reference into a

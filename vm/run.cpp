@@ -9,8 +9,8 @@
 #include "base/context.h"
 #include "base/log.h"
 #include "vm/block.h"
-#include "vm/errors.h"
 #include "vm/debug_runs.h"
+#include "vm/errors.h"
 #include "vm/ops.h"
 
 namespace vrk {
@@ -200,8 +200,7 @@ vrkvar* out_of_memory_end(vrkblock* b) {
     // none, the run still ends.
     try {
         runtime_error("ALLOCATION_FAILURE", b);
-    } catch (const std::bad_alloc&) {
-    }
+    } catch (const std::bad_alloc&) {}
     return normal_end(b);
 }
 
@@ -214,9 +213,10 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
         // Too deep for the host stack: the block is not entered and the call
         // answers nothing; the caller's run goes on, as after any runtime error.
         if (ctx.depth_limit)
-            log().error("\nRuntime error: run depth budget used up: the limit is %u nested runs "
-                        "(calls and block bodies), block not entered\n",
-                        ctx.depth_limit);
+            log().error(
+                "\nRuntime error: run depth budget used up: the limit is %u nested runs "
+                "(calls and block bodies), block not entered\n",
+                ctx.depth_limit);
         else
             log().error("run depth budget used up: block not entered");
         return nullptr;

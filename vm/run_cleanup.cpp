@@ -3,9 +3,9 @@
 #include <vector>
 
 #include "base/log.h"
-#include "values/object.h"
 #include "values/classref.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "vm/block.h"
 #include "vm/run.h"
 
@@ -33,9 +33,12 @@ void release_scoped(vrkblock* b) {
         if (*it >= b->vars->size()) continue;
         vrkvar* v = (*b->vars)[*it];
         if (!v) continue;
-        if (v->type == Tag::JSON && v->value.json) release_deep(v->value.json);
-        else if (v->type == Tag::CLASS) clearblock(v, b, false);
-        else if (v->type == Tag::PTR) release_object(v);
+        if (v->type == Tag::JSON && v->value.json)
+            release_deep(v->value.json);
+        else if (v->type == Tag::CLASS)
+            clearblock(v, b, false);
+        else if (v->type == Tag::PTR)
+            release_object(v);
         v->attrs &= static_cast<uint16_t>(~attr::RESULT_BITS);
         reset(v, Tag::INT);
     }

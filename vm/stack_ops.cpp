@@ -54,7 +54,8 @@ bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
 // code.
 bool keeps_left_in_place(const run_state& rs, const vrkinstr& ins, const vrkvar* v) {
     if (ins.opcode() != Op::ADD_TMP || ins.ref != 0) return false;
-    if (is_marker(v, kMarkerLimit) || v->type != Tag::STRING || !v->value.str || v->constant) return false;
+    if (is_marker(v, kMarkerLimit) || v->type != Tag::STRING || !v->value.str || v->constant)
+        return false;
     // A movable cell gives its text to the temp instead; a fresh result would
     // hand its ownership bit over.
     if ((v->flags & flag::MOVABLE) || (v->attrs & attr::FRESH_RESULT)) return false;
@@ -151,9 +152,7 @@ void pop_slots(vrkblock* b, const vrkinstr& ins) {
                 if (!pop_slot(b)) return;
             }
             return;
-        case 3:
-            free_temp(b, top_slot(b));
-            return;
+        case 3: free_temp(b, top_slot(b)); return;
         default:
             for (int64_t i = 0; i < ins.arg; ++i) {
                 if (!pop_slot(b)) return;
@@ -221,7 +220,8 @@ void load_constant(vrkblock* b, const vrkinstr& ins) {
 
 void deref_top(vrkblock* b) {
     vrkvar*& slot = top_slot(b);
-    if (!is_marker(slot, kMarkerLimit) && slot->type == Tag::REF && slot->value.ref) slot = slot->value.ref;
+    if (!is_marker(slot, kMarkerLimit) && slot->type == Tag::REF && slot->value.ref)
+        slot = slot->value.ref;
 }
 
 }  // namespace vrk

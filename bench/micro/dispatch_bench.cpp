@@ -39,19 +39,19 @@ vrkblock* build_loop(uint32_t& counter) {
     const uint32_t hidden = add_var(b, 0, false);
     const uint32_t one = add_var(b, 1, true);
     const uint32_t limit = add_var(b, kIterations, true);
-    put(b, Op::LOAD, counter, self);       // 0
-    put(b, Op::SET, hidden, self);         // 1
-    put(b, Op::ADD_TMP, 0, 0);             // 2
-    put(b, Op::LOAD, one, self);           // 3
-    put(b, Op::ADD, 0, 0);                 // 4
-    put(b, Op::SET, counter, self);        // 5
-    put(b, Op::LOAD, counter, self);       // 6
-    put(b, Op::ARG, 0, 1);                 // 7
-    put(b, Op::LOAD, limit, self);         // 8
-    put(b, Op::CMP, cmp_code::LESS, self); // 9  i < n
-    put(b, Op::JMP_FALSE, 1, self);        // 10 -> 13, the end
-    put(b, Op::JMP, -12, self);            // 11 -> 0
-    put(b, Op::NOP, 0, 0);                 // 12
+    put(b, Op::LOAD, counter, self);        // 0
+    put(b, Op::SET, hidden, self);          // 1
+    put(b, Op::ADD_TMP, 0, 0);              // 2
+    put(b, Op::LOAD, one, self);            // 3
+    put(b, Op::ADD, 0, 0);                  // 4
+    put(b, Op::SET, counter, self);         // 5
+    put(b, Op::LOAD, counter, self);        // 6
+    put(b, Op::ARG, 0, 1);                  // 7
+    put(b, Op::LOAD, limit, self);          // 8
+    put(b, Op::CMP, cmp_code::LESS, self);  // 9  i < n
+    put(b, Op::JMP_FALSE, 1, self);         // 10 -> 13, the end
+    put(b, Op::JMP, -12, self);             // 11 -> 0
+    put(b, Op::NOP, 0, 0);                  // 12
     return b;
 }
 
@@ -64,11 +64,12 @@ void BM_DispatchIntegerLoop(benchmark::State& state) {
         vrkvar* r = run(b, nullptr, 0, kSelfUnchanged);
         benchmark::DoNotOptimize(r);
     }
-    if (to_int((*b->vars)[counter]) != kIterations) state.SkipWithError("the loop did not count to its limit");
+    if (to_int((*b->vars)[counter]) != kIterations)
+        state.SkipWithError("the loop did not count to its limit");
     const auto instructions = static_cast<double>(state.iterations() * kIterations * kPerPass);
     state.counters["instructions"] = benchmark::Counter(instructions, benchmark::Counter::kIsRate);
-    state.counters["time_per_instruction"] =
-        benchmark::Counter(instructions, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["time_per_instruction"] = benchmark::Counter(
+        instructions, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
     block_delete(b);
 }
 BENCHMARK(BM_DispatchIntegerLoop)->Unit(benchmark::kMicrosecond);

@@ -13,9 +13,8 @@
 #include <vector>
 
 #include "base/context.h"
-#include "host/engine.h"
 #include "base/script_lock.h"
-#include "values/object.h"
+#include "host/engine.h"
 #include "saved/block_form.h"
 #include "saved/cache.h"
 #include "saved/value_form.h"
@@ -23,6 +22,7 @@
 #include "values/cell.h"
 #include "values/globals.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "values/value_context.h"
 #include "vm/block.h"
 
@@ -49,7 +49,9 @@ public:
     uint32_t number = 0;
 };
 
-vrkobject* create(const std::string& name) { return name == "fuzzobject" ? new FuzzObject() : nullptr; }
+vrkobject* create(const std::string& name) {
+    return name == "fuzzobject" ? new FuzzObject() : nullptr;
+}
 
 // The engine of all inputs (its construction registers every builtin, too
 // slow to repeat) and, per input, its global block and the blocks around the
@@ -62,8 +64,8 @@ vrkscript& shared_engine() {
 
 struct scene {
     vrkscript& engine = shared_engine();  // the engine
-    vrkblock* outer = nullptr;             // enclosing block
-    vrkblock* program = nullptr;           // block the data belongs to
+    vrkblock* outer = nullptr;            // enclosing block
+    vrkblock* program = nullptr;          // block the data belongs to
 
     scene() {
         declare_global(&engine, "g");
@@ -152,18 +154,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const fuzz::input_budget budget;
     scene s;
     switch (data[0] % 4) {
-        case 0:
-            read_block(bytes, s);
-            break;
-        case 1:
-            read_cell(bytes, s, true);
-            break;
-        case 2:
-            read_cell(bytes, s, false);
-            break;
-        default:
-            read_list(bytes, s);
-            break;
+        case 0: read_block(bytes, s); break;
+        case 1: read_cell(bytes, s, true); break;
+        case 2: read_cell(bytes, s, false); break;
+        default: read_list(bytes, s); break;
     }
     return 0;
 }

@@ -22,12 +22,12 @@
 #include <string>
 #include <vector>
 
-#include "frontend/parser.h"
 #include "base/context.h"
+#include "base/script_lock.h"
+#include "frontend/parser.h"
 #include "host/engine.h"
 #include "host/init_script.h"
 #include "tests/fuzz/run_budget.h"
-#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "values/value_context.h"
@@ -54,10 +54,10 @@ vrkvar* short_sleep(vrkblock* block, std::vector<vrkvar*>&, void*, vrkvar&) {
 
 // Builtins replaced by `inert`, whether their bodies exist yet or not.
 const char* const kInertNames[] = {
-    "exitprocess", "terminateprocess", "system",     "system_ext",    "systemthread",
-    "filewrite",   "fileappend",       "fappend",    "dwritef",       "hideconsole",
-    "showconsole", "coutclear",        "loadmodule", "thread",        "thread_class",
-    "everyxdays",  "everyxhours",      "everyxminutes", "everyxseconds", "timedexec",
+    "exitprocess", "terminateprocess", "system",        "system_ext",     "systemthread",
+    "filewrite",   "fileappend",       "fappend",       "dwritef",        "hideconsole",
+    "showconsole", "coutclear",        "loadmodule",    "thread",         "thread_class",
+    "everyxdays",  "everyxhours",      "everyxminutes", "everyxseconds",  "timedexec",
     "subprocess",  "signalhandler",    "threadworker",  "filereadthread", "filehashthread",
 };
 
@@ -91,9 +91,9 @@ void restore_registered_cells(vrkscript& engine) {
     for (std::size_t i = 0; i < vars.size() && i < saved.size(); ++i) {
         vrkvar* cell = vars[i];
         const vrkvar& was = saved[i];
-        if (cell->type == was.type && cell->block == was.block && cell->value.ptr == was.value.ptr &&
-            cell->flags == was.flags && cell->attrs == was.attrs && cell->aux == was.aux &&
-            cell->constant == was.constant)
+        if (cell->type == was.type && cell->block == was.block &&
+            cell->value.ptr == was.value.ptr && cell->flags == was.flags &&
+            cell->attrs == was.attrs && cell->aux == was.aux && cell->constant == was.constant)
             continue;
         // A payload of its own goes; the registered one stays with the cell.
         if (cell->value.ptr != was.value.ptr) {
@@ -166,7 +166,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     // As in a one-shot run, the root block runs even when compiling failed.
     if (parser && parser->root_block) run(parser->root_block, nullptr, 0, kSelfUnchanged);
     for (int i = 0; i < kFrames; ++i) {
-        if (engine.sleepingBlocks.empty() && engine.newSleepers.empty() && engine.parsersToRemove.empty())
+        if (engine.sleepingBlocks.empty() && engine.newSleepers.empty() &&
+            engine.parsersToRemove.empty())
             break;
         engine.frame(true);
     }

@@ -16,7 +16,8 @@
 
 // The allocator interface of the sanitizer runtime the targets are linked with.
 extern "C" {
-int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*, std::size_t),
+int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*,
+                                                                  std::size_t),
                                               void (*free_hook)(const volatile void*));
 std::size_t __sanitizer_get_current_allocated_bytes();
 }
@@ -45,7 +46,9 @@ inline void watch_allocation(const volatile void*, std::size_t size) {
 inline void ignore_release(const volatile void*) {}
 
 // Installs the heap watch; call once, after the process context exists.
-inline void watch_heap() { __sanitizer_install_malloc_and_free_hooks(watch_allocation, ignore_release); }
+inline void watch_heap() {
+    __sanitizer_install_malloc_and_free_hooks(watch_allocation, ignore_release);
+}
 
 // The budgets of one input, from construction to destruction; afterwards the
 // process has the unlimited budgets of the real host again.

@@ -70,8 +70,8 @@ TEST(ArgumentParser, SeparateValueIsPositionalUnlessTheNameIsRegistered) {
     EXPECT_EQ(plain.positional, (std::vector<std::string>{"vorka", "a.vrs"}));
     EXPECT_TRUE(plain.params.empty());
 
-    const ArgumentParser reg =
-        parsed({"vorka", "--script", "a.vrs", "--script", "b.vrs", "-n", "-5"}, {"script", "n"});
+    const ArgumentParser reg = parsed(
+        {"vorka", "--script", "a.vrs", "--script", "b.vrs", "-n", "-5"}, {"script", "n"});
     EXPECT_EQ(*reg.value("script"), "a.vrs");
     EXPECT_EQ(*reg.value("n"), "-5");  // a number is not an option, so it can be a value
     EXPECT_EQ(reg.positional, (std::vector<std::string>{"vorka"}));
@@ -147,7 +147,8 @@ TEST(ScriptSelection, ExtensionRules) {
 }
 
 TEST(RunPlan, ModesFollowTheirPrecedence) {
-    EXPECT_EQ(plan_for({"vorka", "-rs=a.vrs", "--deptest", "-s=b.vrs"}).mode, RunMode::one_shot_run);
+    EXPECT_EQ(plan_for({"vorka", "-rs=a.vrs", "--deptest", "-s=b.vrs"}).mode,
+              RunMode::one_shot_run);
     EXPECT_EQ(plan_for({"vorka", "-rs=a.vrs", "-cc=c.vrs", "-dt"}).mode, RunMode::one_shot_compile);
     EXPECT_EQ(plan_for({"vorka", "-cc=c.vrs", "-dt", "b.vrs"}).mode, RunMode::dependency_test);
     EXPECT_EQ(plan_for({"vorka", "-cc=c.vrs", "b.vrs", "-crun=p.vre"}).mode, RunMode::compile);
@@ -178,8 +179,8 @@ TEST(RunPlan, HelpAndVersionComeFirstAndThePromptReplacesNormalRunAndRegistratio
     EXPECT_EQ(plan_for({"vorka", "-i", "-cc=a.vrs"}).mode, RunMode::compile);
     // Quiet and debug change how a mode runs, not which one.
     EXPECT_EQ(plan_for({"vorka", "-q", "-dbg"}).mode, RunMode::registration);
-    const CommandLineValues v =
-        read_command_line(parsed({"vorka", "-q", "--debug", "--repl=1", "a.vrs"}));
+    const CommandLineValues v = read_command_line(
+        parsed({"vorka", "-q", "--debug", "--repl=1", "a.vrs"}));
     EXPECT_TRUE(v.quiet && v.debug && v.repl);
     EXPECT_FALSE(v.help || v.version || v.deptest);
 }
@@ -190,9 +191,8 @@ TEST(RunPlan, PositionalProgramEqualsCompiledRunOption) {
     EXPECT_EQ(positional.mode, option.mode);
     EXPECT_EQ(positional.selection.scriptPath, option.selection.scriptPath);
     EXPECT_EQ(positional.selection.compiledRun, option.selection.compiledRun);
-    EXPECT_EQ(source_path_to_load(positional.selection.scriptPath,
-                                  positional.selection.compiledRun),
-              "");
+    EXPECT_EQ(
+        source_path_to_load(positional.selection.scriptPath, positional.selection.compiledRun), "");
 }
 
 TEST(LoadPath, ExtensionsAppendedToTheScriptPath) {

@@ -150,27 +150,27 @@ protected:
         vrkvar* cap = R->declare_var("cap");  // 5: a captured cell
         set_int(cap, 3);
         cap->flags = flag::CAPTURED;
-        R->declare_var("this");               // 6
+        R->declare_var("this");                  // 6
         reset(R->declare_var("obj"), Tag::PTR);  // 7: an object handle
-        vrkvar* st = R->declare_var("st");    // 8: a struct record
+        vrkvar* st = R->declare_var("st");       // 8: a struct record
         reset(st, Tag::JSON);
         st->flags = flag::STRUCT_VAR;
         st->block = S;
-        vrkvar* sc = R->declare_var("sc");    // 9: a scoped constant
+        vrkvar* sc = R->declare_var("sc");  // 9: a scoped constant
         set_string(sc, "scoped");
         sc->attrs = attr::OWNS_RESULT;
         sc->constant = 1;
         R->get_scoped() = {9};
         R->get_captures() = {{5, 5}};
-        r.load(0)                                       // itself
-            .load_from(program(p), 0)                   // its parent
-            .emit(Op::RUN_CHILD, 0, ref_of(F))          // a child
-            .emit(Op::POP, 1, 3)                        // a number
-            .emit(Op::SET, -1, kRefMinusOne)            // all ones
+        r.load(0)                                                                   // itself
+            .load_from(program(p), 0)                                               // its parent
+            .emit(Op::RUN_CHILD, 0, ref_of(F))                                      // a child
+            .emit(Op::POP, 1, 3)                                                    // a number
+            .emit(Op::SET, -1, kRefMinusOne)                                        // all ones
             .emit(Op::INDEX, -1, reinterpret_cast<uint64_t>(new vrkindex_cache()))  // a cache
-            .emit(Op::CALL_PREP, 0, ref_of(K))          // a class's constructor
-            .emit(Op::SWAP, 1, 100)                     // the largest number
-            .emit(Op::LOAD, 0, 100);                    // a number where a block belongs
+            .emit(Op::CALL_PREP, 0, ref_of(K))  // a class's constructor
+            .emit(Op::SWAP, 1, 100)             // the largest number
+            .emit(Op::LOAD, 0, 100);            // a number where a block belongs
 
         F->is_function = 1;
         F->param_count = 1;
@@ -334,7 +334,8 @@ TEST_F(TreeTest, ReferencesThatCannotBeResolved) {
     const Bytes bytes = image(q.block());
     EXPECT_TRUE(writing.saw("ASM 31 index 0 BLK 65"));
     EXPECT_TRUE(writing.saw("error finding block for cache!"));
-    const Bytes tail{0x1F, 0x00, 0x00, 0x01, 0x64, 0x1F, 0x00, 0x01, 0x01, 0x01, 0xFF, 0xFF, 0xFF, 0xFF};
+    const Bytes tail{0x1F, 0x00, 0x00, 0x01, 0x64, 0x1F, 0x00,
+                     0x01, 0x01, 0x01, 0xFF, 0xFF, 0xFF, 0xFF};
     EXPECT_EQ(Bytes(bytes.begin() + 20, bytes.begin() + 34), tail);
 }
 
@@ -378,8 +379,8 @@ TEST_F(TreeTest, EveryTruncationAndCorruptionIsSurvived) {
 TEST_F(BlockFormTest, EngineTablesLinkByName) {
     vrkscript engine;
     vrkvar* twice = engine.registerFunction(
-        "twice", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& r) { return &r; }, 1, nullptr, "", true,
-        true);
+        "twice", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& r) { return &r; }, 1, nullptr,
+        "", true, true);
     const int64_t twice_index = engine.firstBlock->find_var_index("twice");
     vrkvar* g = declare_global(&engine, "g");
     const int64_t g_index = engine.globalBlock->find_var_index("g");
@@ -420,7 +421,8 @@ TEST_F(BlockFormTest, EngineTablesLinkByName) {
         EXPECT_EQ(ext_back->code.at(0).ref_block(), ext_back);
         EXPECT_EQ(log.errors(), 0u);
         block_delete(back);
-        EXPECT_EQ(engine.extern_blocks.count("ext"), 0u) << "a destroyed block leaves the extern table";
+        EXPECT_EQ(engine.extern_blocks.count("ext"), 0u)
+            << "a destroyed block leaves the extern table";
     }
     {
         // An engine without them: reported, a missing global is created and
@@ -489,9 +491,10 @@ TEST_F(BlockFormTest, ProgramConstruction) {
 // of a list literal, and the frame list entry of an onFrame function.
 TEST_F(BlockFormTest, ALoadedProgramGetsBackWhatTheCompilerSetUp) {
     vrkscript engine;
-    vrkparser* source = engine.load("early = later(2);\nlater(n) { return n + 1; }\n"
-                                    "onFrameTick() { }\nl = [];\n",
-                                    false, true);
+    vrkparser* source = engine.load(
+        "early = later(2);\nlater(n) { return n + 1; }\n"
+        "onFrameTick() { }\nl = [];\n",
+        false, true);
     ASSERT_NE(source, nullptr);
     ASSERT_NE(source->root_block, nullptr);
     const Bytes image = program_image(source->root_block);
@@ -507,9 +510,9 @@ TEST_F(BlockFormTest, ALoadedProgramGetsBackWhatTheCompilerSetUp) {
     EXPECT_EQ(fn->type, Tag::FUNCTION);
     ASSERT_NE(fn->block, nullptr) << "a call above the declaration finds the function";
     EXPECT_EQ(fn->aux, 1);
-    EXPECT_TRUE(std::any_of(root->vars->begin(), root->vars->end(),
-                            [](const vrkvar* v) { return v && v->type == Tag::JSON; }))
-        << "the list literal's cell is a list again";
+    EXPECT_TRUE(std::any_of(root->vars->begin(), root->vars->end(), [](const vrkvar* v) {
+        return v && v->type == Tag::JSON;
+    })) << "the list literal's cell is a list again";
     ASSERT_EQ(engine.frame_blocks.size(), frames + 1);
     EXPECT_NE(engine.frame_blocks.back(), nullptr);
     engine.frame_blocks.clear();

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "base/context.h"
-#include "host/engine.h"
 #include "base/script_lock.h"
+#include "host/engine.h"
 #include "values/classref.h"
 #include "values/globals.h"
 #include "vm/block.h"
@@ -168,11 +168,19 @@ TEST_F(BlockTest, RegisteringAFunctionTwiceKeepsOneCell) {
     vrkscript engine;
     int which = 0;
     vrkvar* first = engine.registerFunction(
-        "probe", [&](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& r) { which = 1; return &r; }, 1,
-        nullptr, "first", false, false);
+        "probe",
+        [&](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& r) {
+            which = 1;
+            return &r;
+        },
+        1, nullptr, "first", false, false);
     vrkvar* second = engine.registerFunction(
-        "probe", [&](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& r) { which = 2; return &r; }, 2,
-        nullptr, "second", false, true);
+        "probe",
+        [&](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& r) {
+            which = 2;
+            return &r;
+        },
+        2, nullptr, "second", false, true);
     EXPECT_EQ(first, second);
     EXPECT_EQ(second->type, Tag::FUNCTION);
     EXPECT_EQ(second->aux, 2);

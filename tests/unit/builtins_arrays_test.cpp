@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "builtins/registry.h"
 #include "base/context.h"
-#include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
-#include "values/object.h"
+#include "builtins/registry.h"
+#include "host/engine.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "vm/block.h"
 
 namespace vrk {

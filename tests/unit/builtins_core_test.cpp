@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "builtins/registry.h"
 #include "base/context.h"
-#include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "builtins/registry.h"
+#include "host/engine.h"
 #include "platform/system.h"
 #include "values/json.h"
 #include "vm/block.h"
@@ -119,7 +119,8 @@ TEST_F(BuiltinsCoreTest, ErrorValues) {
     ASSERT_EQ(r->type, Tag::ERR);
     vrkvar* emptyError = cell(Tag::INT);
     assign(emptyError, r);
-    EXPECT_EQ(to_string(call("geterror", {emptyError})), "") << "empty message, not the default text";
+    EXPECT_EQ(to_string(call("geterror", {emptyError})), "")
+        << "empty message, not the default text";
     EXPECT_EQ(to_int(call("failed", {emptyError})), 1);
     EXPECT_EQ(to_int(call("iserror", {emptyError})), 1);
 

@@ -11,9 +11,9 @@
 
 #include "base/context.h"
 #include "base/script_lock.h"
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "values/pools.h"
 #include "vm/block.h"
 
@@ -292,7 +292,8 @@ TEST_F(CellTest, AStringCopyKeepsTheDestinationBuffer) {
     empty->value.str = nullptr;
     assign(dest, empty);
     EXPECT_EQ(dest->type, Tag::STRING);
-    EXPECT_TRUE(dest->value.str->empty()) << "a string cell without text copies as the empty string";
+    EXPECT_TRUE(dest->value.str->empty())
+        << "a string cell without text copies as the empty string";
     empty->value.str = string_new();
 }
 
@@ -308,7 +309,8 @@ TEST_F(CellTest, NumbersCopyIntoNumbersOfTheirType) {
     EXPECT_EQ(dest->value.i, 42);
     EXPECT_EQ(dest->aux, 0);
     EXPECT_EQ(dest->block, nullptr);
-    EXPECT_EQ(dest->attrs, attr::BY_REF_PARAM | attr::OWNS_RESULT) << "kept bits, and the fresh result moved over";
+    EXPECT_EQ(dest->attrs, attr::BY_REF_PARAM | attr::OWNS_RESULT)
+        << "kept bits, and the fresh result moved over";
     EXPECT_EQ(src->attrs, attr::NO_REF_WRAP);
     EXPECT_EQ(src->aux, 3) << "the source is only read";
 
@@ -337,7 +339,8 @@ TEST_F(CellTest, NumbersCopyIntoNumbersOfTheirType) {
     dest->aux = 4;
     dest->attrs = attr::OWNS_RESULT | attr::BY_REF_PARAM;
     reset(dest, Tag::INT);
-    EXPECT_TRUE(dest->type == Tag::INT && dest->value.i == 0 && dest->aux == 0 && dest->block == nullptr);
+    EXPECT_TRUE(dest->type == Tag::INT && dest->value.i == 0 && dest->aux == 0 &&
+                dest->block == nullptr);
     EXPECT_EQ(dest->attrs, attr::BY_REF_PARAM);
 }
 
@@ -553,7 +556,6 @@ TEST_F(CellTest, EqualityRules) {
     set_float(f, 1.0);
     EXPECT_FALSE(equals(string_cell("1.0"), f));
     EXPECT_TRUE(equals(f, string_cell("1.000000")));
-
 }
 
 }  // namespace

@@ -10,15 +10,15 @@
 #include <string>
 #include <vector>
 
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "frontend/compile.h"
 #include "frontend/compile_context.h"
 #include "frontend/compile_state.h"
 #include "frontend/compiler.h"
 #include "frontend/parser.h"
-#include "base/context.h"
 #include "host/engine.h"
-#include "base/log.h"
-#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
@@ -99,8 +99,9 @@ protected:
 };
 
 TEST_F(ClassesTest, ClassDeclarationMakesAConstantClassCellAndRunsTheBody) {
-    vrkblock* root = script("class A = {\n    x = 5;\n    y = x + 1;\n};\nclass A = {\n    x = 2;\n};\n"
-                            "class B {\n    q = 1;\n};\n");
+    vrkblock* root = script(
+        "class A = {\n    x = 5;\n    y = x + 1;\n};\nclass A = {\n    x = 2;\n};\n"
+        "class B {\n    q = 1;\n};\n");
     vrkvar* a = nullptr;
     for (vrkvar* v : *root->vars)
         if (v->type == Tag::CLASS && !a) a = v;
@@ -120,11 +121,13 @@ TEST_F(ClassesTest, ClassDeclarationMakesAConstantClassCellAndRunsTheBody) {
     for (uint32_t i = 0; i < kClassSlotCount; ++i) EXPECT_EQ((*cls->vars)[i]->type, Tag::VOID) << i;
     EXPECT_GE(cls->find_var_index("x"), 9);
     EXPECT_EQ(to_int(cls->find_var("y")), 6) << "static initialisers run at compile time";
-    EXPECT_EQ(listing(root).find("SET " + index_text(root, "A")), std::string::npos) << "nothing is stored";
+    EXPECT_EQ(listing(root).find("SET " + index_text(root, "A")), std::string::npos)
+        << "nothing is stored";
 
     // The second declaration warns and makes a new variable; without "=" the
     // name is dropped.
-    EXPECT_TRUE(logged("warning: new variable (A) declared but this name already exists. creating new var..."));
+    EXPECT_TRUE(logged(
+        "warning: new variable (A) declared but this name already exists. creating new var..."));
     EXPECT_NE(root->find_var("A"), a);
     EXPECT_EQ(root->find_var("B"), nullptr);
 
@@ -138,7 +141,8 @@ TEST_F(ClassesTest, ClassDeclarationMakesAConstantClassCellAndRunsTheBody) {
 }
 
 TEST_F(ClassesTest, MemberPathsWithAndWithoutTypeKnowledge) {
-    vrkblock* root = script("class A = {\n    x = 1;\n    y = 2;\n};\nstruct P = {\n    a = 0;\n    int b = 0;\n};\n");
+    vrkblock* root = script(
+        "class A = {\n    x = 1;\n    y = 2;\n};\nstruct P = {\n    a = 0;\n    int b = 0;\n};\n");
     vrkblock* cls = root->find_var("A")->block;
     vrkblock* b = make_block("", root);
     const std::string x = index_text(cls, "x");
@@ -146,7 +150,8 @@ TEST_F(ClassesTest, MemberPathsWithAndWithoutTypeKnowledge) {
 
     EXPECT_EQ(rewritten(b, "u.b.$k"), "u[\"b\"][k]") << "nothing known: keys at run time";
     EXPECT_EQ(rewritten(b, "A.y"), "A[" + y + "]");
-    EXPECT_EQ(rewritten(b, "A.x[2].z"), "A[" + x + "][2][\"z\"]") << "one level of members, then keys";
+    EXPECT_EQ(rewritten(b, "A.x[2].z"), "A[" + x + "][2][\"z\"]")
+        << "one level of members, then keys";
 
     messages.clear();
     EXPECT_EQ(rewritten(b, "A.nope"), "A[\"nope\"]");
@@ -185,7 +190,8 @@ TEST_F(ClassesTest, MemberPathsWithAndWithoutTypeKnowledge) {
 TEST_F(ClassesTest, MethodsReachMembersByPositionThroughThis) {
     vrkblock* root = script("class A = {\n    x = 1;\n    y = 2;\n};\nr = A[nope];\n");
     EXPECT_TRUE(logged("cannot find member nope in class!"));
-    EXPECT_NE(listing(root).find("INDEX 0"), std::string::npos) << "an unknown member is a key at run time";
+    EXPECT_NE(listing(root).find("INDEX 0"), std::string::npos)
+        << "an unknown member is a key at run time";
 
     // `this.y` and the bare member `x`, which a parameter of that name does
     // not shadow; no member is looked up by name.
@@ -197,14 +203,18 @@ TEST_F(ClassesTest, MethodsReachMembersByPositionThroughThis) {
     compile_block(method);
     EXPECT_TRUE(logged("added missing 'this' for class member x"));
     const std::string code = listing(method);
-    EXPECT_NE(code.find("CLASS_ACCESS " + index_text(cls, "y") + "; SET -2"), std::string::npos) << code;
-    EXPECT_NE(code.find("CLASS_ACCESS " + index_text(cls, "x") + "; RESET 0; SET"), std::string::npos) << code;
+    EXPECT_NE(code.find("CLASS_ACCESS " + index_text(cls, "y") + "; SET -2"), std::string::npos)
+        << code;
+    EXPECT_NE(code.find("CLASS_ACCESS " + index_text(cls, "x") + "; RESET 0; SET"),
+              std::string::npos)
+        << code;
     EXPECT_EQ(code.find("INDEX"), std::string::npos) << code;
 
     // A nested block of the method finds the class through its own `this`.
     vrkblock* inner = make_block("w = this.x;", method);
     compile_block(inner);
-    EXPECT_NE(listing(inner).find("CLASS_ACCESS " + index_text(cls, "x")), std::string::npos) << listing(inner);
+    EXPECT_NE(listing(inner).find("CLASS_ACCESS " + index_text(cls, "x")), std::string::npos)
+        << listing(inner);
     EXPECT_FALSE(needs_this(cls, "x")) << "the class body itself needs no `this`";
     EXPECT_TRUE(needs_this(method, "x.k[1]"));
 }
@@ -214,11 +224,12 @@ TEST_F(ClassesTest, ListLiteralCode) {
     compile_block(root);
     // Its variable, the clear of the JSON on top, the elements, the variable and
     // the hand-over of its list.
-    EXPECT_TRUE(
-        listing(root).starts_with("LOAD 0 B; LOAD 6; LOAD 0 B; LOAD 8; SET 1 B; LOAD 2 B; LOAD 6; "))
+    EXPECT_TRUE(listing(root).starts_with(
+        "LOAD 0 B; LOAD 6; LOAD 0 B; LOAD 8; SET 1 B; LOAD 2 B; LOAD 6; "))
         << listing(root);
     EXPECT_EQ((*root->vars)[0]->type, Tag::JSON);
-    EXPECT_EQ(root->find_var_index("LAMBDADATALIST0_I"), 2) << "the newest literal holds the shared name";
+    EXPECT_EQ(root->find_var_index("LAMBDADATALIST0_I"), 2)
+        << "the newest literal holds the shared name";
 
     // A missing "]" is reported; the literal is still the empty list.
     messages.clear();

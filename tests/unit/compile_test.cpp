@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "frontend/compile.h"
 #include "frontend/compile_context.h"
 #include "frontend/compile_state.h"
 #include "frontend/compiler.h"
 #include "frontend/parser.h"
-#include "base/context.h"
 #include "host/engine.h"
-#include "base/log.h"
-#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
@@ -127,9 +127,10 @@ TEST_F(CompileTest, ArithmeticIsRightAssociativeAndUsesHiddenResults) {
     vrkblock* b = compiled("a=10;b=3;c=2;x = a - b - c;");
     // Constants and variables: 10@0 a@1 3@2 b@3 2@4 c@5; then the hidden
     // results of the two subtractions and x.
-    EXPECT_EQ(listing(b),
-              "LOAD 0 B; SET 1 B; LOAD 2 B; SET 3 B; LOAD 4 B; SET 5 B; "
-              "LOAD 1 B; SET 6 B; SUB_TMP 0; LOAD 3 B; SET 7 B; SUB_TMP 0; LOAD 5 B; SUB 0; SUB 0; SET 8 B");
+    EXPECT_EQ(
+        listing(b),
+        "LOAD 0 B; SET 1 B; LOAD 2 B; SET 3 B; LOAD 4 B; SET 5 B; "
+        "LOAD 1 B; SET 6 B; SUB_TMP 0; LOAD 3 B; SET 7 B; SUB_TMP 0; LOAD 5 B; SUB 0; SUB 0; SET 8 B");
     run(b, nullptr, 0, nullptr);
     EXPECT_EQ(to_int(var(b, "x")), 9) << "a-(b-c)";
 
@@ -166,7 +167,7 @@ TEST_F(CompileTest, ComparisonsAndCompoundAssignments) {
     const std::string all = listing(b);
     const std::string tests = all.substr(all.find("SET 3 B; ") + 9);
     EXPECT_EQ(tests,
-              "LOAD 3 B; ARG 0 1; LOAD 1 B; CMP 0 B; "   // == evaluates the right side first
+              "LOAD 3 B; ARG 0 1; LOAD 1 B; CMP 0 B; "  // == evaluates the right side first
               "LOAD 1 B; ARG 0 1; LOAD 3 B; CMP 1 B; "
               "LOAD 1 B; ARG 0 1; LOAD 3 B; CMP 2 B; "
               "LOAD 1 B; ARG 0 1; LOAD 3 B; CMP 3 B; "
@@ -193,7 +194,8 @@ TEST_F(CompileTest, LiteralsConstantsAndUnknownNames) {
     EXPECT_EQ(to_string(var(b, "s")), "a\nb");
     EXPECT_EQ(to_string(var(b, "t")), "q\\\"") << "no escape but \\n: the backslash stays";
     EXPECT_DOUBLE_EQ(to_float(var(b, "f")), 1.5);
-    EXPECT_TRUE(logged("- 5 is not a variable name nor a constant.")) << "a blank stays in the literal text";
+    EXPECT_TRUE(logged("- 5 is not a variable name nor a constant."))
+        << "a blank stays in the literal text";
     EXPECT_EQ(to_string(var(b, "w")), "- 5");
 
     errors.clear();
@@ -203,12 +205,14 @@ TEST_F(CompileTest, LiteralsConstantsAndUnknownNames) {
     EXPECT_NE(listing(u).find("LOAD 1; SET"), std::string::npos);
     EXPECT_NE(listing(u).find("LOAD 7; SET"), std::string::npos);
     run(u, nullptr, 0, nullptr);
-    EXPECT_EQ(to_string(var(u, "q")), "nothing_here") << "an unknown name evaluates to its own text";
+    EXPECT_EQ(to_string(var(u, "q")), "nothing_here")
+        << "an unknown name evaluates to its own text";
     EXPECT_EQ(to_int(var(u, "k")), 1);
 }
 
 TEST_F(CompileTest, FormattedStringsAndNegation) {
-    vrkblock* b = compiled("n = 4; s = f\"n={{n+1}}!\"; p = f\"plain\"; bad = f\"x{{n\"; t = !n; u = !n+1;");
+    vrkblock* b = compiled(
+        "n = 4; s = f\"n={{n+1}}!\"; p = f\"plain\"; bad = f\"x{{n\"; t = !n; u = !n+1;");
     run(b, nullptr, 0, nullptr);
     EXPECT_EQ(to_string(var(b, "s")), "n=5!");
     EXPECT_EQ(to_string(var(b, "p")), "plain");
@@ -258,9 +262,10 @@ TEST_F(CompileTest, WhileAndForLoops) {
     make_block("print(i);i++;", b);
     compile_block(b);
     // 0@0 i@1 3@2; the body's function cell (its LOAD taken back) is @3.
-    EXPECT_EQ(listing(b),
-              "LOAD 0 B; SET 1 B; "
-              "LOAD 1 B; ARG 0 1; LOAD 2 B; CMP 5 B; JMP_FALSE_LOOP 2 B; RUN_CHILD 0 B; JMP -7 B; NOP 0 B");
+    EXPECT_EQ(
+        listing(b),
+        "LOAD 0 B; SET 1 B; "
+        "LOAD 1 B; ARG 0 1; LOAD 2 B; CMP 5 B; JMP_FALSE_LOOP 2 B; RUN_CHILD 0 B; JMP -7 B; NOP 0 B");
     EXPECT_TRUE((*b->children)[0]->is_loop_body);
     run(b, nullptr, 0, nullptr);
     EXPECT_EQ(printed, (Strings{"0", "1", "2"}));
@@ -297,9 +302,11 @@ TEST_F(CompileTest, LoopWithoutChildBodyIsRejected) {
 TEST_F(CompileTest, CallsBindArgumentsLastFirst) {
     vrkblock* b = compiled("x = 7; print(x);");
     const uint32_t p = static_cast<uint32_t>(engine->firstBlock->find_var_index("print"));
-    EXPECT_EQ(listing(b), "LOAD 0 B; SET 1 B; LOAD " + std::to_string(p) +
-                              " F; LOAD 4; CALL_PREP 1; LOAD 1 B; ARG -1; CALL_PREP 0 -1; POP 1 3; SET 0 -1; "
-                              "RESET 1; CALL " + std::to_string(p) + " F")
+    EXPECT_EQ(listing(b),
+              "LOAD 0 B; SET 1 B; LOAD " + std::to_string(p) +
+                  " F; LOAD 4; CALL_PREP 1; LOAD 1 B; ARG -1; CALL_PREP 0 -1; POP 1 3; SET 0 -1; "
+                  "RESET 1; CALL " +
+                  std::to_string(p) + " F")
         << "print takes plain arguments: ARG -1";
 
     vrkblock* f = compiled("f(1, 2);");
@@ -375,7 +382,8 @@ TEST_F(CompileTest, IndentedBodiesBecomeChildBlocks) {
 
     printed.clear();
     vrkblock* tail = compiled("c = 1;if (c) print(7);");
-    EXPECT_FALSE(tail->children && !tail->children->empty()) << "a head at the very end stays inline";
+    EXPECT_FALSE(tail->children && !tail->children->empty())
+        << "a head at the very end stays inline";
     run(tail, nullptr, 0, nullptr);
     EXPECT_EQ(printed, Strings{"7"});
 }
@@ -403,9 +411,11 @@ TEST_F(CompileTest, NamesResolveOutwardAndThisPropagates) {
 TEST_F(CompileTest, SubscriptsAndMemberPaths) {
     vrkblock* b = compiled("a = 1;a[0] = 5;x = a[0];y = a.k;");
     const std::string code = listing(b);
-    EXPECT_NE(code.find("PUSH 0; LOAD 1 B; PUSH 1; LOAD 3 B; INDEX -1; SET -2; RESET 0"), std::string::npos)
+    EXPECT_NE(code.find("PUSH 0; LOAD 1 B; PUSH 1; LOAD 3 B; INDEX -1; SET -2; RESET 0"),
+              std::string::npos)
         << code;
-    EXPECT_NE(code.find("LOAD 1 B; PUSH 1; LOAD 3 B; INDEX 0; RESET 0; SET"), std::string::npos) << code;
+    EXPECT_NE(code.find("LOAD 1 B; PUSH 1; LOAD 3 B; INDEX 0; RESET 0; SET"), std::string::npos)
+        << code;
     // a.k is a["k"]: a constant "k" as the key.
     const uint32_t k = static_cast<uint32_t>(b->vars->size() - 2);
     EXPECT_EQ(to_string((*b->vars)[k]), "k");
@@ -432,7 +442,8 @@ TEST_F(CompileTest, DeclarationsAndStores) {
 
     errors.clear();
     vrkblock* t = compiled("x = 1;int x = 2.5;");
-    EXPECT_TRUE(logged("warning: new variable (x) declared but this name already exists. creating new var..."));
+    EXPECT_TRUE(logged(
+        "warning: new variable (x) declared but this name already exists. creating new var..."));
     EXPECT_EQ(t->vars->size(), 4u) << "the old cell stays";
     EXPECT_TRUE(var(t, "x")->flags & flag::FIXED_TYPE);
     run(t, nullptr, 0, nullptr);
@@ -519,15 +530,20 @@ TEST_F(CompileTest, DebugTablesAreKeyedByToken) {
 
 TEST_F(CompileTest, ScriptsRunEndToEnd) {
     EXPECT_EQ(run_script("x = 2;\ny = x * 5 + 1;\nprint(y);\n"), Strings{"11"});
-    EXPECT_EQ(run_script("total = 0;\nfor (i = 1; i <= 4; i++) {\n  total += i;\n}\nprint(total);\n"),
-              Strings{"10"});
-    EXPECT_EQ(run_script("n = 3;\nif (n > 5) {\n  print(\"big\");\n}\nelse if (n > 2) {\n  print(\"mid\");\n}\n"
-                         "else {\n  print(\"small\");\n}\nprint(\"end\");\n"),
-              (Strings{"mid", "end"}));
+    EXPECT_EQ(
+        run_script("total = 0;\nfor (i = 1; i <= 4; i++) {\n  total += i;\n}\nprint(total);\n"),
+        Strings{"10"});
+    EXPECT_EQ(
+        run_script(
+            "n = 3;\nif (n > 5) {\n  print(\"big\");\n}\nelse if (n > 2) {\n  print(\"mid\");\n}\n"
+            "else {\n  print(\"small\");\n}\nprint(\"end\");\n"),
+        (Strings{"mid", "end"}));
     EXPECT_EQ(run_script("i = 0;\nwhile (i < 3) {\n  print(f\"i={{i}}\");\n  i++;\n}\n"),
               (Strings{"i=0", "i=1", "i=2"}));
-    EXPECT_EQ(run_script("a = 1;\nif (a == 1)\n    print(\"one\");\nelse\n    print(\"other\");\nprint(\"done\");\n"),
-              (Strings{"one", "done"}));
+    EXPECT_EQ(
+        run_script(
+            "a = 1;\nif (a == 1)\n    print(\"one\");\nelse\n    print(\"other\");\nprint(\"done\");\n"),
+        (Strings{"one", "done"}));
 }
 
 }  // namespace

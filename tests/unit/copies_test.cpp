@@ -45,7 +45,8 @@ private:
         program f = w.child(parent);
         f.block()->is_function = 1;
         f.block()->param_count = static_cast<int16_t>(params);
-        for (int i = 0; i < params; ++i) reset(f.block()->declare_var("p" + std::to_string(i)), Tag::VOID);
+        for (int i = 0; i < params; ++i)
+            reset(f.block()->declare_var("p" + std::to_string(i)), Tag::VOID);
         return f;
     }
 };
@@ -114,7 +115,8 @@ TEST_F(CopiesTest, CopyOwnsItsBlocksAndSharesTheEnclosingOnes) {
 TEST_F(CopiesTest, InstancesAreChosenIdleFirst) {
     vrkvar* cell = cell_new(Tag::FUNCTION);
     cell->block = F.block();
-    EXPECT_EQ(get_instance(F.block(), cell, false), F.block()) << "an idle function runs in its own block";
+    EXPECT_EQ(get_instance(F.block(), cell, false), F.block())
+        << "an idle function runs in its own block";
 
     F.block()->running = 1;
     vrkblock* first = get_instance(F.block(), cell, false);
@@ -144,7 +146,8 @@ TEST_F(CopiesTest, InstancesAreChosenIdleFirst) {
     EXPECT_EQ(get_instance(F.block(), not_a_function, false), nullptr);
     cell_free(not_a_function);
 
-    program n = w.native("n", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar&) { return nullptr; }, 0);
+    program n = w.native(
+        "n", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar&) { return nullptr; }, 0);
     n.block()->sleeping = 1;
     EXPECT_EQ(get_instance(n.block(), nullptr, false), nullptr) << "a native block is never copied";
     n.block()->sleeping = 0;

@@ -8,10 +8,10 @@
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/element_store.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "vm/block.h"
 #include "vm/instruction.h"
 

@@ -5,10 +5,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/log.h"
 #include "frontend/emit.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
-#include "base/log.h"
 #include "platform/system.h"
 #include "support/program.h"
 #include "vm/sleep.h"

@@ -8,15 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
 #include "builtins/math.h"
 #include "frontend/compile.h"
 #include "frontend/compile_context.h"
 #include "frontend/compiler.h"
 #include "frontend/parser.h"
-#include "base/context.h"
 #include "host/engine.h"
-#include "base/log.h"
-#include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
@@ -98,7 +98,9 @@ protected:
     }
 
     int64_t index_of(vrkblock* b, const std::string& name) { return b->find_var_index(name); }
-    std::string at(vrkblock* b, const std::string& name) { return std::to_string(index_of(b, name)); }
+    std::string at(vrkblock* b, const std::string& name) {
+        return std::to_string(index_of(b, name));
+    }
 
     Strings run_script(const std::string& text) {
         printed.clear();
@@ -160,7 +162,8 @@ TEST_F(FunctionsTest, DeclarationStoresTheBodyAndDeclaresItsParameters) {
 }
 
 TEST_F(FunctionsTest, TypeWordsOfParametersCarryOverToTheFollowingOnes) {
-    vrkblock* b = make_block("f(int a, b, string c) {##BLK0}; g(auto x, y) {##BLK1}; h(int[] p, q) {##BLK2};");
+    vrkblock* b = make_block(
+        "f(int a, b, string c) {##BLK0}; g(auto x, y) {##BLK1}; h(int[] p, q) {##BLK2};");
     vrkblock* f = make_block("", b);
     vrkblock* g = make_block("", b);
     vrkblock* h = make_block("", b);
@@ -178,7 +181,8 @@ TEST_F(FunctionsTest, TypeWordsOfParametersCarryOverToTheFollowingOnes) {
     EXPECT_TRUE(param(g, 1)->attrs & attr::OWNS_RESULT);
 
     EXPECT_TRUE(param(h, 0)->flags & flag::KEEP_HINT);
-    EXPECT_TRUE(param(h, 1)->flags & flag::KEEP_HINT) << "[] holds for the following parameters too";
+    EXPECT_TRUE(param(h, 1)->flags & flag::KEEP_HINT)
+        << "[] holds for the following parameters too";
     EXPECT_EQ(param(h, 1)->type, Tag::INT);
 }
 
@@ -200,12 +204,14 @@ TEST_F(FunctionsTest, AttributeWords) {
     ASSERT_NE(g, nullptr) << "a global function lives in the engine's global block";
     EXPECT_EQ(g->block, glob);
     EXPECT_EQ(b->find_var("glob"), nullptr);
-    EXPECT_NE(listing(b).find("PUSH 1; LOAD " + at(engine->globalBlock, "glob") + " G; SET -1"), std::string::npos)
+    EXPECT_NE(listing(b).find("PUSH 1; LOAD " + at(engine->globalBlock, "glob") + " G; SET -1"),
+              std::string::npos)
         << listing(b);
 
     EXPECT_TRUE(logged("\"parallel\" is deprecated! parallel par() {##BLK2}"));
     EXPECT_TRUE(logged("\"recursive\" is deprecated! recursive rec() {##BLK3}"));
-    EXPECT_TRUE(logged("cannot get type of: nosuchtype")) << "the first other word is the return type";
+    EXPECT_TRUE(logged("cannot get type of: nosuchtype"))
+        << "the first other word is the return type";
     // The deprecated words change nothing else: the functions are declared.
     EXPECT_EQ(b->find_var("par")->block, (*b->children)[2]);
     EXPECT_EQ(b->find_var("thr")->block, (*b->children)[4]);
@@ -233,8 +239,9 @@ TEST_F(FunctionsTest, LambdaCopiesItsCapturesIntoStoreVariables) {
     EXPECT_TRUE((*lambda->vars)[static_cast<std::size_t>(this_store)]->flags & flag::NO_COUNT);
     ASSERT_TRUE(lambda->captures);
     ASSERT_EQ(lambda->captures->size(), 2u);
-    EXPECT_EQ(lambda->captures->front(), (std::pair<uint32_t, int32_t>{static_cast<uint32_t>(k),
-                                                                         static_cast<int32_t>(k_store)}));
+    EXPECT_EQ(
+        lambda->captures->front(),
+        (std::pair<uint32_t, int32_t>{static_cast<uint32_t>(k), static_cast<int32_t>(k_store)}));
 
     // The anonymous function gets a cell of its own in this block (2, made by
     // the callee search before the body's constant, 3), and the value goes
@@ -242,15 +249,21 @@ TEST_F(FunctionsTest, LambdaCopiesItsCapturesIntoStoreVariables) {
     const std::string code = listing(b);
     EXPECT_EQ(code.substr(0, code.find("; LOAD 7 B")),
               "LOAD 0 B; SET 1 B; LOAD 3 B; "
-              "PUSH 1; LOAD 1 B; SET " + std::to_string(k_store) + " C0; POP 1; "
-              "PUSH 1; LOAD 4 B; SET " + std::to_string(this_store) + " C0; POP 1; "
-              "SET 2 B; SET 5 B")
+              "PUSH 1; LOAD 1 B; SET " +
+                  std::to_string(k_store) +
+                  " C0; POP 1; "
+                  "PUSH 1; LOAD 4 B; SET " +
+                  std::to_string(this_store) +
+                  " C0; POP 1; "
+                  "SET 2 B; SET 5 B")
         << code;
     EXPECT_EQ(index_of(b, "g"), 5);
 
     // Run: the capture is the value at the declaration, not the later one.
-    EXPECT_EQ(run_script("k = 10;\nadd = [k](y) {\n  return k + y;\n};\nk = 20;\nprint(add(1));\nprint(k);\n"),
-              (Strings{"11", "20"}));
+    EXPECT_EQ(
+        run_script(
+            "k = 10;\nadd = [k](y) {\n  return k + y;\n};\nk = 20;\nprint(add(1));\nprint(k);\n"),
+        (Strings{"11", "20"}));
 }
 
 TEST_F(FunctionsTest, ReservedFunctionsOfAClassTakeTheirSlots) {
@@ -263,7 +276,8 @@ TEST_F(FunctionsTest, ReservedFunctionsOfAClassTakeTheirSlots) {
 
     const auto slot = [cls](ClassSlot s) { return (*cls->vars)[static_cast<std::size_t>(s)]; };
     EXPECT_EQ(slot(ClassSlot::constructor)->type, Tag::FUNCTION);
-    EXPECT_EQ(slot(ClassSlot::constructor)->block, (*cls->children)[0]) << "the class's own name is the constructor";
+    EXPECT_EQ(slot(ClassSlot::constructor)->block, (*cls->children)[0])
+        << "the class's own name is the constructor";
     EXPECT_EQ(slot(ClassSlot::destructor)->block, (*cls->children)[1]);
     EXPECT_EQ(slot(ClassSlot::opadd)->block, (*cls->children)[2]);
     EXPECT_EQ(slot(ClassSlot::opsub)->type, Tag::VOID);
@@ -277,7 +291,8 @@ TEST_F(FunctionsTest, ReservedFunctionsOfAClassTakeTheirSlots) {
 }
 
 TEST_F(FunctionsTest, FrameAndEndFunctions) {
-    vrkblock* b = make_block("onFrameTick() {##BLK0}; die() {##BLK1}; onFrame(x) {##BLK2}; die(y) {##BLK3};");
+    vrkblock* b = make_block(
+        "onFrameTick() {##BLK0}; die() {##BLK1}; onFrame(x) {##BLK2}; die(y) {##BLK3};");
     for (int i = 0; i < 4; ++i) make_block("", b);
     compile_block(b);
     EXPECT_EQ(engine->frame_blocks, std::vector<vrkblock*>{(*b->children)[0]})
@@ -301,7 +316,8 @@ TEST_F(FunctionsTest, ThreadSugarAndColonCallsAreRewrites) {
     same("a = 1; a:f( );", "a = 1; f(a );");
 
     vrkblock* negated = compiled("a = 1; !a:f();");
-    EXPECT_TRUE(listing(negated).ends_with("CALL " + at(negated, "f") + " B; NOT 0")) << listing(negated);
+    EXPECT_TRUE(listing(negated).ends_with("CALL " + at(negated, "f") + " B; NOT 0"))
+        << listing(negated);
 
     // `a:f(b) {...}` declares f(a, b).
     vrkblock* decl = make_block("p:pair(q) {##BLK0};");
@@ -316,32 +332,42 @@ TEST_F(FunctionsTest, MembersOfACallResultAreLookedUpInIt) {
     vrkblock* b = compiled("f().g(1);");
     const std::string code = listing(b);
     // The call of f, then "g" looked up in its value, then the call of that.
-    EXPECT_EQ(code,
-              "LOAD 0 B; LOAD 4; CALL_PREP 0; CALL_PREP 0 -1; RESET 1; CALL 0 B; "
-              "PUSH 1; LOAD 1 B; INDEX 0; LOAD 4; CALL_PREP 1; LOAD 2 B; ARG 1; CALL_PREP 0 -1; POP 1 3; "
-              "SET 0 -1; RESET 1; CALL -1")
+    EXPECT_EQ(
+        code,
+        "LOAD 0 B; LOAD 4; CALL_PREP 0; CALL_PREP 0 -1; RESET 1; CALL 0 B; "
+        "PUSH 1; LOAD 1 B; INDEX 0; LOAD 4; CALL_PREP 1; LOAD 2 B; ARG 1; CALL_PREP 0 -1; POP 1 3; "
+        "SET 0 -1; RESET 1; CALL -1")
         << code;
     EXPECT_EQ(to_string((*b->vars)[1]), "g");
 
-    EXPECT_EQ(run_script("twice(v) {\n  return v * 2;\n}\nmk() {\n  r = 0;\n  r[\"twice\"] = twice;\n"
-                         "  r[\"name\"] = \"made\";\n  return r;\n}\nprint(mk().twice(21));\nprint(mk().name);\n"
-                         "o = mk();\nprint(o.twice(4));\nprint(mk()[\"name\"]);\n"),
-              (Strings{"42", "made", "8", "made"}));
+    EXPECT_EQ(
+        run_script(
+            "twice(v) {\n  return v * 2;\n}\nmk() {\n  r = 0;\n  r[\"twice\"] = twice;\n"
+            "  r[\"name\"] = \"made\";\n  return r;\n}\nprint(mk().twice(21));\nprint(mk().name);\n"
+            "o = mk();\nprint(o.twice(4));\nprint(mk()[\"name\"]);\n"),
+        (Strings{"42", "made", "8", "made"}));
 }
 
 TEST_F(FunctionsTest, CallsAndControlFlowRunEndToEnd) {
-    EXPECT_EQ(run_script("fib(n) {\n  if (n < 2) {\n    return n;\n  }\n  return fib(n - 1) + fib(n - 2);\n}\n"
-                         "print(fib(15));\n"),
-              Strings{"610"});
-    EXPECT_EQ(run_script("add(a, b = 5, c = a) {\n  return a + b * 100 + c * 10000;\n}\n"
-                         "print(add(1, 2, 3));\nprint(add(1, 2));\nprint(add(7));\nprint(add(1, 2, 3));\n"),
-              (Strings{"30201", "10201", "70507", "30201"}))
+    EXPECT_EQ(
+        run_script(
+            "fib(n) {\n  if (n < 2) {\n    return n;\n  }\n  return fib(n - 1) + fib(n - 2);\n}\n"
+            "print(fib(15));\n"),
+        Strings{"610"});
+    EXPECT_EQ(
+        run_script(
+            "add(a, b = 5, c = a) {\n  return a + b * 100 + c * 10000;\n}\n"
+            "print(add(1, 2, 3));\nprint(add(1, 2));\nprint(add(7));\nprint(add(1, 2, 3));\n"),
+        (Strings{"30201", "10201", "70507", "30201"}))
         << "a default applies to every call that leaves the parameter out";
-    EXPECT_EQ(run_script("stop() {\n  break;\n}\nfor (i = 0; i < 3; i++) {\n  stop();\n  print(i);\n}\n"),
-              (Strings{"0", "1", "2"}))
+    EXPECT_EQ(
+        run_script("stop() {\n  break;\n}\nfor (i = 0; i < 3; i++) {\n  stop();\n  print(i);\n}\n"),
+        (Strings{"0", "1", "2"}))
         << "break at function level ends the function only";
-    EXPECT_EQ(run_script("later(2);\nlater(x) {\n  print(x);\n}\n"), Strings{"2"}) << "a call before the declaration";
-    EXPECT_EQ(run_script("bump(#v) {\n  $v = $v + 1;\n}\nq = 5;\nbump(q);\nbump(#q);\nprint(q);\n"), Strings{"7"});
+    EXPECT_EQ(run_script("later(2);\nlater(x) {\n  print(x);\n}\n"), Strings{"2"})
+        << "a call before the declaration";
+    EXPECT_EQ(run_script("bump(#v) {\n  $v = $v + 1;\n}\nq = 5;\nbump(q);\nbump(#q);\nprint(q);\n"),
+              Strings{"7"});
 }
 
 TEST_F(FunctionsTest, DefaultBuiltinCountsTheArgumentsOfTheRunningCall) {

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "base/context.h"
+#include "base/log.h"
 #include "host/engine.h"
 #include "host/host_state.h"
 #include "host/init_script.h"
-#include "base/log.h"
 #include "values/cell.h"
 #include "vm/block.h"
 

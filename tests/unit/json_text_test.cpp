@@ -24,7 +24,9 @@ protected:
         return root->value.json;
     }
     vrkelement* at(std::size_t i) const { return root->value.json->elements.at(i); }
-    static vrkelement* at(const vrkvar* cell, std::size_t i) { return cell->value.json->elements.at(i); }
+    static vrkelement* at(const vrkvar* cell, std::size_t i) {
+        return cell->value.json->elements.at(i);
+    }
     // A missing key and an empty key are the same.
     static std::string key(const vrkelement* e) { return e->key ? *e->key : std::string(); }
 
@@ -32,8 +34,9 @@ protected:
 };
 
 TEST_F(JsonTextTest, MembersTakeTheLiteralRules) {
-    read("{\"i\": -3, \"f\": 1.5, \"q\": \"3\", \"bare\": abc, 't': true, 'u': false, \"e\": , "
-         "\"dots\": 1.2.3, 'single': 'x y'}");
+    read(
+        "{\"i\": -3, \"f\": 1.5, \"q\": \"3\", \"bare\": abc, 't': true, 'u': false, \"e\": , "
+        "\"dots\": 1.2.3, 'single': 'x y'}");
     ASSERT_EQ(root->value.json->elements.size(), 9u);
     EXPECT_EQ(key(at(0)), "i");
     EXPECT_EQ(at(0)->type, Tag::INT);
@@ -105,7 +108,8 @@ TEST_F(JsonTextTest, LevelsAreClassifiedByTheirFirstCharacter) {
 TEST_F(JsonTextTest, EscapesAndBlanks) {
     // Line feeds and tabs written as escapes become a line feed and four
     // blanks in members; a real tab becomes four blanks everywhere, in strings too.
-    read("{\"s\": \"a\\nb\", \"t\": \"x\\ty\", \"real\": \"p\tq\", \"k\\\"ey\": 1, \"bs\": \"c:\\\\d\"}");
+    read(
+        "{\"s\": \"a\\nb\", \"t\": \"x\\ty\", \"real\": \"p\tq\", \"k\\\"ey\": 1, \"bs\": \"c:\\\\d\"}");
     ASSERT_EQ(root->value.json->elements.size(), 5u);
     EXPECT_EQ(*at(0)->value.str, "a\nb");
     EXPECT_EQ(*at(1)->value.str, "x    y");

@@ -80,8 +80,9 @@ TEST_F(JsonWriterTest, ValuesAndEscaping) {
     set_string(deep, "");
     // Top-level names escape quotes only; nested names and strings also turn
     // line feeds into \n and drop carriage returns; backslash and tab stay.
-    EXPECT_EQ(text(true),
-              "{\"top\\\"\nkey\": \"a\\\"b\\nc\\d\t\", \"f\": 0.500000, \"n\": {\"in\\\"ner\\n\": \"\"}}");
+    EXPECT_EQ(
+        text(true),
+        "{\"top\\\"\nkey\": \"a\\\"b\\nc\\d\t\", \"f\": 0.500000, \"n\": {\"in\\\"ner\\n\": \"\"}}");
 }
 
 }  // namespace

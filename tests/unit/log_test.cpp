@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "frontend/compile_state.h"
 #include "base/context.h"
 #include "base/log.h"
-#include "frontend/syntax_error.h"
 #include "base/script_lock.h"
+#include "frontend/compile_state.h"
+#include "frontend/syntax_error.h"
 #include "platform/console.h"
 #include "vm/block.h"
 

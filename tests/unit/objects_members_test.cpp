@@ -20,9 +20,9 @@ namespace {
 class member_probe : public vrkobject_ext<member_probe, vrkobject> {
 public:
     static constexpr const char* script_type_name = "member_probe";
-    double level = 0;          // reached through the property `level`
-    std::string last_key;      // what the catch-all saw last
-    int calls = 0;             // runs of the function member `poke`
+    double level = 0;      // reached through the property `level`
+    std::string last_key;  // what the catch-all saw last
+    int calls = 0;         // runs of the function member `poke`
 };
 
 class MemberTest : public ::testing::Test {
@@ -31,12 +31,13 @@ protected:
         register_native_types();
         if (find_type("member_probe")) return;
         registerType<member_probe>("member_probe");
-        registerScriptFunction<member_probe>("level", [](member_probe* p, vrkvar* v, vrkvar*, bool set) {
-            if (set)
-                p->level = to_float(v);
-            else
-                set_float(v, p->level);
-        });
+        registerScriptFunction<member_probe>("level",
+                                             [](member_probe* p, vrkvar* v, vrkvar*, bool set) {
+                                                 if (set)
+                                                     p->level = to_float(v);
+                                                 else
+                                                     set_float(v, p->level);
+                                             });
         scriptFunction<member_probe>(
             "poke", [](member_probe* p, vrkblock*, std::vector<vrkvar*>&, vrkvar&) { ++p->calls; },
             0, true, false, "counts its calls");

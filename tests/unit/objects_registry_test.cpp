@@ -8,13 +8,13 @@
 #include <memory>
 
 #include "base/context.h"
-#include "values/value_context.h"
-#include "host/engine.h"
 #include "base/script_lock.h"
-#include "vm/block.h"
+#include "host/engine.h"
 #include "objects/object_ext.h"
 #include "objects/type_registry.h"
 #include "support/saved_support.h"
+#include "values/value_context.h"
+#include "vm/block.h"
 
 namespace vrk::test {
 namespace {

@@ -21,7 +21,8 @@ TEST(OpcodeTable, NumbersNamesAndSubCodesStayPut) {
     EXPECT_EQ(static_cast<int>(Op::CLASS_ACCESS), 43);
     std::set<std::string> names;
     for (int op = 0; op < kOpcodeCount; ++op) names.insert(op_info(static_cast<uint8_t>(op)).name);
-    EXPECT_EQ(names.size(), static_cast<std::size_t>(kOpcodeCount)) << "every opcode has its own name";
+    EXPECT_EQ(names.size(), static_cast<std::size_t>(kOpcodeCount))
+        << "every opcode has its own name";
     EXPECT_STREQ(op_info(31).name, "LOAD");
     EXPECT_STREQ(op_info(kOpcodeCount).name, "?");
     EXPECT_STREQ(load_code_name(load_code::RETURN), "RETURN");
@@ -33,7 +34,9 @@ TEST(OpcodeTable, NumbersNamesAndSubCodesStayPut) {
 TEST(OpcodeTable, DumpCodeListsTheBlocksCode) {
     workshop w;
     program p = w.block();
-    p.emit(Op::LOAD, load_code::TRUE, 0).emit(Op::LOAD, 2, p.ref()).emit(Op::CMP, cmp_code::LESS, p.ref());
+    p.emit(Op::LOAD, load_code::TRUE, 0)
+        .emit(Op::LOAD, 2, p.ref())
+        .emit(Op::CMP, cmp_code::LESS, p.ref());
     p.emit(Op::POP, 1, kRefMinusOne).emit(Op::PUSH, 1, 3);
     EXPECT_EQ(dump_code(p.block(), "; "), "LOAD 1; LOAD 2 B; CMP 5 B; POP 1 -1; PUSH 1 3");
     const auto three = [](uint64_t ref, std::string& out) {
@@ -41,7 +44,8 @@ TEST(OpcodeTable, DumpCodeListsTheBlocksCode) {
         out = "three";
         return true;
     };
-    EXPECT_EQ(dump_code(p.block(), "\n", three), "LOAD 1\nLOAD 2 B\nCMP 5 B\nPOP 1 -1\nPUSH 1 three");
+    EXPECT_EQ(dump_code(p.block(), "\n", three),
+              "LOAD 1\nLOAD 2 B\nCMP 5 B\nPOP 1 -1\nPUSH 1 three");
 }
 
 }  // namespace

@@ -13,9 +13,9 @@
 
 #include "base/context.h"
 #include "base/script_lock.h"
-#include "values/object.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/object.h"
 #include "values/operators.h"
 #include "vm/block.h"
 
@@ -86,10 +86,14 @@ public:
     Probe(bool accept, std::vector<ProbeCall>* log) : accept(accept), calls(log) {}
     bool add(vrkblock* b, vrkvar* o, vrkvar* r) override { return take("add", b, o, r); }
     bool sub(vrkblock* b, vrkvar* o, vrkvar* r) override { return take("sub", b, o, r); }
-    bool sub_reverse(vrkblock* b, vrkvar* o, vrkvar* r) override { return take("sub_reverse", b, o, r); }
+    bool sub_reverse(vrkblock* b, vrkvar* o, vrkvar* r) override {
+        return take("sub_reverse", b, o, r);
+    }
     bool mult(vrkblock* b, vrkvar* o, vrkvar* r) override { return take("mult", b, o, r); }
     bool div(vrkblock* b, vrkvar* o, vrkvar* r) override { return take("div", b, o, r); }
-    bool div_reverse(vrkblock* b, vrkvar* o, vrkvar* r) override { return take("div_reverse", b, o, r); }
+    bool div_reverse(vrkblock* b, vrkvar* o, vrkvar* r) override {
+        return take("div_reverse", b, o, r);
+    }
     bool exp(vrkblock* b, vrkvar* o, vrkvar* r) override { return take("exp", b, o, r); }
 
 private:
@@ -114,9 +118,21 @@ protected:
     }
 
     vrkvar* keep(vrkvar* c) { return cells.emplace_back(c); }
-    vrkvar* num(int64_t v) { vrkvar* c = keep(cell_new()); set_int(c, v); return c; }
-    vrkvar* real(double v) { vrkvar* c = keep(cell_new()); set_float(c, v); return c; }
-    vrkvar* text(const std::string& v) { vrkvar* c = keep(cell_new()); set_string(c, v); return c; }
+    vrkvar* num(int64_t v) {
+        vrkvar* c = keep(cell_new());
+        set_int(c, v);
+        return c;
+    }
+    vrkvar* real(double v) {
+        vrkvar* c = keep(cell_new());
+        set_float(c, v);
+        return c;
+    }
+    vrkvar* text(const std::string& v) {
+        vrkvar* c = keep(cell_new());
+        set_string(c, v);
+        return c;
+    }
     // A cell of tag t holding the values (V is the tag's vector type).
     template <class V>
     vrkvar* vec(Tag t, const V& values) {
@@ -128,11 +144,21 @@ protected:
     template <class V>
     static V& items(vrkvar* c) {
         static V wrong;
-        if constexpr (std::is_same_v<V, std::vector<uint8_t>>) { if (c->is(Tag::DATA)) return *c->value.data; }
-        if constexpr (std::is_same_v<V, std::vector<float>>) { if (c->is(Tag::FLOATSET)) return *c->value.floatset; }
-        if constexpr (std::is_same_v<V, std::vector<double>>) { if (c->is(Tag::DOUBLESET)) return *c->value.doubleset; }
-        if constexpr (std::is_same_v<V, std::vector<int32_t>>) { if (c->is(Tag::INTSET)) return *c->value.intset; }
-        if constexpr (std::is_same_v<V, std::vector<int64_t>>) { if (c->is(Tag::BIGINTSET)) return *c->value.bigintset; }
+        if constexpr (std::is_same_v<V, std::vector<uint8_t>>) {
+            if (c->is(Tag::DATA)) return *c->value.data;
+        }
+        if constexpr (std::is_same_v<V, std::vector<float>>) {
+            if (c->is(Tag::FLOATSET)) return *c->value.floatset;
+        }
+        if constexpr (std::is_same_v<V, std::vector<double>>) {
+            if (c->is(Tag::DOUBLESET)) return *c->value.doubleset;
+        }
+        if constexpr (std::is_same_v<V, std::vector<int32_t>>) {
+            if (c->is(Tag::INTSET)) return *c->value.intset;
+        }
+        if constexpr (std::is_same_v<V, std::vector<int64_t>>) {
+            if (c->is(Tag::BIGINTSET)) return *c->value.bigintset;
+        }
         ADD_FAILURE() << "unexpected tag " << tag_name(c->type);
         wrong.clear();
         return wrong;
@@ -163,9 +189,17 @@ protected:
             case Tag::INT: return num(7);
             case Tag::FLOAT: return real(2.5);
             case Tag::STRING: return text("ab");
-            case Tag::EXT: { vrkvar* c = keep(cell_new(Tag::EXT)); c->value.i = 5; return c; }
+            case Tag::EXT: {
+                vrkvar* c = keep(cell_new(Tag::EXT));
+                c->value.i = 5;
+                return c;
+            }
             case Tag::PTR: return ptr_to(nullptr);
-            case Tag::REF: { vrkvar* c = keep(cell_new()); set_ref(c, target); return c; }
+            case Tag::REF: {
+                vrkvar* c = keep(cell_new());
+                set_ref(c, target);
+                return c;
+            }
             case Tag::JSON: {
                 vrkvar* c = json({{"", 1}});
                 set_float(json_append(c->value.json, nullptr, nullptr), 2.5);
@@ -176,7 +210,9 @@ protected:
             case Tag::DOUBLESET: return vec(Tag::DOUBLESET, std::vector<double>{1.5, 2});
             case Tag::INTSET: return vec(Tag::INTSET, std::vector<int32_t>{1, 2});
             case Tag::BIGINTSET: return vec(Tag::BIGINTSET, std::vector<int64_t>{1, 2});
-            default: return keep(cell_new(static_cast<Tag>(tag)));  // FUNCTION, CLASS without block; VOID; ERR
+            default:
+                return keep(
+                    cell_new(static_cast<Tag>(tag)));  // FUNCTION, CLASS without block; VOID; ERR
         }
     }
 
@@ -200,8 +236,8 @@ TEST_F(OperatorsTest, EveryPairOfTagsTakesItsRule) {
     for (const OpCase& oc : kOps) {
         for (int l = 0; l < kTagCount; ++l) {
             for (int r = 0; r < kTagCount; ++r) {
-                SCOPED_TRACE(tag_name(static_cast<Tag>(l)) + " op" + std::to_string(int(oc.op)) + " " +
-                             tag_name(static_cast<Tag>(r)));
+                SCOPED_TRACE(tag_name(static_cast<Tag>(l)) + " op" + std::to_string(int(oc.op)) +
+                             " " + tag_name(static_cast<Tag>(r)));
                 vrkvar* lhs = make(l);
                 vrkvar* rhs = make(r);
                 vrkvar* res = num(4242);
@@ -210,10 +246,12 @@ TEST_F(OperatorsTest, EveryPairOfTagsTakesItsRule) {
                 const char want = oc.grid[l][r];
                 const bool reported = out.find("Runtime error") != std::string::npos;
                 if (want == 'e') {
-                    EXPECT_NE(out.find(std::string("Runtime error: ") + oc.invalid + "\n"), std::string::npos);
+                    EXPECT_NE(out.find(std::string("Runtime error: ") + oc.invalid + "\n"),
+                              std::string::npos);
                     EXPECT_TRUE(res->is(Tag::INT) && res->value.i == 4242 && slot == res);
                 } else if (want == 'x') {
-                    EXPECT_NE(out.find(std::string("Runtime error: ") + oc.mismatch + "\n"), std::string::npos);
+                    EXPECT_NE(out.find(std::string("Runtime error: ") + oc.mismatch + "\n"),
+                              std::string::npos);
                     EXPECT_EQ(slot, void_value());
                 } else {
                     EXPECT_FALSE(reported) << out;
@@ -254,10 +292,13 @@ TEST_F(OperatorsTest, OrderAndEqualityOverEveryPair) {
 TEST_F(OperatorsTest, IntegersWrapAndNeverTrap) {
     constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
     constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
-    struct { BinOp op; int64_t a, b, want; } cases[] = {
-        {BinOp::add, kMax, 1, kMin},   {BinOp::sub, kMin, 1, kMax},  {BinOp::mult, kMax, 2, -2},
-        {BinOp::div, 5, 0, 0},         {BinOp::div, -7, 2, -3},      {BinOp::div, kMin, -1, kMin},
-        {BinOp::exp, 2, 10, 1024},     {BinOp::exp, 2, -1, 0},       {BinOp::exp, -2, 3, -8},
+    struct {
+        BinOp op;
+        int64_t a, b, want;
+    } cases[] = {
+        {BinOp::add, kMax, 1, kMin}, {BinOp::sub, kMin, 1, kMax}, {BinOp::mult, kMax, 2, -2},
+        {BinOp::div, 5, 0, 0},       {BinOp::div, -7, 2, -3},     {BinOp::div, kMin, -1, kMin},
+        {BinOp::exp, 2, 10, 1024},   {BinOp::exp, 2, -1, 0},      {BinOp::exp, -2, 3, -8},
         {BinOp::exp, 10, 30, kMin},  // beyond the i64 range
     };
     for (const auto& c : cases) {
@@ -305,7 +346,8 @@ TEST_F(OperatorsTest, PlusWithTextConcatenates) {
 TEST_F(OperatorsTest, DivisionOfAMissingOperandIsReported) {
     vrkvar* slot = num(3);
     vrkvar* res = slot;
-    EXPECT_NE(run(BinOp::div, nullptr, num(1), slot).find("div: division error"), std::string::npos);
+    EXPECT_NE(run(BinOp::div, nullptr, num(1), slot).find("div: division error"),
+              std::string::npos);
     EXPECT_NE(run(BinOp::div, num(1), reinterpret_cast<vrkvar*>(1), slot).find("division error"),
               std::string::npos);
     EXPECT_EQ(slot, res);
@@ -318,7 +360,8 @@ TEST_F(OperatorsTest, JsonWithScalarKeepsTheElementOnTheLeft) {
     set_string(json_append(j->value.json, nullptr, nullptr), "s");
     auto values = [](vrkvar* c) {
         const auto& e = c->value.json->elements;
-        return std::to_string(e[0]->value.i) + " " + std::to_string(e[1]->value.f) + " " + to_string(e[2]);
+        return std::to_string(e[0]->value.i) + " " + std::to_string(e[1]->value.f) + " " +
+               to_string(e[2]);
     };
     EXPECT_EQ(values(calc(BinOp::mult, j, num(2))), "12 3.000000 s");
     EXPECT_EQ(values(calc(BinOp::sub, num(2), j)), "4 -0.500000 s");
@@ -332,19 +375,23 @@ TEST_F(OperatorsTest, VectorsWithScalarWrapAtTheirWidth) {
     using u8 = std::vector<uint8_t>;
     using i32 = std::vector<int32_t>;
     EXPECT_EQ(items<u8>(calc(BinOp::add, vec(Tag::DATA, u8{250, 3}), num(10))), (u8{4, 13}));
-    EXPECT_EQ(items<u8>(calc(BinOp::sub, vec(Tag::DATA, u8{10}), num(300))), (u8{222}));  // 300 -> 44
+    EXPECT_EQ(items<u8>(calc(BinOp::sub, vec(Tag::DATA, u8{10}), num(300))),
+              (u8{222}));  // 300 -> 44
     EXPECT_EQ(items<u8>(calc(BinOp::sub, num(3), vec(Tag::DATA, u8{10}))), (u8{7}));
     EXPECT_EQ(items<u8>(calc(BinOp::div, vec(Tag::DATA, u8{9, 8}), num(0))), (u8{0, 0}));
     EXPECT_EQ(items<u8>(calc(BinOp::exp, vec(Tag::DATA, u8{2, 3}), num(8))), (u8{0, 161}));
-    const int32_t lo = std::numeric_limits<int32_t>::min(), hi = std::numeric_limits<int32_t>::max();
+    const int32_t lo = std::numeric_limits<int32_t>::min(),
+                  hi = std::numeric_limits<int32_t>::max();
     EXPECT_EQ(items<i32>(calc(BinOp::add, vec(Tag::INTSET, i32{hi, 7}), num(1))), (i32{lo, 8}));
     EXPECT_EQ(items<i32>(calc(BinOp::div, vec(Tag::INTSET, i32{lo, 7}), num(-1))), (i32{lo, -7}));
     EXPECT_EQ(items<i32>(calc(BinOp::add, vec(Tag::INTSET, i32{1}), num(4294967297))), (i32{2}));
     EXPECT_EQ(items<i32>(calc(BinOp::div, vec(Tag::INTSET, i32{5}), num(0))), (i32{0}));
-    EXPECT_EQ(items<std::vector<int64_t>>(calc(BinOp::exp, vec(Tag::BIGINTSET, std::vector<int64_t>{3}),
-                                                  num(2))), (std::vector<int64_t>{9}));
-    EXPECT_EQ(items<std::vector<float>>(calc(BinOp::mult, vec(Tag::FLOATSET, std::vector<float>{1.5f}),
-                                                real(2.5))), (std::vector<float>{3.75f}));
+    EXPECT_EQ(items<std::vector<int64_t>>(
+                  calc(BinOp::exp, vec(Tag::BIGINTSET, std::vector<int64_t>{3}), num(2))),
+              (std::vector<int64_t>{9}));
+    EXPECT_EQ(items<std::vector<float>>(
+                  calc(BinOp::mult, vec(Tag::FLOATSET, std::vector<float>{1.5f}), real(2.5))),
+              (std::vector<float>{3.75f}));
     // Floating sets divide by a zero scalar the IEEE way, unguarded.
     EXPECT_TRUE(std::isinf((items<std::vector<float>>(
         calc(BinOp::div, vec(Tag::FLOATSET, std::vector<float>{1}), real(0.0))))[0]));
@@ -355,16 +402,21 @@ TEST_F(OperatorsTest, VectorsWithScalarWrapAtTheirWidth) {
 TEST_F(OperatorsTest, SameVectorsCombineElementByElement) {
     using i32 = std::vector<int32_t>;
     using f64 = std::vector<double>;
-    EXPECT_EQ(items<i32>(calc(BinOp::div, vec(Tag::INTSET, i32{10, 20, 30}), vec(Tag::INTSET, i32{0, 3, -4}))),
+    EXPECT_EQ(items<i32>(calc(BinOp::div, vec(Tag::INTSET, i32{10, 20, 30}),
+                              vec(Tag::INTSET, i32{0, 3, -4}))),
               (i32{0, 6, -7}));
-    EXPECT_EQ(items<f64>(calc(BinOp::div, vec(Tag::DOUBLESET, f64{1, 2}), vec(Tag::DOUBLESET, f64{0, 4}))),
+    EXPECT_EQ(items<f64>(
+                  calc(BinOp::div, vec(Tag::DOUBLESET, f64{1, 2}), vec(Tag::DOUBLESET, f64{0, 4}))),
               (f64{0, 0.5}));
     using u8 = std::vector<uint8_t>;
-    EXPECT_EQ(items<u8>(calc(BinOp::sub, vec(Tag::DATA, u8{1, 2}), vec(Tag::DATA, u8{2, 1}))), (u8{255, 1}));
+    EXPECT_EQ(items<u8>(calc(BinOp::sub, vec(Tag::DATA, u8{1, 2}), vec(Tag::DATA, u8{2, 1}))),
+              (u8{255, 1}));
 
     vrkvar* slot = num(0);
-    const std::string out = run(BinOp::add, vec(Tag::INTSET, i32{1, 2}), vec(Tag::INTSET, i32{1, 2, 3}), slot);
-    EXPECT_NE(out.find("[LOG]: cannot operate on vectors with different size! (2 : 3)"), std::string::npos);
+    const std::string out = run(BinOp::add, vec(Tag::INTSET, i32{1, 2}),
+                                vec(Tag::INTSET, i32{1, 2, 3}), slot);
+    EXPECT_NE(out.find("[LOG]: cannot operate on vectors with different size! (2 : 3)"),
+              std::string::npos);
     EXPECT_EQ(items<i32>(slot), (i32{1, 2})) << "the result stays the copy of lhs";
 
     vrkvar* right = vec(Tag::INTSET, i32{3});  // result slot on rhs: read before overwritten
@@ -380,7 +432,8 @@ TEST_F(OperatorsTest, JsonPlusJsonAppendsWithKeysOtherOperatorsRefuse) {
     const auto& e = res->value.json->elements;
     ASSERT_EQ(e.size(), 4u);
     std::string seen;
-    for (vrkelement* x : e) seen += (x->key && !x->key->empty() ? *x->key : "-") + std::to_string(x->value.i);
+    for (vrkelement* x : e)
+        seen += (x->key && !x->key->empty() ? *x->key : "-") + std::to_string(x->value.i);
     EXPECT_EQ(seen, "a1-2-3b4");
 
     vrkvar* slot = rhs;  // the result is the right operand itself
@@ -410,7 +463,8 @@ TEST_F(OperatorsTest, ObjectsAreAskedLeftFirstThenRight) {
     EXPECT_EQ(calls[0].slot + calls[1].slot + calls[2].slot + calls[3].slot + calls[4].slot,
               "addsubsub_reversediv_reversemult");
     EXPECT_TRUE(calls[0].block == block && calls[0].other == five);
-    EXPECT_TRUE(calls[2].block == nullptr && calls[2].other == refuser) << "reverse subtraction has no block";
+    EXPECT_TRUE(calls[2].block == nullptr && calls[2].other == refuser)
+        << "reverse subtraction has no block";
     EXPECT_TRUE(calls[3].block == block && calls[3].other == five);
     block_delete(block);
 }

@@ -11,14 +11,14 @@
 #include <utility>
 #include <vector>
 
-#include "frontend/parser.h"
-#include "frontend/compile_context.h"
-#include "frontend/preprocess.h"
-#include "frontend/text.h"
 #include "base/context.h"
-#include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "frontend/compile_context.h"
+#include "frontend/parser.h"
+#include "frontend/preprocess.h"
+#include "frontend/text.h"
+#include "host/engine.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "vm/block.h"
@@ -65,7 +65,9 @@ protected:
     // How many times `needle` occurs in `text`.
     static long occurrences(const std::string& text, const std::string& needle) {
         long n = 0;
-        for (std::size_t p = text.find(needle); p != std::string::npos; p = text.find(needle, p + 1)) ++n;
+        for (std::size_t p = text.find(needle); p != std::string::npos;
+             p = text.find(needle, p + 1))
+            ++n;
         return n;
     }
 
@@ -100,9 +102,10 @@ TEST_F(ParserTest, IncludeOfTheSameFileTwiceExpandsItOnce) {
     const std::string main = write("main.vrs", "#include \"inc\"\n#include \"inc.vrs\"\nx = 1;\n");
     vrkparser parser(nullptr, main, true, false);
     ASSERT_NE(parser.root_block, nullptr);
-    EXPECT_EQ(*parser.root_block->full_source,
-              "\n##PUSHN=" + main + "\n\n##LN=1\n\n##PUSHN=" + inc + "\n\n##LN=1\ny = 2;\n##POPN\n"
-              "\n##LN=2\n\n##LN=3\nx = 1;\n##POPN\n;");
+    EXPECT_EQ(*parser.root_block->full_source, "\n##PUSHN=" + main +
+                                                   "\n\n##LN=1\n\n##PUSHN=" + inc +
+                                                   "\n\n##LN=1\ny = 2;\n##POPN\n"
+                                                   "\n##LN=2\n\n##LN=3\nx = 1;\n##POPN\n;");
     EXPECT_EQ(parser.included_files, std::vector<std::string>{inc});
     EXPECT_EQ(parser.source_folder, folder());
     EXPECT_EQ(parser.parse_ok, 1);
@@ -130,7 +133,8 @@ TEST_F(ParserTest, RecursiveIncludesEnd) {
     const std::string out = preprocess_text("#include \"self\"", folder(), "");
     EXPECT_GT(occurrences(out, "##PUSHN="), 10);
     EXPECT_TRUE(std::any_of(messages.begin(), messages.end(), [](const auto& m) {
-        return m.first == ScriptLogType::error && m.second.find("nested deeper") != std::string::npos;
+        return m.first == ScriptLogType::error &&
+               m.second.find("nested deeper") != std::string::npos;
     }));
 }
 
@@ -148,7 +152,9 @@ TEST_F(ParserTest, WildcardIncludeTakesEveryFileOfTheFolder) {
     EXPECT_EQ(text.find("c = 3;"), std::string::npos);
     EXPECT_EQ(text.find("d = 4;"), std::string::npos);
     // Every entry goes through the normal include: the text file gets ".vrs".
-    EXPECT_EQ(count("error include on line 1, file " + main + " : cannot find include file lib/two.txt.vrs!"), 1);
+    EXPECT_EQ(count("error include on line 1, file " + main +
+                    " : cannot find include file lib/two.txt.vrs!"),
+              1);
     EXPECT_EQ(count("cannot open files in folder nope/!"), 1);
     EXPECT_EQ(parser.included_files, std::vector<std::string>{one});
 }
@@ -160,7 +166,10 @@ TEST_F(ParserTest, IncludeErrorsLeaveTheLineEmpty) {
     EXPECT_EQ(preprocessed("#include \"x", &parser, 4), "\n##LN=4\n");
     EXPECT_EQ(count("syntax error for include (missing \") on line 4, file (null)"), 1);
     EXPECT_EQ(preprocessed("#include \"missing_file_xyz\"", &parser, 5), "\n##LN=5\n");
-    EXPECT_EQ(count("error include on line 5, file (null) : cannot find include file missing_file_xyz.vrs!"), 1);
+    EXPECT_EQ(
+        count(
+            "error include on line 5, file (null) : cannot find include file missing_file_xyz.vrs!"),
+        1);
     EXPECT_EQ(preprocessed("x = \"#include\";", &parser, 6), "\n##LN=6\nx = \"#include\";");
 }
 
@@ -332,7 +341,8 @@ TEST_F(ParserTest, SetSourceCutsBodiesIntoChildren) {
     EXPECT_EQ(*b->code_text, "a; {##BLK0} c; {##BLK1}");
     EXPECT_EQ(b->get_children().size(), 1u);
     ASSERT_EQ(messages.size(), 2u);
-    EXPECT_EQ(messages[0].second, "\n\nINTERNAL FAILURE! syntax error in string (missing closing bracket '}')\n");
+    EXPECT_EQ(messages[0].second,
+              "\n\nINTERNAL FAILURE! syntax error in string (missing closing bracket '}')\n");
     EXPECT_EQ(messages[1].second, " c; {d");
     block_delete(b);
 }
@@ -360,7 +370,8 @@ TEST_F(ParserTest, NestingPastTheLimitIsCutAtTheLimit) {
                                          std::to_string(kMaxBlockDepth - 1) + ";");
     EXPECT_EQ(*root->code_text, "a0; {##BLK0} z0;");
     ASSERT_EQ(messages.size(), 1u);
-    EXPECT_NE(messages[0].second.find("blocks are nested deeper than 1000 levels"), std::string::npos);
+    EXPECT_NE(messages[0].second.find("blocks are nested deeper than 1000 levels"),
+              std::string::npos);
     // The deep text was not copied into every level above the limit.
     EXPECT_LT(b->full_source->size(), 64u);
     block_delete(root);

@@ -34,8 +34,8 @@ TEST(PlatformFiles, ListsEntriesByNameWithFoldersMarked) {
         if (entry.name == "." || entry.name == "..") continue;
         names.push_back(entry.name + (entry.is_directory ? "/" : ""));
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"a.vrs", "b_folder/", "c.txt",
-                                               "\xc3\xa9t\xc3\xa9.txt"}));
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"a.vrs", "b_folder/", "c.txt", "\xc3\xa9t\xc3\xa9.txt"}));
 
     EXPECT_FALSE(platform::list_folder((dir / "missing").string(), entries));
     EXPECT_TRUE(entries.empty());

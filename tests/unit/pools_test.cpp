@@ -253,7 +253,8 @@ TEST_F(PoolsTest, TempPoolCountsAndReplacesLostEntries) {
     temps.free.push_back(nullptr);
     testing::internal::CaptureStdout();
     vrkvar* d = take_temp(&block);
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("allocation failure!"), std::string::npos);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("allocation failure!"),
+              std::string::npos);
     EXPECT_NE(d, nullptr);
     EXPECT_EQ(temps.all.size(), 3u);
     EXPECT_EQ(temps.in_use, 3);
@@ -273,7 +274,12 @@ TEST_F(PoolsTest, CallbacksFireOnceByHandle) {
     EXPECT_EQ(calls, (std::vector<uint64_t>{9001, 9001}));
     EXPECT_FALSE(callback_fire(9001, true));
     // A callback may fire others while it runs.
-    callback_add([&](uint64_t h) { calls.push_back(h); callback_fire(9002, true); }, 9003, nullptr, 1);
+    callback_add(
+        [&](uint64_t h) {
+            calls.push_back(h);
+            callback_fire(9002, true);
+        },
+        9003, nullptr, 1);
     EXPECT_TRUE(callback_fire(9003, true));
     EXPECT_EQ(calls, (std::vector<uint64_t>{9001, 9001, 9003, 9002}));
 }

@@ -70,8 +70,7 @@ TEST_F(Registration, WritesOnlyWhatChangedAndReportsIt) {
     setRegistryDefault(path, "second %s");
     EXPECT_EQ(content(path), "second %s");
     ASSERT_EQ(capture.lines.size(), 2u);
-    EXPECT_EQ(capture.lines[1],
-              "RegSet( " + path + " ): changed \"first\" to \"second %s\"\n");
+    EXPECT_EQ(capture.lines[1], "RegSet( " + path + " ): changed \"first\" to \"second %s\"\n");
 }
 
 TEST_F(Registration, ReportsSettingsThatCannotBeReadOrWritten) {
@@ -145,8 +144,7 @@ TEST(FileTypeSettings, RegistryKeysNameBothTypesAndTheirCommands) {
         {".vrs\\PerceivedType", "text"},
         {".vre", "tallowmere.vorkaengine.4"},
         {"tallowmere.vorkaengine.1", "vorkascript"},
-        {"tallowmere.vorkaengine.1\\Shell\\Open\\Command",
-         "\"C:\\my vorka\\vorka.exe\" -s=\"%1\""},
+        {"tallowmere.vorkaengine.1\\Shell\\Open\\Command", "\"C:\\my vorka\\vorka.exe\" -s=\"%1\""},
         {"tallowmere.vorkaengine.4", "VorkaExecutable"},
         {"tallowmere.vorkaengine.4\\Shell\\Open\\Command",
          "\"C:\\my vorka\\vorka.exe\" -crun=\"%1\""},

@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "frontend/parser.h"
 #include "base/context.h"
-#include "frontend/compile_context.h"
-#include "host/engine.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "frontend/compile_context.h"
+#include "frontend/parser.h"
+#include "host/engine.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "values/value_context.h"
@@ -88,9 +88,11 @@ protected:
 
 TEST_F(RobustnessTest, NoBudgetMeansNoLimit) {
     set_budgets(0, 0);
-    EXPECT_EQ(run_script("n = 0;\nwhile (n < 20000) {\n    n++;\n}\nprint(n);\n"), Strings{"20000"});
+    EXPECT_EQ(run_script("n = 0;\nwhile (n < 20000) {\n    n++;\n}\nprint(n);\n"),
+              Strings{"20000"});
     EXPECT_EQ(count_logged("budget"), 0);
-    EXPECT_GT(context().step_budget, uint64_t{1} << 63) << "an unlimited budget counts down from the top";
+    EXPECT_GT(context().step_budget, uint64_t{1} << 63)
+        << "an unlimited budget counts down from the top";
 }
 
 TEST_F(RobustnessTest, StepBudgetEndsAnEndlessLoop) {
@@ -148,7 +150,8 @@ TEST_F(RobustnessTest, StepBudgetStopsAnywhereInACall) {
 
 TEST_F(RobustnessTest, StepBudgetEndsEndlessRecursion) {
     set_budgets(20000, 64);
-    run_script("twice(n) {\n    twice(n + 1);\n    twice(n + 1);\n}\ntwice(0);\nprint(\"after\");\n");
+    run_script(
+        "twice(n) {\n    twice(n + 1);\n    twice(n + 1);\n}\ntwice(0);\nprint(\"after\");\n");
     EXPECT_EQ(count_logged("step budget used up"), 1);
     EXPECT_EQ(context().depth_budget, 64u) << "every nested run gave its level back";
 }
@@ -228,8 +231,9 @@ TEST_F(RobustnessTest, AnInstanceOutlivesItsClass) {
 // variable the teardown has already emptied, after the class is gone.
 TEST_F(RobustnessTest, AnInstanceMadeDuringTeardownOutlivesItsClass) {
     pools_off();
-    run_script("made = 0;\nkeep = 0;\nclass C = {\n    destructor() {\n        if (made == 0) {\n"
-               "            made = 1;\n            keep = C();\n        }\n    }\n};\na = C();\n");
+    run_script(
+        "made = 0;\nkeep = 0;\nclass C = {\n    destructor() {\n        if (made == 0) {\n"
+        "            made = 1;\n            keep = C();\n        }\n    }\n};\na = C();\n");
     parsers.clear();
     EXPECT_EQ(run_script("print(\"after\");\n"), Strings{"after"});
 }
@@ -243,7 +247,8 @@ TEST_F(RobustnessTest, AnInstanceMadeDuringTeardownOutlivesItsClass) {
 // put the variables back innermost first, or the function keeps an argument
 // cell that the root's clean-up frees.
 TEST_F(RobustnessTest, StoppingAChainPutsParametersBackInnermostFirst) {
-    parsers.push_back(std::make_unique<vrkparser>(engine.get(), std::string("{b(2}#\t", 8), false, true));
+    parsers.push_back(
+        std::make_unique<vrkparser>(engine.get(), std::string("{b(2}#\t", 8), false, true));
     vrkblock* root = parsers.back()->root_block;
     ASSERT_NE(root, nullptr);
     ASSERT_TRUE(root->children && !root->children->empty());
@@ -271,8 +276,9 @@ TEST_F(RobustnessTest, StoringIntoABuiltinNameLeavesItsRecordAlone) {
     };
     std::vector<vrknative*> records;
     for (const char* name : {"probe", "probe2"})
-        records.push_back(engine->registerFunction(name, counting, 0, nullptr, "counts its calls", false, true)
-                              ->value.native);
+        records.push_back(
+            engine->registerFunction(name, counting, 0, nullptr, "counts its calls", false, true)
+                ->value.native);
     auto bytes = [](const vrknative* record) {
         const auto* raw = reinterpret_cast<const unsigned char*>(record);
         return std::vector<unsigned char>(raw, raw + sizeof(vrknative));
@@ -280,8 +286,9 @@ TEST_F(RobustnessTest, StoringIntoABuiltinNameLeavesItsRecordAlone) {
     const auto before0 = bytes(records[0]);
     const auto before1 = bytes(records[1]);
 
-    run_script("probe = 2;\nprobe = \"text\";\nk = 1;\n"
-               "probe2 = [k](x) {\n    return x + k;\n};\nprobe2 = 3;\n");
+    run_script(
+        "probe = 2;\nprobe = \"text\";\nk = 1;\n"
+        "probe2 = [k](x) {\n    return x + k;\n};\nprobe2 = 3;\n");
     EXPECT_EQ(bytes(records[0]), before0);
     EXPECT_EQ(bytes(records[1]), before1);
 

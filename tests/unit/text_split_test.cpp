@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "builtins/text_split.h"
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "builtins/text_split.h"
 #include "frontend/compile_context.h"
 
 namespace vrk {
@@ -67,8 +67,7 @@ TEST_F(TextSplitTest, ScopedCharCutsAndUnbalancedText) {
     EXPECT_EQ(split_scoped_char("f(a,b),c", ','), (pieces{"f(a,b)", "c"}));
     EXPECT_EQ(split_scoped_char("a,", ','), (pieces{"a", ""}));
     EXPECT_EQ(split_scoped_char("", ','), (pieces{""}));
-    EXPECT_EQ(split_scoped_char("{x,y},[1,2],\"p,q\"", ','),
-              (pieces{"{x,y}", "[1,2]", "\"p,q\""}));
+    EXPECT_EQ(split_scoped_char("{x,y},[1,2],\"p,q\"", ','), (pieces{"{x,y}", "[1,2]", "\"p,q\""}));
     // Searching for an opening bracket at depth 0 finds it: the byte is tested
     // before it changes the depth.
     EXPECT_EQ(split_scoped_char("x(y", '('), (pieces{"x", "y"}));

@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
-#include "frontend/text.h"
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "frontend/compile_context.h"
+#include "frontend/text.h"
 #include "vm/block.h"
 
 namespace vrk {

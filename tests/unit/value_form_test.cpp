@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "builtins/serial.h"
-#include "values/object.h"
 #include "saved/cache.h"
 #include "saved/json_text.h"
 #include "saved/value_form.h"
 #include "support/program.h"
 #include "support/saved_support.h"
+#include "values/object.h"
 #include "vm/block.h"
 
 namespace vrk {
@@ -54,9 +54,9 @@ TEST_F(ValueFormTest, CompactIntegers) {
     w.compact_s64(-1);
     w.compact_u64(0x0100000000ull);
     w.compact_s32(-2147483647 - 1);
-    const Bytes expected{0x00, 0x02, 0x2C, 0x01, 0x04, 0xFF, 0xFF, 0xFF, 0xFF, 0x08, 0xFF, 0xFF,
-                         0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x05, 0x00, 0x00, 0x00, 0x00, 0x01,
-                         0x04, 0x00, 0x00, 0x00, 0x80};
+    const Bytes expected{0x00, 0x02, 0x2C, 0x01, 0x04, 0xFF, 0xFF, 0xFF, 0xFF, 0x08,
+                         0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x05, 0x00,
+                         0x00, 0x00, 0x00, 0x01, 0x04, 0x00, 0x00, 0x00, 0x80};
     EXPECT_EQ(out, expected);
 
     ScriptCacheReader r(out);
@@ -100,9 +100,11 @@ TEST_F(ValueFormTest, ReadsPastTheEndGiveZero) {
 
 TEST_F(ValueFormTest, CellFormOfScalarsAndText) {
     OwnedCell c;
-    EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::INT), {0x00})) << "INT 0 is the single length byte 0";
+    EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::INT), {0x00}))
+        << "INT 0 is the single length byte 0";
     set_int(c.get(), -1);
-    EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::INT), {0x08, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(cell_bytes(c.get()),
+              cat(header(Tag::INT), {0x08, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
     set_float(c.get(), 1.0);
     EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::FLOAT), {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}));
     set_string(c.get(), std::string("ab\0cd", 5));
@@ -128,12 +130,14 @@ TEST_F(ValueFormTest, CellFormOfBuffersAndSets) {
     *as_data(c.get()) = {1, 2, 3};
     EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::DATA), {0x01, 0x03, 1, 2, 3}));
     *as_floatset(c.get()) = {1.0f};
-    EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::FLOATSET), {0x01, 0x01, 0x00, 0x00, 0x80, 0x3F}));
-    *as_doubleset(c.get()) = {-2.0};
-    EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::DOUBLESET), {0x01, 0x01, 0, 0, 0, 0, 0, 0, 0, 0xC0}));
-    *as_intset(c.get()) = {0, -1, 256};
     EXPECT_EQ(cell_bytes(c.get()),
-              cat(header(Tag::INTSET), {0x01, 0x03, 0x00, 0x04, 0xFF, 0xFF, 0xFF, 0xFF, 0x02, 0x00, 0x01}));
+              cat(header(Tag::FLOATSET), {0x01, 0x01, 0x00, 0x00, 0x80, 0x3F}));
+    *as_doubleset(c.get()) = {-2.0};
+    EXPECT_EQ(cell_bytes(c.get()),
+              cat(header(Tag::DOUBLESET), {0x01, 0x01, 0, 0, 0, 0, 0, 0, 0, 0xC0}));
+    *as_intset(c.get()) = {0, -1, 256};
+    EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::INTSET), {0x01, 0x03, 0x00, 0x04, 0xFF, 0xFF,
+                                                             0xFF, 0xFF, 0x02, 0x00, 0x01}));
     *as_bigintset(c.get()) = {5};
     EXPECT_EQ(cell_bytes(c.get()), cat(header(Tag::BIGINTSET), {0x01, 0x01, 0x01, 0x05}));
 }
@@ -239,12 +243,12 @@ TEST_F(ValueFormTest, ListFormBytes) {
     set_int(target.get(), 4);
     set_ref(add_element(json.get(), "r"), target.get());
     const Bytes expected{
-        0x05, 0x00, 0x00, 0x00,                                 // five children
-        0x01, 0x00, 0x00, 0x00, 'i', 0x00, 0x01, 0x01,         // "i": INT 1
-        0x00, 0x00, 0x00, 0x00, 0x02, 0x03, 0x00, 0x00, 0x00, 'a', 0x00, 'b',  // STRING, whole
-        0x01, 0x00, 0x00, 0x00, 'd',                            // DOUBLESET: the key alone
-        0x01, 0x00, 0x00, 0x00, 'j', 0x09, 0x00, 0x00, 0x00, 0x00,  // empty JSON
-        0x01, 0x00, 0x00, 0x00, 'r', 0x00, 0x01, 0x04,         // a REF is followed to its target
+        0x05, 0x00, 0x00, 0x00,                                                 // five children
+        0x01, 0x00, 0x00, 0x00, 'i',  0x00, 0x01, 0x01,                         // "i": INT 1
+        0x00, 0x00, 0x00, 0x00, 0x02, 0x03, 0x00, 0x00, 0x00, 'a',  0x00, 'b',  // STRING, whole
+        0x01, 0x00, 0x00, 0x00, 'd',                                 // DOUBLESET: the key alone
+        0x01, 0x00, 0x00, 0x00, 'j',  0x09, 0x00, 0x00, 0x00, 0x00,  // empty JSON
+        0x01, 0x00, 0x00, 0x00, 'r',  0x00, 0x01, 0x04,  // a REF is followed to its target
     };
     EXPECT_EQ(list_bytes(json.get()), expected);
 }
@@ -266,7 +270,8 @@ TEST_F(ValueFormTest, ListFormRoundTripAndShortBuffers) {
     dataToJson(back->value.json, bytes, position, nullptr);
     EXPECT_EQ(position, bytes.size());
     ASSERT_EQ(back->value.json->elements.size(), 6u);
-    EXPECT_EQ(*back->value.json->elements[2]->value.str, std::string("x\0y", 3)) << "zero bytes survive";
+    EXPECT_EQ(*back->value.json->elements[2]->value.str, std::string("x\0y", 3))
+        << "zero bytes survive";
     EXPECT_EQ(*back->value.json->elements[4]->value.floatset, (std::vector<float>{1.5f, -1.0f}));
     EXPECT_EQ(list_bytes(back.get()), bytes);
 
@@ -297,7 +302,9 @@ public:
     uint32_t value = 0;
 };
 
-vrkobject* make_counter(const std::string& name) { return name == "counter" ? new Counter() : nullptr; }
+vrkobject* make_counter(const std::string& name) {
+    return name == "counter" ? new Counter() : nullptr;
+}
 
 TEST_F(ValueFormTest, NativeObjects) {
     auto* original = new Counter();
@@ -305,7 +312,8 @@ TEST_F(ValueFormTest, NativeObjects) {
     OwnedCell handle;
     test::make_handle(handle.get(), original);
     const Bytes bytes = cell_bytes(handle.get());
-    EXPECT_EQ(bytes, cat(header(Tag::PTR), {0x01, 0x07, 'c', 'o', 'u', 'n', 't', 'e', 'r', 77, 0, 0, 0}));
+    EXPECT_EQ(bytes,
+              cat(header(Tag::PTR), {0x01, 0x07, 'c', 'o', 'u', 'n', 't', 'e', 'r', 77, 0, 0, 0}));
 
     {
         LogRecorder log;
@@ -382,7 +390,8 @@ TEST_F(FunctionInListTest, ReferencesInsideAProgram) {
     test::program cousin = w.child(sibling);
 
     const Bytes child = list_of(own.block(), program.block());
-    EXPECT_EQ(Bytes(child.end() - 4, child.end()), (Bytes{0x03, 0x00, 0x00, 0x00})) << "tag, reference, child 0";
+    EXPECT_EQ(Bytes(child.end() - 4, child.end()), (Bytes{0x03, 0x00, 0x00, 0x00}))
+        << "tag, reference, child 0";
     EXPECT_EQ(read_back(child, program.block()), own.block());
 
     // Up from the program block's parent: a child of a level, with its level.
@@ -394,20 +403,24 @@ TEST_F(FunctionInListTest, ReferencesInsideAProgram) {
     EXPECT_EQ(read_back(up, cousin.block()), program.block());
 
     const Bytes level = list_of(outer.block(), program.block());
-    EXPECT_EQ(Bytes(level.end() - 9, level.end()), (Bytes{0x03, 0x00, 0x02, 0x00, 0x04, 0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(read_back(level, program.block()), outer.block()) << "index -1 is the level's block itself";
+    EXPECT_EQ(Bytes(level.end() - 9, level.end()),
+              (Bytes{0x03, 0x00, 0x02, 0x00, 0x04, 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(read_back(level, program.block()), outer.block())
+        << "index -1 is the level's block itself";
 
     // A level chain that ends early is reported and stays where it is.
     {
         LogRecorder log;
-        EXPECT_EQ(read_back(up, program.block()), program.block()) << "one level up from the top stays at the top";
+        EXPECT_EQ(read_back(up, program.block()), program.block())
+            << "one level up from the top stays at the top";
         EXPECT_TRUE(log.saw("cannot construct program."));
-        EXPECT_EQ(read_back(up, outer.block()), nullptr) << "the top block has no parent to start from";
+        EXPECT_EQ(read_back(up, outer.block()), nullptr)
+            << "the top block has no parent to start from";
     }
 
     // A native function is written by name and found again by name.
-    test::program print =
-        w.native("printer", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& r) { return &r; }, 1);
+    test::program print = w.native(
+        "printer", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& r) { return &r; }, 1);
     outer.function_var("printer", print.block());
     const Bytes native = list_of(print.block(), program.block());
     EXPECT_EQ(Bytes(native.end() - 12, native.end()),

@@ -17,10 +17,11 @@ TEST_F(VmArithTest, BinarySequenceLandsInTheHiddenVariable) {
         Op step, op;
         int64_t a, b, expected;
     };
-    for (const Case& c : {Case{Op::ADD_TMP, Op::ADD, 3, 4, 7}, Case{Op::SUB_TMP, Op::SUB, 3, 4, -1},
-                          Case{Op::MULT_TMP, Op::MULT, 3, 4, 12}, Case{Op::DIV_TMP, Op::DIV, 12, 4, 3},
-                          Case{Op::EXP_TMP, Op::EXP, 2, 10, 1024}, Case{Op::BIT_TMP, Op::BIT_OR, 12, 10, 14},
-                          Case{Op::BIT_TMP, Op::BIT_XOR, 12, 10, 6}, Case{Op::TMP, Op::BIT_AND, 12, 10, 8}}) {
+    for (const Case& c :
+         {Case{Op::ADD_TMP, Op::ADD, 3, 4, 7}, Case{Op::SUB_TMP, Op::SUB, 3, 4, -1},
+          Case{Op::MULT_TMP, Op::MULT, 3, 4, 12}, Case{Op::DIV_TMP, Op::DIV, 12, 4, 3},
+          Case{Op::EXP_TMP, Op::EXP, 2, 10, 1024}, Case{Op::BIT_TMP, Op::BIT_OR, 12, 10, 14},
+          Case{Op::BIT_TMP, Op::BIT_XOR, 12, 10, 6}, Case{Op::TMP, Op::BIT_AND, 12, 10, 8}}) {
         program p = w.block();
         const uint32_t a = p.constant(c.a);
         p.binary(c.step, c.op, a, p.constant(c.b));
@@ -35,7 +36,8 @@ TEST_F(VmArithTest, BinarySequenceLandsInTheHiddenVariable) {
 
 TEST_F(VmArithTest, NullOperandsAndMissingResultSlots) {
     // left; [SET h]; OP_TMP; undefined or right; OP
-    auto run = [this](Op step, Op op, bool null_right, bool with_result_slot, vrkvar** top = nullptr) {
+    auto run = [this](Op step, Op op, bool null_right, bool with_result_slot,
+                      vrkvar** top = nullptr) {
         program p = w.block();
         const uint32_t left = p.constant(3);
         if (with_result_slot) {
@@ -43,23 +45,29 @@ TEST_F(VmArithTest, NullOperandsAndMissingResultSlots) {
         } else {
             p.emit(Op::LOAD, load_code::UNDEFINED, 0).emit(step).load(left).emit(op);
         }
-        if (null_right) p.block()->code[p.here() - 2] = vrkinstr{static_cast<uint8_t>(Op::LOAD), 0, 3};
+        if (null_right)
+            p.block()->code[p.here() - 2] = vrkinstr{static_cast<uint8_t>(Op::LOAD), 0, 3};
         std::string out = output_of([&] { p.run(); });
         if (top) *top = p.top();
         EXPECT_EQ(p.temps_in_use(), 0);
         return out;
     };
-    EXPECT_NE(run(Op::ADD_TMP, Op::ADD, true, true).find("Runtime error: NULLPTR"), std::string::npos);
-    EXPECT_NE(run(Op::BIT_TMP, Op::BIT_OR, true, true).find("Runtime error: NULLPTR"), std::string::npos);
-    EXPECT_NE(run(Op::BIT_TMP, Op::BIT_AND, true, true).find("Runtime error: NULLTPR"), std::string::npos);
+    EXPECT_NE(run(Op::ADD_TMP, Op::ADD, true, true).find("Runtime error: NULLPTR"),
+              std::string::npos);
+    EXPECT_NE(run(Op::BIT_TMP, Op::BIT_OR, true, true).find("Runtime error: NULLPTR"),
+              std::string::npos);
+    EXPECT_NE(run(Op::BIT_TMP, Op::BIT_AND, true, true).find("Runtime error: NULLTPR"),
+              std::string::npos);
     const std::string div = run(Op::DIV_TMP, Op::DIV, true, true);
     EXPECT_NE(div.find("div: division error"), std::string::npos) << "division reports on its own";
     EXPECT_EQ(div.find("NULLPTR"), std::string::npos);
 
     vrkvar* top = nullptr;
-    EXPECT_NE(run(Op::ADD_TMP, Op::ADD, false, false, &top).find("INVALID_STACK"), std::string::npos);
+    EXPECT_NE(run(Op::ADD_TMP, Op::ADD, false, false, &top).find("INVALID_STACK"),
+              std::string::npos);
     EXPECT_EQ(to_int(top), 3) << "+ without a result slot answers in the result cell";
-    EXPECT_EQ(run(Op::SUB_TMP, Op::SUB, false, false, &top).find("INVALID_STACK"), std::string::npos);
+    EXPECT_EQ(run(Op::SUB_TMP, Op::SUB, false, false, &top).find("INVALID_STACK"),
+              std::string::npos);
     EXPECT_EQ(to_int(top), -3) << "other operators use scratch silently";
 }
 
@@ -84,12 +92,19 @@ TEST_F(VmArithTest, AppendingToAStringKeepsItsTextAndItsBuffer) {
     EXPECT_EQ(append("abc", [](program& p) { return p.constant_string("de"); }).first, "abcde");
     EXPECT_EQ(append("abc", [](program& p) { return p.constant(7); }).first, "abc7");
     EXPECT_EQ(append("", [](program& p) { return p.constant_string("x"); }).first, "x");
-    EXPECT_EQ(append("T", [](program& p) { return p.constant(12); }, Op::ADD_TMP, Op::ADD, flag::FIXED_TYPE).first,
-              "T12")
+    EXPECT_EQ(
+        append(
+            "T", [](program& p) { return p.constant(12); }, Op::ADD_TMP, Op::ADD, flag::FIXED_TYPE)
+            .first,
+        "T12")
         << "a typed string appends the same way";
-    EXPECT_EQ(append("abc", [](program& p) { return static_cast<uint32_t>(p.block()->find_var_index("s")); }).first,
-              "abcabc");
-    const auto refused = append("abc", [](program& p) { return p.constant_string("c"); }, Op::SUB_TMP, Op::SUB);
+    EXPECT_EQ(
+        append("abc",
+               [](program& p) { return static_cast<uint32_t>(p.block()->find_var_index("s")); })
+            .first,
+        "abcabc");
+    const auto refused = append(
+        "abc", [](program& p) { return p.constant_string("c"); }, Op::SUB_TMP, Op::SUB);
     EXPECT_EQ(refused.first, "abc") << "a refused operator leaves the string alone";
     EXPECT_NE(refused.second.find("SUB_INVALID_TYPE"), std::string::npos);
 
@@ -147,9 +162,15 @@ TEST_F(VmArithTest, IncrementAndDecrementInPlace) {
     program e = w.block();
     const uint32_t s = e.variable("s");
     set_string(e.var(s), "x");
-    e.emit(Op::LOAD, load_code::UNDEFINED, 0).emit(Op::INC).emit(Op::DEC).load(s).emit(Op::INC).emit(Op::DEC);
+    e.emit(Op::LOAD, load_code::UNDEFINED, 0)
+        .emit(Op::INC)
+        .emit(Op::DEC)
+        .load(s)
+        .emit(Op::INC)
+        .emit(Op::DEC);
     const std::string out = output_of([&] { e.run(); });
-    for (const char* code : {"STACK_ERROR_INC", "INC_STACK_ERROR", "ADD_INVALID_TYPE", "INC_INVALID_TYPE"})
+    for (const char* code :
+         {"STACK_ERROR_INC", "INC_STACK_ERROR", "ADD_INVALID_TYPE", "INC_INVALID_TYPE"})
         EXPECT_NE(out.find(std::string("Runtime error: ") + code), std::string::npos) << code;
 }
 

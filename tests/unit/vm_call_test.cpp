@@ -54,7 +54,8 @@ TEST_F(VmCallTest, NativeFunctionsReceiveTheirArgumentsInOrder) {
     const uint32_t one = p.constant(1);
     const uint32_t r = p.variable("r");
     set_ref(p.var(r), p.var(p.variable("x", 5)));
-    p.call(p.function_var("plain", plain.block()), {one, r}).call(p.function_var("derefs", derefs.block()), {one, r});
+    p.call(p.function_var("plain", plain.block()), {one, r})
+        .call(p.function_var("derefs", derefs.block()), {one, r});
     vrkvar* answer = p.run();
     EXPECT_EQ(answer, &p.block()->native_result);
     EXPECT_EQ(to_int(answer), 99);
@@ -106,7 +107,10 @@ TEST_F(VmCallTest, CallFaults) {
     reset(q.var(k), Tag::CLASS);
     q.var(k)->block = cls.block();
     q.var(k)->flags |= flag::NO_COUNT;
-    q.load(q.variable("number", 3)).emit(Op::LOAD, load_code::CALL_START, 0).load(k).emit(Op::LOAD, load_code::CALL_START, 0);
+    q.load(q.variable("number", 3))
+        .emit(Op::LOAD, load_code::CALL_START, 0)
+        .load(k)
+        .emit(Op::LOAD, load_code::CALL_START, 0);
     out = output_of([&] { q.run(); });
     const std::size_t first = out.find("Runtime error: NOT_A_FUNCTION");
     EXPECT_NE(first, std::string::npos) << out;
@@ -127,7 +131,10 @@ TEST_F(VmCallTest, MemberCallBindsThis) {
     reset(p.var(obj), Tag::CLASS);
     p.var(obj)->block = inst.block();
     p.var(obj)->flags |= flag::NO_COUNT;
-    p.load(obj).emit(Op::CLASS_ACCESS, method, 0).emit(Op::LOAD, load_code::CALL_START, 0).emit(Op::CALL_PREP, 0, 0);
+    p.load(obj)
+        .emit(Op::CLASS_ACCESS, method, 0)
+        .emit(Op::LOAD, load_code::CALL_START, 0)
+        .emit(Op::CALL_PREP, 0, 0);
     p.emit(Op::CALL_PREP, 0, kRefMinusOne).emit(Op::RESET, 1, 0).emit(Op::CALL, 0, 0);
     p.run();
     EXPECT_EQ(f.block()->this_var()->block, inst.block());
@@ -147,12 +154,14 @@ TEST_F(VmCallTest, BusyFunctionsMakeTheCallerWait) {
     EXPECT_NE(p.resume(), kSuspended);
     EXPECT_EQ(p.temps_in_use(), 0);
 
-    program n = w.native("held", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar&) { return nullptr; }, 0);
+    program n = w.native(
+        "held", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar&) { return nullptr; }, 0);
     n.block()->hold = 1;
     program q = w.block();
     q.call(q.function_var("held", n.block()), {});
     vrkvar* r = nullptr;
-    EXPECT_NE(output_of([&] { r = q.run(); }).find("Runtime error: EXTERNAL_BUSY"), std::string::npos);
+    EXPECT_NE(output_of([&] { r = q.run(); }).find("Runtime error: EXTERNAL_BUSY"),
+              std::string::npos);
     EXPECT_EQ(r, kSuspended);
     n.block()->hold = 0;
 }

@@ -74,7 +74,8 @@ TEST_F(VmCompareTest, AndEvaluatesBothSides) {
 TEST_F(VmCompareTest, FaultsAreReported) {
     program one = w.block();
     one.emit(Op::CMP, cmp_code::EQUAL, 0);
-    EXPECT_NE(output_of([&] { one.run(); }).find("Runtime error: RUNTIME_ERROR"), std::string::npos);
+    EXPECT_NE(output_of([&] { one.run(); }).find("Runtime error: RUNTIME_ERROR"),
+              std::string::npos);
 
     program p = w.block();
     p.load(p.constant(1)).emit(Op::ARG, 0, 1).emit(Op::CMP, cmp_code::EQUAL, 0);

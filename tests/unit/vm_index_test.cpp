@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "frontend/emit.h"
-#include "values/object.h"
-#include "values/json.h"
 #include "support/program.h"
+#include "values/json.h"
+#include "values/object.h"
 
 namespace vrk::test {
 namespace {
@@ -107,7 +107,8 @@ TEST_F(VmIndexTest, InstanceMembers) {
     EXPECT_EQ(p.block()->member_owner, p.var(obj));
     p.block()->code.clear();
     p.load(name).emit(Op::CLASS_ACCESS, 0, 0);
-    EXPECT_NE(output_of([&] { p.run(); }).find("Runtime error: CLASS_ACCESS_ERROR"), std::string::npos);
+    EXPECT_NE(output_of([&] { p.run(); }).find("Runtime error: CLASS_ACCESS_ERROR"),
+              std::string::npos);
     EXPECT_EQ(p.block()->member_owner, nullptr);
     reset(p.var(obj), Tag::INT);
 }
@@ -154,7 +155,8 @@ TEST_F(VmIndexTest, ObjectsAnswerThroughArrayGet) {
         probe_object brief;
         make_handle(p.var(o), &brief);
     }
-    EXPECT_NE(output_of([&] { read(p, o, p.constant(0)); }).find("Runtime error: SO_ERROR"), std::string::npos);
+    EXPECT_NE(output_of([&] { read(p, o, p.constant(0)); }).find("Runtime error: SO_ERROR"),
+              std::string::npos);
     set_int(p.var(o), 0);
 }
 

@@ -3,8 +3,8 @@
 #include <string>
 
 #include "frontend/emit.h"
-#include "values/object.h"
 #include "support/program.h"
+#include "values/object.h"
 
 namespace vrk::test {
 namespace {
@@ -22,8 +22,15 @@ TEST_F(VmJumpTest, BackwardJumpsRestartAtZero) {
         // do { c++ } while (c < 3), closed by a JMP of distance `back`
         program p = w.block();
         const uint32_t c = p.variable("c");
-        p.load(c).emit(Op::INC).load(c).emit(Op::ARG, 0, 1).load(p.constant(3)).emit(Op::CMP, cmp_code::LESS, p.ref());
-        p.emit(Op::JMP_FALSE, 1, p.ref()).emit(Op::JMP, back, p.ref()).emit(Op::NOP);  // 6 -> 9 = end; 7 -> 0
+        p.load(c)
+            .emit(Op::INC)
+            .load(c)
+            .emit(Op::ARG, 0, 1)
+            .load(p.constant(3))
+            .emit(Op::CMP, cmp_code::LESS, p.ref());
+        p.emit(Op::JMP_FALSE, 1, p.ref())
+            .emit(Op::JMP, back, p.ref())
+            .emit(Op::NOP);  // 6 -> 9 = end; 7 -> 0
         p.run();
         EXPECT_EQ(to_int(p.var(c)), 3) << "distance " << back;
     }
@@ -42,7 +49,8 @@ TEST_F(VmJumpTest, JumpPastTheEndEndsTheRunWithoutCleanUp) {
 
 TEST_F(VmJumpTest, ConditionalJumpRules) {
     // cond; JMP_x arg; c++; NOP; NOP. Answers whether c++ ran, and what was logged.
-    auto run = [this](Op jump, int64_t arg, const std::function<void(vrkvar*)>& cond, std::string* log = nullptr) {
+    auto run = [this](Op jump, int64_t arg, const std::function<void(vrkvar*)>& cond,
+                      std::string* log = nullptr) {
         program p = w.block();
         const uint32_t v = p.variable("v");
         const uint32_t c = p.variable("c");

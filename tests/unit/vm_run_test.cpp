@@ -32,10 +32,12 @@ TEST_F(VmRunTest, ABusyBlockIsNotEnteredAgain) {
 
     p.block()->resume_at = 1;
     out = output_of([&] { p.run(0); });
-    EXPECT_NE(out.find("Script already running!"), std::string::npos) << "a suspended block is not restarted";
+    EXPECT_NE(out.find("Script already running!"), std::string::npos)
+        << "a suspended block is not restarted";
     p.block()->resume_at = 0;
 
-    program n = w.native("n", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar&) { return nullptr; }, 0);
+    program n = w.native(
+        "n", [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar&) { return nullptr; }, 0);
     n.block()->running = 1;
     EXPECT_EQ(n.run(), void_value()) << "a native block may be entered while it runs";
 }
@@ -88,7 +90,8 @@ TEST_F(VmRunTest, DamagedSlotCountsAreReportedNotObeyed) {
 }
 
 TEST_F(VmRunTest, TracesNameEveryBlockOfTheChain) {
-    const std::string no_info = "line 0 in file: MEMORY\ninternal debug info error (no debug info)!\n\n";
+    const std::string no_info =
+        "line 0 in file: MEMORY\ninternal debug info error (no debug info)!\n\n";
     program failing = w.block();
     failing.emit(Op::SWAP, 5, 0);
     // A native in the middle of the chain shows as an external block.
@@ -104,8 +107,9 @@ TEST_F(VmRunTest, TracesNameEveryBlockOfTheChain) {
     program p = w.block();
     p.call(p.function_var("probe", n.block()), {});
     const std::string out = output_of([&] { p.run(); });
-    EXPECT_NE(out.find("Runtime error: SWAP_ERROR\n" + no_info + "external block\nprobe\n\n" + no_info),
-              std::string::npos)
+    EXPECT_NE(
+        out.find("Runtime error: SWAP_ERROR\n" + no_info + "external block\nprobe\n\n" + no_info),
+        std::string::npos)
         << out;
 
     // The running index is not stored per instruction: a block that has not
@@ -115,8 +119,9 @@ TEST_F(VmRunTest, TracesNameEveryBlockOfTheChain) {
     (*lines.block()->line_table)[0] = vrkline_entry{0, 0, 3, "  first()"};
     (*lines.block()->line_table)[1] = vrkline_entry{1, 2, 4, "second()"};
     lines.emit(Op::NOP).emit(Op::NOP).emit(Op::SWAP, 0, 7);
-    EXPECT_NE(output_of([&] { lines.run(); }).find("SWAP_ERROR\nline 3 in file: MEMORY\n-> first()\n\n"),
-              std::string::npos);
+    EXPECT_NE(
+        output_of([&] { lines.run(); }).find("SWAP_ERROR\nline 3 in file: MEMORY\n-> first()\n\n"),
+        std::string::npos);
 }
 
 }  // namespace

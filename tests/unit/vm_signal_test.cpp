@@ -61,10 +61,19 @@ TEST_F(VmSignalTest, BreakLeavesTheLoopAndContinueStopsAtTheBody) {
         body.block()->is_loop_body = 1;
         program branch = w.child(body);
         branch.emit(Op::BREAK, kind_of_break, branch.ref());
-        body.load_from(p, c).emit(Op::INC).emit(Op::RUN_CHILD, 0, body.ref()).load_from(p, after).emit(Op::INC);
-        p.emit(Op::RUN_CHILD, 0, p.ref());                                                  // 0
-        p.load(c).emit(Op::ARG, 0, 1).load(p.constant(3)).emit(Op::CMP, cmp_code::LESS, p.ref());       // 1-4
-        p.emit(Op::JMP_FALSE_LOOP, 1, p.ref()).emit(Op::JMP, -7, p.ref()).emit(Op::NOP);  // 5 -> 8, 6 -> 0
+        body.load_from(p, c)
+            .emit(Op::INC)
+            .emit(Op::RUN_CHILD, 0, body.ref())
+            .load_from(p, after)
+            .emit(Op::INC);
+        p.emit(Op::RUN_CHILD, 0, p.ref());  // 0
+        p.load(c)
+            .emit(Op::ARG, 0, 1)
+            .load(p.constant(3))
+            .emit(Op::CMP, cmp_code::LESS, p.ref());  // 1-4
+        p.emit(Op::JMP_FALSE_LOOP, 1, p.ref())
+            .emit(Op::JMP, -7, p.ref())
+            .emit(Op::NOP);  // 5 -> 8, 6 -> 0
         p.run();
         EXPECT_EQ(to_int(p.var(c)), kind_of_break == 0 ? 1 : 3);
         EXPECT_EQ(to_int(p.var(after)), 0) << "the rest of the body is skipped";

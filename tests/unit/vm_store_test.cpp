@@ -3,8 +3,8 @@
 #include <string>
 
 #include "frontend/emit.h"
-#include "values/json.h"
 #include "support/program.h"
+#include "values/json.h"
 
 namespace vrk::test {
 namespace {
@@ -21,8 +21,8 @@ TEST_F(VmStoreTest, StoresAndTheirFaults) {
     p.var(locked)->constant = 1;
     const uint32_t seven = p.constant(7);
     p.load(seven).set(x).emit(Op::SET_DEREF, r, p.ref()).set(locked);  // x = 7; *r = x; limit = x
-    p.load(seven).emit(Op::SET_DEREF, x, p.ref());                       // x is no reference
-    p.emit(Op::LOAD, load_code::UNDEFINED, 0).set(x);                                       // undefined stores nothing
+    p.load(seven).emit(Op::SET_DEREF, x, p.ref());                     // x is no reference
+    p.emit(Op::LOAD, load_code::UNDEFINED, 0).set(x);                  // undefined stores nothing
     std::string out = output_of([&] { p.run(); });
     EXPECT_EQ(to_int(p.var(x)), 7);
     EXPECT_EQ(to_int(p.var(target)), 7) << "stored through the reference";
@@ -42,7 +42,8 @@ TEST_F(VmStoreTest, StoresAndTheirFaults) {
 
     program s = w.block();
     s.emit(Op::SET, -1, 0);
-    EXPECT_NE(output_of([&] { s.run(); }).find("Runtime error: STACK_CORRUPTION"), std::string::npos);
+    EXPECT_NE(output_of([&] { s.run(); }).find("Runtime error: STACK_CORRUPTION"),
+              std::string::npos);
 }
 
 // a[k] = v as the compiler emits it: v; PUSH 0; a; PUSH 1; k; INDEX -1; SET -2; RESET 0.
@@ -66,7 +67,8 @@ program element_store(workshop& w, uint32_t& a, const std::function<uint32_t(pro
 TEST_F(VmStoreTest, ElementStoreAndErase) {
     uint32_t a = 0;
     auto key_x = [](program& q) { return q.constant_string("x"); };
-    program p = element_store(w, a, [](program& q) { return q.constant(5); }, key_x);
+    program p = element_store(
+        w, a, [](program& q) { return q.constant(5); }, key_x);
     EXPECT_EQ(p.run(), p.var(a));
     ASSERT_EQ(p.var(a)->type, Tag::JSON) << "an INT becomes a JSON value when indexed";
     EXPECT_EQ(to_int(json_find(p.var(a)->value.json, "x")), 5);
@@ -75,7 +77,8 @@ TEST_F(VmStoreTest, ElementStoreAndErase) {
     EXPECT_EQ(p.block()->pending_index, -1);
 
     // a["x"] = null erases: the erase constant survives the copy into a temp.
-    program e = element_store(w, a, [](program&) { return UINT32_MAX; }, key_x);
+    program e = element_store(
+        w, a, [](program&) { return UINT32_MAX; }, key_x);
     vrkjson* json = as_json(e.var(a));
     json_append_keyed(json, nullptr, "x", nullptr);
     json_append_keyed(json, nullptr, "y", nullptr);
@@ -88,7 +91,8 @@ TEST_F(VmStoreTest, ElementStoreAndErase) {
 TEST_F(VmStoreTest, StringStorePastTheEndAppendsWhileReadingReports) {
     uint32_t s = 0;
     program p = element_store(
-        w, s, [](program& q) { return q.constant_string("x"); }, [](program& q) { return q.constant(10); });
+        w, s, [](program& q) { return q.constant_string("x"); },
+        [](program& q) { return q.constant(10); });
     set_string(p.var(s), "abc");
     std::string out = output_of([&] { p.run(); });
     EXPECT_EQ(to_string(p.var(s)), "abcx");

@@ -17,7 +17,8 @@ TEST(Watchdog, ReportsTheStoredExitCodeWhenTheLimitHasPassed) {
     Watchdog watchdog(exitCode, 0, 1, [&fired](int code) { fired.set_value(code); });
     std::future<int> result = fired.get_future();
     // A watchdog that never fires fails here instead of hanging the suite.
-    ASSERT_EQ(result.wait_for(std::chrono::seconds(60)), std::future_status::ready) << "never fired";
+    ASSERT_EQ(result.wait_for(std::chrono::seconds(60)), std::future_status::ready)
+        << "never fired";
     EXPECT_EQ(result.get(), 7);
     watchdog.stop();
 }

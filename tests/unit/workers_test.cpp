@@ -97,7 +97,8 @@ TEST_F(WorkersTest, ThreeThousandStartsParkTheWorkBeyond2048) {
     EXPECT_EQ(engine.pendingThreads.size(), 3000u - kImmediateStartLimit - kPendingDrainLimit);
     EXPECT_EQ(count_of(log, "thread system overload!"), 3000u - kImmediateStartLimit + 1);
 
-    ASSERT_TRUE(frames_until([&] { return engine.pendingThreads.empty() && engine.activeThreads.empty(); }));
+    ASSERT_TRUE(frames_until(
+        [&] { return engine.pendingThreads.empty() && engine.activeThreads.empty(); }));
     EXPECT_EQ(done.load(), 3000);
     EXPECT_EQ(engine.activeThreadCount, 0u);
 }

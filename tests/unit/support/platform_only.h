@@ -15,9 +15,7 @@
 namespace vrk::test_platform {
 
 // True in the Windows build.
-inline bool built_for_windows() {
-    return std::string_view(platform::platform_name()) == "WINDOWS";
-}
+inline bool built_for_windows() { return std::string_view(platform::platform_name()) == "WINDOWS"; }
 
 }  // namespace vrk::test_platform
 

@@ -42,7 +42,9 @@ public:
 
     // ---- variables ----------------------------------------------------------------
     // A hidden constant, as the compiler makes for a literal.
-    uint32_t constant(int64_t v) { return add(make_constant([v](vrkvar* c) { set_int(c, v); })); }
+    uint32_t constant(int64_t v) {
+        return add(make_constant([v](vrkvar* c) { set_int(c, v); }));
+    }
     uint32_t constant_string(const std::string& s) {
         return add(make_constant([s](vrkvar* c) { set_string(c, s); }));
     }
@@ -83,7 +85,9 @@ public:
     }
     // The call sequence of `fn(args...)` for the function held by variable `fn_var`.
     program& call(uint32_t fn_var, std::initializer_list<uint32_t> args) {
-        load(fn_var).emit(Op::LOAD, load_code::CALL_START, 0).emit(Op::CALL_PREP, static_cast<int64_t>(args.size()), 0);
+        load(fn_var)
+            .emit(Op::LOAD, load_code::CALL_START, 0)
+            .emit(Op::CALL_PREP, static_cast<int64_t>(args.size()), 0);
         const std::vector<uint32_t> list(args);
         for (std::size_t i = 0; i < list.size(); ++i) {
             const bool last = i + 1 == list.size();
@@ -156,7 +160,8 @@ public:
         b->code_text = string_new();
         *b->code_text = name;
         auto* record = new vrknative{std::move(fn), nullptr, deref_args};
-        b->code.push_back(vrkinstr{static_cast<uint8_t>(Op::EXTERNAL), reinterpret_cast<uint64_t>(record), -1});
+        b->code.push_back(
+            vrkinstr{static_cast<uint8_t>(Op::EXTERNAL), reinterpret_cast<uint64_t>(record), -1});
         b->param_count = static_cast<int16_t>(params);
         b->native = 1;
         for (int i = 0; i < params; ++i) b->vars->push_back(cell_new(Tag::VOID));
