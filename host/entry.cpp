@@ -46,8 +46,11 @@ constexpr uint32_t kHostRunDepthLimit = 250000;
 // bench/recursion.vrs) and several times that with the address sanitizer,
 // whose unoptimised frames carry red zones (not measured: the figure is
 // generous). Both leave room for builtins and operators called from the
-// deepest run.
-constexpr std::size_t kRunStackBytes = 1024;
+// deepest run. The reservation is address space and counts against an
+// address-space limit (`ulimit -v`), which must still leave room for the data
+// of a large script, so the optimised figure stays at twice the need of a
+// level (a level of such a recursion is one or two nested runs).
+constexpr std::size_t kRunStackBytes = 512;
 constexpr std::size_t kSanitizedRunStackBytes = 16384;
 // Room for the entry, the compiler and the frame loop beneath the scripts.
 constexpr std::size_t kBaseStackBytes = std::size_t{64} << 20;
