@@ -101,10 +101,10 @@ tsan-test: tsan-build
 CLANG_FORMAT ?= $(shell command -v clang-format-14 || command -v clang-format)
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h')
 
-format:
+format: deps
 	@$(CLANG_FORMAT) --style=file -i $(FORMAT_FILES)
 
-format-check:
+format-check: deps
 	@$(CLANG_FORMAT) --style=file --dry-run --Werror $(FORMAT_FILES)
 
 # The Windows build needs the cross compiler and wine, which the other targets

@@ -12,8 +12,8 @@
 set -euo pipefail
 
 # Compiler, build tools and libraries of the program and its unit tests
-# (libedit: line editing and history of the interactive prompt); clang and its
-# runtime libraries build the fuzzers.
+# (libedit: line editing and history of the interactive prompt; clang-format:
+# the house style check); clang and its runtime libraries build the fuzzers.
 packages=(
     cmake
     ninja-build
@@ -24,6 +24,7 @@ packages=(
     libgtest-dev
     libbenchmark-dev
     libedit-dev
+    clang-format
     clang
     libclang-rt-14-dev
 )
