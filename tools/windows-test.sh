@@ -32,6 +32,8 @@ for program in "$build/vorka.exe" "$build/vorka_tests.exe"; do
     fi
 done
 
+# The server works inside the prefix, so the folder must exist before it starts.
+mkdir -p "$WINEPREFIX"
 # Exit code 2 means a server for this prefix is running already: fine as well.
 "$wineserver" -p || [[ $? -eq 2 ]]
 trap '"$wineserver" -k 2>/dev/null || true' EXIT

@@ -72,14 +72,14 @@ protected:
             c->value.i = 0;
             cell_free(c);
         }
-        result.type = Tag::INT;
-        result.value.i = 0;
+        reset(&result, Tag::INT);
         block_delete(caller);
     }
 
     vrkvar* call(const char* name, std::vector<vrkvar*> args) {
-        result.type = Tag::INT;
-        result.value.i = 0;
+        // The result cell is reused from call to call: what the last call left
+        // in it (a string, a list) goes back to the pools first.
+        reset(&result, Tag::INT);
         result.aux = 0;
         vrkvar* fn = engine.firstBlock->find_var(name);
         EXPECT_NE(fn, nullptr) << name;
