@@ -32,17 +32,18 @@ for program in "$build/vorka.exe" "$build/vorka_tests.exe"; do
     fi
 done
 
-# The server works inside the prefix, so the folder must exist before it starts.
+# A new prefix is made first, with a server of its own that ends when the
+# prefix is ready (`wineserver -w` waits for that; it would wait for ever on a
+# persistent server). Then a persistent server is started for the tests: exit
+# code 2 means one is running for this prefix already, which is fine as well.
 mkdir -p "$WINEPREFIX"
-# Exit code 2 means a server for this prefix is running already: fine as well.
-"$wineserver" -p || [[ $? -eq 2 ]]
-trap '"$wineserver" -k 2>/dev/null || true' EXIT
 if [[ ! -f "$WINEPREFIX/system.reg" ]]; then
     echo "--- creating wine prefix $WINEPREFIX"
     "$wine" wineboot --init </dev/null >/dev/null 2>&1
     "$wineserver" -w
-    "$wineserver" -p || [[ $? -eq 2 ]]
 fi
+"$wineserver" -p || [[ $? -eq 2 ]]
+trap '"$wineserver" -k 2>/dev/null || true' EXIT
 
 # The tests' own log output is long: it goes to a file, and only the summary
 # (with the names of failed tests) is shown.
