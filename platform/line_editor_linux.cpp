@@ -5,7 +5,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <histedit.h>
-#include <pthread.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <pwd.h>
 #include <system_error>
 #include <unistd.h>
@@ -19,30 +20,59 @@ namespace {
 // Lines the history keeps.
 constexpr int kHistorySize = 1000;
 
-// Set by the SIGINT handler, cleared when a read begins. A signal handler can
-// reach nothing but such flags.
-volatile std::sig_atomic_t interruptRequested = 0;
-// The thread that reads lines. The signal may land on any thread of the
-// process; it is passed on to this one, whose read it has to interrupt.
-pthread_t readerThread{};
+// Ctrl-C reaches the reader in two ways. While the editor reads, the terminal
+// is in its raw mode but still turns Ctrl-C into SIGINT; between reads (while a
+// typed line runs) the terminal is cooked, echoes "^C" and drops what was typed
+// ahead. Either way the signal may land on any thread of the process and at any
+// moment, also in the instant between the reader's last check and its next
+// blocking read. So the handler only writes a byte into a pipe (the one thing
+// a handler may safely do), and the reader waits on standard input and that
+// pipe together: an interrupt can never be missed by a read that is under way,
+// nor be left over for a later one.
+//
+// The pipe's two ends; created once, with the handler, for the process.
+int interruptPipe[2] = {-1, -1};
+// Set when a read saw the interrupt, cleared when a read begins.
+bool interruptSeen = false;
 
 void on_interrupt(int) {
-    if (!pthread_equal(pthread_self(), readerThread)) {
-        pthread_kill(readerThread, SIGINT);
-        return;
-    }
-    interruptRequested = 1;
+    const int saved = errno;
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t n = ::write(interruptPipe[1], &byte, 1);
+    errno = saved;
 }
 
-// Ctrl-C only sets the flag while the prompt exists, and does not restart an
-// interrupted read, so that a read in progress notices it.
+// Empties the pipe; true when an interrupt was waiting in it.
+bool take_interrupts() {
+    bool any = false;
+    char bytes[64];
+    while (::read(interruptPipe[0], bytes, sizeof bytes) > 0) any = true;
+    return any;
+}
+
+// Ctrl-C only writes into the pipe while the prompt exists.
 void catch_interrupt() {
-    readerThread = pthread_self();
+    if (interruptPipe[0] < 0 && ::pipe2(interruptPipe, O_NONBLOCK | O_CLOEXEC) != 0) return;
     struct sigaction action {};
     action.sa_handler = on_interrupt;
     sigemptyset(&action.sa_mask);
-    action.sa_flags = 0;
+    action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
+}
+
+// Waits until standard input has a byte for us (true) or Ctrl-C was pressed
+// (false).
+bool wait_for_input() {
+    for (;;) {
+        pollfd waits[2] = {{STDIN_FILENO, POLLIN, 0}, {interruptPipe[0], POLLIN, 0}};
+        const int count = interruptPipe[0] < 0 ? 1 : 2;
+        if (::poll(waits, count, -1) < 0) {
+            if (errno == EINTR) continue;
+            return true;  // let the read report what is wrong
+        }
+        if (count == 2 && (waits[1].revents & POLLIN) && take_interrupts()) return false;
+        if (waits[0].revents != 0) return true;
+    }
 }
 
 // Reads one character for libedit: UTF-8 decoded from standard input. Returns
@@ -53,16 +83,20 @@ int read_character(EditLine*, wchar_t* out) {
     std::size_t have = 0;
     std::size_t need = 1;
     while (have < need) {
+        if (have == 0 && !wait_for_input()) {
+            interruptSeen = true;
+            return -1;
+        }
         const ssize_t n = ::read(STDIN_FILENO, bytes + have, 1);
         if (n == 0) return 0;
         if (n < 0) {
-            if (errno == EINTR && !interruptRequested) continue;
+            if (errno == EINTR || errno == EAGAIN) continue;
             return -1;
         }
         if (have == 0) {
             const unsigned char b = bytes[0];
             if (b == 0x03) {
-                interruptRequested = 1;
+                interruptSeen = true;
                 return -1;
             }
             need = b < 0x80           ? 1
@@ -106,12 +140,15 @@ public:
 
     Input read(const std::string& prompt) override {
         currentPrompt = prompt;  // libedit asks for it through prompt_text
-        interruptRequested = 0;
+        // A Ctrl-C pressed while no read was under way has done its work: the
+        // terminal dropped what was typed ahead of it.
+        if (interruptPipe[0] >= 0) take_interrupts();
+        interruptSeen = false;
         int count = 0;
         const char* line = ::el_gets(editor, &count);
         Input input;
-        if (interruptRequested) {
-            interruptRequested = 0;
+        if (interruptSeen) {
+            interruptSeen = false;
             std::fputs("^C\n", stdout);
             std::fflush(stdout);
             input.status = Status::interrupted;

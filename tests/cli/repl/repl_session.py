@@ -56,6 +56,13 @@ def main():
 
     def fail(reason):
         sys.stderr.write(f"FAIL: {reason}\n--- output so far ---\n{seen.decode(errors='replace')}\n")
+        # Where each thread of the prompt waits, to tell a hang from a lost key.
+        try:
+            for task in sorted(os.listdir(f"/proc/{pid}/task")):
+                with open(f"/proc/{pid}/task/{task}/wchan") as wchan:
+                    sys.stderr.write(f"thread {task} waits in {wchan.read() or '-'}\n")
+        except OSError:
+            pass
         try:
             os.kill(pid, 9)
         except OSError:
