@@ -23,8 +23,7 @@ ASAN_DIR   ?= build-asan
 WIN_DIR    ?= build-win
 # The Windows build exists to be tested under wine: no optimisation keeps the
 # cross-build short on a busy machine.
-WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DNDEBUG' \
-                  -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
+WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DNDEBUG'
 TSAN_DIR   ?= build-tsan
 # Unit tests that start worker threads; only these run under ThreadSanitizer.
 TSAN_TESTS ?= ^Workers|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects
@@ -51,13 +50,17 @@ ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
             UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 TSAN_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 
+# Every build directory compiles through ccache when it is installed.
+CCACHE     := $(shell command -v ccache)
+LAUNCHER   := $(if $(CCACHE),-DCMAKE_CXX_COMPILER_LAUNCHER=$(CCACHE) -DCMAKE_C_COMPILER_LAUNCHER=$(CCACHE))
+
 # configure(dir, extra cmake arguments)
 define configure
 	@if [ -f "$(1)/CMakeCache.txt" ]; then \
-		if [ ! -f "$(1)/build.ninja" ] && [ ! -f "$(1)/Makefile" ]; then cmake -S . -B "$(1)" $(2); fi; \
+		if [ ! -f "$(1)/build.ninja" ] && [ ! -f "$(1)/Makefile" ]; then cmake -S . -B "$(1)" $(LAUNCHER) $(2); fi; \
 	else \
 		if command -v ninja >/dev/null 2>&1; then gen=Ninja; else gen="Unix Makefiles"; fi; \
-		cmake -S . -B "$(1)" -G "$$gen" $(2); \
+		cmake -S . -B "$(1)" -G "$$gen" $(LAUNCHER) $(2); \
 	fi
 endef
 

@@ -19,6 +19,7 @@
 #include "frontend/compiler.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
+#include "support/engine_fixture.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
@@ -28,45 +29,8 @@
 namespace vrk {
 namespace {
 
-class ClassesTest : public ::testing::Test {
+class ClassesTest : public test::EngineFixture {
 protected:
-    void SetUp() override {
-        context().main_thread = current_thread_id();
-        compile_context().current_compiling_block = nullptr;
-        engine = std::make_unique<vrkscript>();
-        listener = log().addListener([this](ScriptLogType, const char* text) {
-            messages.emplace_back(text);
-            return true;
-        });
-    }
-
-    void TearDown() override {
-        log().removeListener(listener);
-        for (vrkblock* b : roots) block_delete(b);
-        parsers.clear();
-        engine.reset();
-    }
-
-    // Parses and compiles a script; nothing runs but what compiling runs.
-    vrkblock* script(const std::string& text) {
-        parsers.push_back(std::make_unique<vrkparser>(engine.get(), text, false, true));
-        return parsers.back()->root_block;
-    }
-
-    // A block with `text` taken as it stands, optionally a child of `parent`.
-    vrkblock* make_block(const std::string& text, vrkblock* parent = nullptr) {
-        vrkblock* b = block_new(engine.get());
-        b->code_text = string_new();
-        *b->code_text = text;
-        if (parent) {
-            parent->get_children().push_back(b);
-            b->parent = parent;
-        } else {
-            roots.push_back(b);
-        }
-        return b;
-    }
-
     // The opcodes and args of the instructions of `b`, with " B" for a ref to
     // the block itself.
     static std::string listing(vrkblock* b) {
@@ -82,24 +46,13 @@ protected:
         return token;
     }
 
-    bool logged(const std::string& text) const {
-        return std::any_of(messages.begin(), messages.end(),
-                           [&](const std::string& m) { return m.find(text) != std::string::npos; });
-    }
-
     static std::string index_text(vrkblock* b, const std::string& name) {
         return std::to_string(b->find_var_index(name));
     }
-
-    std::unique_ptr<vrkscript> engine;
-    std::vector<std::unique_ptr<vrkparser>> parsers;
-    std::vector<vrkblock*> roots;
-    std::vector<std::string> messages;
-    uint32_t listener = 0;
 };
 
 TEST_F(ClassesTest, ClassDeclarationMakesAConstantClassCellAndRunsTheBody) {
-    vrkblock* root = script(
+    vrkblock* root = parse(
         "class A = {\n    x = 5;\n    y = x + 1;\n};\nclass A = {\n    x = 2;\n};\n"
         "class B {\n    q = 1;\n};\n");
     vrkvar* a = nullptr;
@@ -141,7 +94,7 @@ TEST_F(ClassesTest, ClassDeclarationMakesAConstantClassCellAndRunsTheBody) {
 }
 
 TEST_F(ClassesTest, MemberPathsWithAndWithoutTypeKnowledge) {
-    vrkblock* root = script(
+    vrkblock* root = parse(
         "class A = {\n    x = 1;\n    y = 2;\n};\nstruct P = {\n    a = 0;\n    int b = 0;\n};\n");
     vrkblock* cls = root->find_var("A")->block;
     vrkblock* b = make_block("", root);
@@ -188,7 +141,7 @@ TEST_F(ClassesTest, MemberPathsWithAndWithoutTypeKnowledge) {
 }
 
 TEST_F(ClassesTest, MethodsReachMembersByPositionThroughThis) {
-    vrkblock* root = script("class A = {\n    x = 1;\n    y = 2;\n};\nr = A[nope];\n");
+    vrkblock* root = parse("class A = {\n    x = 1;\n    y = 2;\n};\nr = A[nope];\n");
     EXPECT_TRUE(logged("cannot find member nope in class!"));
     EXPECT_NE(listing(root).find("INDEX 0"), std::string::npos)
         << "an unknown member is a key at run time";
@@ -243,7 +196,7 @@ TEST_F(ClassesTest, ListLiteralCode) {
 }
 
 TEST_F(ClassesTest, GlobalDeclarationsOfTypesAndSingletons) {
-    vrkblock* root = script("global int n = 2.5;\nglobal singleton S = {\n    v = 3;\n};\n");
+    vrkblock* root = parse("global int n = 2.5;\nglobal singleton S = {\n    v = 3;\n};\n");
     EXPECT_FALSE(logged("creating new var")) << "a new global is the declared variable";
     EXPECT_EQ(root->find_var("n"), nullptr);
     vrkvar* n = engine->globalBlock->find_var("n");
@@ -257,7 +210,7 @@ TEST_F(ClassesTest, GlobalDeclarationsOfTypesAndSingletons) {
     EXPECT_EQ(to_int(n), 2);
 
     // The same singleton declared again is the one there is.
-    vrkblock* again = script("global singleton S = {\n    v = 4;\n};\n");
+    vrkblock* again = parse("global singleton S = {\n    v = 4;\n};\n");
     EXPECT_TRUE(logged("not overriding already declared singleton S"));
     EXPECT_EQ(again->find_var("S"), nullptr);
     EXPECT_EQ(to_int(s->block->find_var("v")), 3);

@@ -14,6 +14,7 @@
 #include "frontend/compile_context.h"
 #include "frontend/compile_state.h"
 #include "frontend/compiler.h"
+#include "support/engine_fixture.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
 #include "values/cell.h"
@@ -25,47 +26,8 @@
 namespace vrk {
 namespace {
 
-class CompileTest : public ::testing::Test {
+class CompileTest : public test::EngineFixture {
 protected:
-    void SetUp() override {
-        context().main_thread = current_thread_id();
-        compile_context().current_compiling_block = nullptr;
-        engine = std::make_unique<vrkscript>();
-        engine->registerFunction(
-            "print",
-            [this](vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) -> vrkvar* {
-                for (vrkvar* a : args) printed.push_back(to_string(a));
-                return &result;
-            },
-            16, nullptr, "prints its arguments", true, true);
-        listener = log().addListener([this](ScriptLogType, const char* text) {
-            errors.emplace_back(text);
-            return true;
-        });
-    }
-
-    void TearDown() override {
-        log().removeListener(listener);
-        parsers.clear();
-        for (vrkblock* b : roots) block_delete(b);
-        engine.reset();
-    }
-
-    // A block with `text` as its code text, taken as it stands (no brace
-    // splitting), optionally the next child of `parent`.
-    vrkblock* make_block(const std::string& text, vrkblock* parent = nullptr) {
-        vrkblock* b = block_new(engine.get());
-        b->code_text = string_new();
-        *b->code_text = text;
-        if (parent) {
-            parent->get_children().push_back(b);
-            b->parent = parent;
-        } else {
-            roots.push_back(b);
-        }
-        return b;
-    }
-
     // The code of `b` as text: "OP arg ref" per instruction, with ref shown as
     // B (the block itself), F (registered functions), P (the parent), -1, or
     // omitted when 0.
@@ -82,13 +44,6 @@ protected:
         });
     }
 
-    // Compiles `text` as a fresh top block and returns it.
-    vrkblock* compiled(const std::string& text) {
-        vrkblock* b = make_block(text);
-        compile_block(b);
-        return b;
-    }
-
     // Index of a named variable of `b` (fails the test when absent).
     uint32_t var_index(vrkblock* b, const std::string& name) {
         const int64_t i = b->find_var_index(name);
@@ -96,32 +51,9 @@ protected:
         return static_cast<uint32_t>(i);
     }
     vrkvar* var(vrkblock* b, const std::string& name) { return b->find_var(name); }
-
-    // Parses and compiles a whole script, runs it and returns what it printed.
-    std::vector<std::string> run_script(const std::string& text) {
-        printed.clear();
-        parsers.push_back(std::make_unique<vrkparser>(engine.get(), text, false, true));
-        vrkblock* root = parsers.back()->root_block;
-        EXPECT_NE(root, nullptr);
-        if (root) run(root, nullptr, 0, nullptr);
-        return printed;
-    }
-
-    bool logged(const std::string& text) const {
-        for (const std::string& e : errors)
-            if (e.find(text) != std::string::npos) return true;
-        return false;
-    }
-
-    std::unique_ptr<vrkscript> engine;
-    std::vector<std::unique_ptr<vrkparser>> parsers;
-    std::vector<vrkblock*> roots;
-    std::vector<std::string> printed;
-    std::vector<std::string> errors;  // every message of the log
-    uint32_t listener = 0;
 };
 
-using Strings = std::vector<std::string>;
+using test::Strings;
 
 TEST_F(CompileTest, ArithmeticIsRightAssociativeAndUsesHiddenResults) {
     vrkblock* b = compiled("a=10;b=3;c=2;x = a - b - c;");
@@ -198,7 +130,7 @@ TEST_F(CompileTest, LiteralsConstantsAndUnknownNames) {
         << "a blank stays in the literal text";
     EXPECT_EQ(to_string(var(b, "w")), "- 5");
 
-    errors.clear();
+    messages.clear();
     vrkblock* u = compiled("q = nothing_here; k = true; m = none; r = undefined;");
     EXPECT_TRUE(logged("UNKNOWN_VARIABLE"));
     EXPECT_TRUE(logged("nothing_here is not a variable name nor a constant."));
@@ -294,7 +226,7 @@ TEST_F(CompileTest, LoopWithoutChildBodyIsRejected) {
     EXPECT_TRUE(b->vars->empty());
     EXPECT_EQ(b->find_var("x"), nullptr);
 
-    errors.clear();
+    messages.clear();
     compiled("for (i=0; i<2) {##BLK0};");
     EXPECT_TRUE(logged("syntax error in for loop"));
 }
@@ -360,14 +292,14 @@ TEST_F(CompileTest, DriverRepairsTextAndSplitsTokens) {
     EXPECT_NE(kept->find_var("a"), nullptr);
 
     // A token with one newline cannot hold a marker pair.
-    errors.clear();
+    messages.clear();
     vrkblock* broken = compiled("x = 1\n;");
     EXPECT_TRUE(logged("internal compiler error in token x = 1\n!"));
     EXPECT_TRUE(broken->code.empty());
 
     // Markers inside a statement become tokens of their own: the error names
     // the line of the marker.
-    errors.clear();
+    messages.clear();
     compiled("\n##LN=41\nq = (1,\n##LN=42\nunknown_thing);");
     EXPECT_TRUE(logged("Line Number: 42"));
 }
@@ -440,7 +372,7 @@ TEST_F(CompileTest, DeclarationsAndStores) {
     EXPECT_EQ(to_int(engine->globalBlock->find_var("g")), 3);
     ASSERT_NE(var(b, "q"), nullptr) << "`var q` declares q";
 
-    errors.clear();
+    messages.clear();
     vrkblock* t = compiled("x = 1;int x = 2.5;");
     EXPECT_TRUE(logged(
         "warning: new variable (x) declared but this name already exists. creating new var..."));

@@ -15,6 +15,7 @@
 #include "frontend/compile.h"
 #include "frontend/compile_context.h"
 #include "frontend/compiler.h"
+#include "support/engine_fixture.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
 #include "values/cell.h"
@@ -27,49 +28,10 @@
 namespace vrk {
 namespace {
 
-using Strings = std::vector<std::string>;
+using test::Strings;
 
-class FunctionsTest : public ::testing::Test {
+class FunctionsTest : public test::EngineFixture {
 protected:
-    void SetUp() override {
-        context().main_thread = current_thread_id();
-        compile_context().current_compiling_block = nullptr;
-        engine = std::make_unique<vrkscript>();
-        engine->registerFunction(
-            "print",
-            [this](vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) -> vrkvar* {
-                for (vrkvar* a : args) printed.push_back(to_string(a));
-                return &result;
-            },
-            16, nullptr, "prints its arguments", true, true);
-        listener = log().addListener([this](ScriptLogType, const char* text) {
-            messages.emplace_back(text);
-            return true;
-        });
-    }
-
-    void TearDown() override {
-        log().removeListener(listener);
-        parsers.clear();
-        for (vrkblock* b : roots) block_delete(b);
-        engine.reset();
-    }
-
-    // A block with `text` as its code, taken as it stands; with a parent it is
-    // that parent's next child, so "{##BLKn}" in the parent names it.
-    vrkblock* make_block(const std::string& text, vrkblock* parent = nullptr) {
-        vrkblock* b = block_new(engine.get());
-        b->code_text = string_new();
-        *b->code_text = text;
-        if (parent) {
-            parent->get_children().push_back(b);
-            b->parent = parent;
-        } else {
-            roots.push_back(b);
-        }
-        return b;
-    }
-
     // "OP arg ref" per instruction; ref shown as B (the block), F (registered
     // functions), G (globals), C0.. (children of the block), -1, a small
     // number, or nothing for 0.
@@ -91,38 +53,10 @@ protected:
         });
     }
 
-    vrkblock* compiled(const std::string& text) {
-        vrkblock* b = make_block(text);
-        compile_block(b);
-        return b;
-    }
-
     int64_t index_of(vrkblock* b, const std::string& name) { return b->find_var_index(name); }
     std::string at(vrkblock* b, const std::string& name) {
         return std::to_string(index_of(b, name));
     }
-
-    Strings run_script(const std::string& text) {
-        printed.clear();
-        parsers.push_back(std::make_unique<vrkparser>(engine.get(), text, false, true));
-        vrkblock* root = parsers.back()->root_block;
-        EXPECT_NE(root, nullptr);
-        if (root) run(root, nullptr, 0, nullptr);
-        return printed;
-    }
-
-    bool logged(const std::string& text) const {
-        for (const std::string& m : messages)
-            if (m.find(text) != std::string::npos) return true;
-        return false;
-    }
-
-    std::unique_ptr<vrkscript> engine;
-    std::vector<std::unique_ptr<vrkparser>> parsers;
-    std::vector<vrkblock*> roots;
-    Strings printed;
-    Strings messages;  // every message of the log
-    uint32_t listener = 0;
 };
 
 TEST_F(FunctionsTest, DeclarationStoresTheBodyAndDeclaresItsParameters) {

@@ -13,6 +13,7 @@
 #include "frontend/compile_context.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
+#include "support/engine_fixture.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "values/value_context.h"
@@ -23,31 +24,12 @@
 namespace vrk {
 namespace {
 
-using Strings = std::vector<std::string>;
+using test::Strings;
 
-class RobustnessTest : public ::testing::Test {
+class RobustnessTest : public test::EngineFixture {
 protected:
-    void SetUp() override {
-        context().main_thread = current_thread_id();
-        compile_context().current_compiling_block = nullptr;
-        engine = std::make_unique<vrkscript>();
-        engine->registerFunction(
-            "print",
-            [this](vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) -> vrkvar* {
-                for (vrkvar* a : args) printed.push_back(to_string(a));
-                return &result;
-            },
-            16, nullptr, "prints its arguments", true, true);
-        listener = log().addListener([this](ScriptLogType, const char* text) {
-            messages.emplace_back(text);
-            return true;
-        });
-    }
-
     void TearDown() override {
-        log().removeListener(listener);
-        parsers.clear();
-        engine.reset();
+        EngineFixture::TearDown();
         set_budgets(0, 0);
         value_context().pools.set_pooling(true);
     }
@@ -65,23 +47,9 @@ protected:
     // Parses, compiles and runs a script as text; returns what it printed.
     Strings run_script(const std::string& text) {
         printed.clear();
-        parsers.push_back(std::make_unique<vrkparser>(engine.get(), text, false, true));
-        if (vrkblock* root = parsers.back()->root_block) run(root, nullptr, 0, kSelfUnchanged);
+        if (vrkblock* root = parse(text)) run(root, nullptr, 0, kSelfUnchanged);
         return printed;
     }
-
-    int count_logged(const std::string& text) const {
-        int n = 0;
-        for (const std::string& m : messages)
-            if (m.find(text) != std::string::npos) ++n;
-        return n;
-    }
-
-    std::unique_ptr<vrkscript> engine;
-    std::vector<std::unique_ptr<vrkparser>> parsers;
-    Strings printed;
-    Strings messages;  // every message of the log
-    uint32_t listener = 0;
 };
 
 // ---- run budgets ------------------------------------------------------------------
