@@ -12,6 +12,7 @@
 #include "base/script_lock.h"
 #include "builtins/registry.h"
 #include "host/engine.h"
+#include "support/log_capture.h"
 #include "values/json.h"
 #include "values/object.h"
 #include "vm/block.h"
@@ -19,32 +20,12 @@
 namespace vrk {
 namespace {
 
-// Collects the error messages logged while it exists, and the plain log lines.
-class ReportCapture {
-public:
-    ReportCapture() {
-        id = log().addListener([this](ScriptLogType type, const char* text) {
-            (type == ScriptLogType::error ? errors : lines).emplace_back(text);
-            return true;
-        });
-    }
-    ~ReportCapture() { log().removeListener(id); }
-    ReportCapture(const ReportCapture&) = delete;
-    ReportCapture& operator=(const ReportCapture&) = delete;
-
-    // True when exactly one error was logged and it is the block-form report
-    // of `message`.
-    bool reported(const std::string& message) const {
-        return errors.size() == 1 &&
-               errors[0].rfind("\nexternal_function: " + message + "\nIn File:\n", 0) == 0;
-    }
-
-    std::vector<std::string> errors;
-    std::vector<std::string> lines;
-
-private:
-    uint32_t id = 0;
-};
+// True when exactly one error was logged and it is the block-form report of
+// `message`.
+bool reported(const test::LogCapture& capture, const std::string& message) {
+    return capture.errors.size() == 1 &&
+           capture.errors[0].rfind("\nexternal_function: " + message + "\nIn File:\n", 0) == 0;
+}
 
 // A native container that records what the builtins ask of it. Its push
 // answers with a deferred job, as an object that works on another thread does.
@@ -205,14 +186,14 @@ TEST_F(BuiltinsArraysTest, NumberSetsGrowShrinkAndCountElements) {
 
 TEST_F(BuiltinsArraysTest, PopOfAnEmptyBufferIsReportedNotPerformed) {
     vrkvar* d = bytes({});
-    ReportCapture reports;
+    test::LogCapture reports;
     EXPECT_EQ(to_int(call("pop", {d})), -1);
-    EXPECT_TRUE(reports.reported("index out of range!"));
+    EXPECT_TRUE(reported(reports, "index out of range!"));
     EXPECT_TRUE(d->value.data->empty());
     vrkvar* s = text("");
     reports.errors.clear();
     EXPECT_EQ(to_int(call("pop", {s})), -1);
-    EXPECT_TRUE(reports.reported("index out of range!"));
+    EXPECT_TRUE(reported(reports, "index out of range!"));
 }
 
 TEST_F(BuiltinsArraysTest, EraseOnBuffersAndTheirReports) {
@@ -222,28 +203,28 @@ TEST_F(BuiltinsArraysTest, EraseOnBuffersAndTheirReports) {
     call("erase", {d, number(1), number(10)});
     EXPECT_EQ(*d->value.data, (std::vector<uint8_t>{1})) << "a count past the end stops there";
 
-    ReportCapture reports;
+    test::LogCapture reports;
     call("erase", {d, number(3)});
-    EXPECT_TRUE(reports.reported("index out of range!"));
+    EXPECT_TRUE(reported(reports, "index out of range!"));
     EXPECT_EQ(d->value.data->size(), 1u);
 
     reports.errors.clear();
     EXPECT_EQ(to_int(call("erase", {number(4), number(0)})), 0);
-    EXPECT_TRUE(reports.reported("invalid type in erase2"));
+    EXPECT_TRUE(reported(reports, "invalid type in erase2"));
 
     reports.errors.clear();
     EXPECT_EQ(to_int(call("erase", {list({1})})), 0);
-    EXPECT_TRUE(reports.reported("invalid params in erase!"));
+    EXPECT_TRUE(reported(reports, "invalid params in erase!"));
 
     reports.errors.clear();
     vrkvar* l = list({1, 2});
     EXPECT_EQ(to_int(call("erase", {l, cell(Tag::JSON)})), 0);
-    EXPECT_TRUE(reports.reported("invalid type in erase"));
+    EXPECT_TRUE(reported(reports, "invalid type in erase"));
     EXPECT_EQ(values_of(l), (std::vector<int64_t>{1, 2}));
 
     reports.errors.clear();
     EXPECT_EQ(to_int(call("erase", {l, number(5)})), 4) << "index - 1 even when out of range";
-    EXPECT_TRUE(reports.reported("index out of range!"));
+    EXPECT_TRUE(reported(reports, "index out of range!"));
     EXPECT_EQ(values_of(l), (std::vector<int64_t>{1, 2})) << "and the array does not grow";
 
     EXPECT_EQ(to_int(call("erase", {l, number(INT64_MIN)})), INT64_MAX) << "wraps, no overflow";
@@ -251,16 +232,16 @@ TEST_F(BuiltinsArraysTest, EraseOnBuffersAndTheirReports) {
     reports.errors.clear();
     vrkvar* s = text("abc");
     call("erase", {s, number(5), number(1)});
-    EXPECT_TRUE(reports.reported("index out of range!"));
+    EXPECT_TRUE(reported(reports, "index out of range!"));
     EXPECT_EQ(to_string(s), "abc");
 }
 
 TEST_F(BuiltinsArraysTest, WrongCallsAnswerTheirDefaults) {
-    ReportCapture reports;
+    test::LogCapture reports;
     vrkvar* r = call("push", {list({})});
     ASSERT_EQ(r->type, Tag::ERR);
     EXPECT_EQ(*r->value.str, "invalid params");
-    EXPECT_TRUE(reports.reported("invalid params!"));
+    EXPECT_TRUE(reported(reports, "invalid params!"));
 
     reports.errors.clear();
     r = call("push", {void_value(), number(1)});
@@ -278,36 +259,36 @@ TEST_F(BuiltinsArraysTest, WrongCallsAnswerTheirDefaults) {
     ASSERT_EQ(reports.lines.size(), 1u);
     EXPECT_EQ(reports.lines[0], "no params passed to sync() !");
     EXPECT_EQ(to_int(call("sync", {list({1})})), 0);
-    EXPECT_TRUE(reports.reported("no sync object passed!"));
+    EXPECT_TRUE(reported(reports, "no sync object passed!"));
 
     reports.errors.clear();
     EXPECT_EQ(to_int(call("empty", {})), 1);
-    EXPECT_TRUE(reports.reported("no argument passed"));
+    EXPECT_TRUE(reported(reports, "no argument passed"));
 
     reports.errors.clear();
     r = call("key", {list({1}), number(1)});
     EXPECT_EQ(r->type, Tag::STRING);
     EXPECT_EQ(to_string(r), "");
-    EXPECT_TRUE(reports.reported("index out of range!"));
+    EXPECT_TRUE(reported(reports, "index out of range!"));
 
     reports.errors.clear();
     EXPECT_EQ(to_string(call("key", {number(1), number(0)})), "");
-    EXPECT_TRUE(reports.reported("invalid params!"));
+    EXPECT_TRUE(reported(reports, "invalid params!"));
 
     reports.errors.clear();
     EXPECT_EQ(to_int(call("push_key", {list({}), text("k")})), -1);
-    EXPECT_TRUE(reports.reported("invalid params!"));
+    EXPECT_TRUE(reported(reports, "invalid params!"));
 
     reports.errors.clear();
     EXPECT_EQ(to_int(call("cycle", {list({})})), -1);
-    EXPECT_TRUE(reports.reported("invalid params!"));
+    EXPECT_TRUE(reported(reports, "invalid params!"));
 
     reports.errors.clear();
     EXPECT_EQ(to_int(call("erase_value", {text("abc"), text("b")})), 0);
-    EXPECT_TRUE(reports.reported("strings not supported with this function."));
+    EXPECT_TRUE(reported(reports, "strings not supported with this function."));
     reports.errors.clear();
     call("erase_value", {number(3), text("b")});
-    EXPECT_TRUE(reports.reported("invalid type rease value"));
+    EXPECT_TRUE(reported(reports, "invalid type rease value"));
 
     reports.errors.clear();
     EXPECT_EQ(to_int(call("has_key", {list({})})), 0);
@@ -334,7 +315,7 @@ TEST_F(BuiltinsArraysTest, KeyLeavesAnEmptyKeyInAnElementThatHadNone) {
 TEST_F(BuiltinsArraysTest, SortByRecordValueNeedsTheKeyInEveryRecord) {
     vrkvar* rows = records({{"k", 3}, {"k", 1}, {"other", 0}, {"k", 2}});
     std::vector<vrkelement*> before = rows->value.json->elements;
-    ReportCapture reports;
+    test::LogCapture reports;
     EXPECT_EQ(to_int(call("sortkeyhl", {rows, text("k")})), 0);
     EXPECT_EQ(reports.errors.size(), 1u);
     EXPECT_EQ(rows->value.json->elements, before) << "nothing moved";
@@ -351,7 +332,7 @@ TEST_F(BuiltinsArraysTest, SortByRecordValueNeedsTheKeyInEveryRecord) {
 
     reports.errors.clear();
     call("sorthl", {number(3)});
-    EXPECT_TRUE(reports.reported("invalid params!"));
+    EXPECT_TRUE(reported(reports, "invalid params!"));
 }
 
 TEST_F(BuiltinsArraysTest, ObjectsAnswerThroughTheirOwnOperations) {
@@ -384,22 +365,22 @@ TEST_F(BuiltinsArraysTest, ObjectsAnswerThroughTheirOwnOperations) {
 
 TEST_F(BuiltinsArraysTest, StaleHandlesAreReported) {
     vrkvar* h = handle(nullptr);
-    ReportCapture reports;
+    test::LogCapture reports;
     vrkvar* r = call("push", {h, number(1)});
     ASSERT_EQ(r->type, Tag::ERR);
     EXPECT_EQ(*r->value.str, "pointer invalid");
-    EXPECT_TRUE(reports.reported("ext ptr invalid!"));
+    EXPECT_TRUE(reported(reports, "ext ptr invalid!"));
     for (const char* name : {"count", "pop", "sync"}) {
         reports.errors.clear();
         EXPECT_EQ(to_int(call(name, {h})), 0) << name;
-        EXPECT_TRUE(reports.reported("ext ptr invalid!")) << name;
+        EXPECT_TRUE(reported(reports, "ext ptr invalid!")) << name;
     }
     reports.errors.clear();
     EXPECT_EQ(to_int(call("has_key", {h, text("k")})), 0);
-    EXPECT_TRUE(reports.reported("ext ptr invalid!"));
+    EXPECT_TRUE(reported(reports, "ext ptr invalid!"));
     reports.errors.clear();
     EXPECT_EQ(to_int(call("resize", {h, number(1)})), 1);
-    EXPECT_TRUE(reports.reported("ext ptr invalid!"));
+    EXPECT_TRUE(reported(reports, "ext ptr invalid!"));
 }
 
 TEST_F(BuiltinsArraysTest, TheResultCellAsTheListItself) {
@@ -456,16 +437,16 @@ TEST_F(BuiltinsArraysTest, RingsRebuiltFromTheirOwnElementsStaySound) {
     vrkvar* g = list({0, 0, 0, -4});
     call("cycle_get", {g, number(3)});
     EXPECT_EQ(values_of(g), (std::vector<int64_t>{0, 0, 3, -3}));
-    ReportCapture reports;
+    test::LogCapture reports;
     EXPECT_EQ(to_int(call("cycle_get", {g, number(-1)})), -1);
-    EXPECT_TRUE(reports.reported("index out of range!"));
+    EXPECT_TRUE(reported(reports, "index out of range!"));
 }
 
 TEST_F(BuiltinsArraysTest, JsonOnAConstantLeavesItAlone) {
-    ReportCapture reports;
+    test::LogCapture reports;
     EXPECT_EQ(call("json", {none_value(), number(2)}), none_value());
     EXPECT_EQ(none_value()->type, Tag::VOID);
-    EXPECT_TRUE(reports.reported("invalid params!"));
+    EXPECT_TRUE(reported(reports, "invalid params!"));
     vrkvar* n = number(1);
     EXPECT_EQ(call("json", {n, number(2)}), n) << "the argument cell, not the result";
     EXPECT_EQ(values_of(n), (std::vector<int64_t>{0, 0}));

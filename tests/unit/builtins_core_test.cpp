@@ -13,6 +13,7 @@
 #include "builtins/registry.h"
 #include "host/engine.h"
 #include "platform/system.h"
+#include "support/log_capture.h"
 #include "values/json.h"
 #include "vm/block.h"
 #include "vm/sleep.h"
@@ -20,27 +21,7 @@
 namespace vrk {
 namespace {
 
-// Collects every log message with its type while it exists.
-class LogCapture {
-public:
-    LogCapture() {
-        id = log().addListener([this](ScriptLogType type, const char* text) {
-            entries.emplace_back(type, text);
-            return true;
-        });
-    }
-    ~LogCapture() { log().removeListener(id); }
-    std::vector<std::string> of(ScriptLogType type) const {
-        std::vector<std::string> out;
-        for (const auto& [t, text] : entries)
-            if (t == type) out.push_back(text);
-        return out;
-    }
-    std::vector<std::pair<ScriptLogType, std::string>> entries;  // in order of arrival
-
-private:
-    uint32_t id = 0;
-};
+using test::LogCapture;
 
 class BuiltinsCoreTest : public ::testing::Test {
 protected:

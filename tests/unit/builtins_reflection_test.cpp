@@ -11,38 +11,14 @@
 #include "base/script_lock.h"
 #include "builtins/registry.h"
 #include "host/engine.h"
+#include "support/log_capture.h"
 #include "values/object.h"
 #include "vm/block.h"
 
 namespace vrk {
 namespace {
 
-// Collects warnings and errors logged while it exists.
-class LogCapture {
-public:
-    LogCapture() {
-        id = log().addListener([this](ScriptLogType type, const char* text) {
-            (type == ScriptLogType::error ? errors : others).emplace_back(text);
-            return true;
-        });
-    }
-    ~LogCapture() { log().removeListener(id); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-
-    bool saw(const std::string& part) const {
-        for (const auto* list : {&errors, &others})
-            for (const std::string& line : *list)
-                if (line.find(part) != std::string::npos) return true;
-        return false;
-    }
-
-    std::vector<std::string> errors;
-    std::vector<std::string> others;
-
-private:
-    uint32_t id = 0;
-};
+using test::LogCapture;
 
 // An object that counts how it ends and hands out a separate twin as its copy.
 class gadget : public vrkobject {

@@ -8,6 +8,7 @@
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "support/log_capture.h"
 #include "values/cell.h"
 #include "values/element_store.h"
 #include "values/json.h"
@@ -18,32 +19,7 @@
 namespace vrk {
 namespace {
 
-// Collects the error and log texts written while it lives.
-class LogCapture {
-public:
-    LogCapture() {
-        id = log().addListener([this](ScriptLogType type, const char* text) {
-            (type == ScriptLogType::error ? errors : lines).emplace_back(text);
-            return true;
-        });
-    }
-    ~LogCapture() { log().removeListener(id); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-
-    static bool has(const std::vector<std::string>& texts, const std::string& text) {
-        for (const std::string& t : texts) {
-            if (t.find(text) != std::string::npos) return true;
-        }
-        return false;
-    }
-
-    std::vector<std::string> errors;
-    std::vector<std::string> lines;
-
-private:
-    uint32_t id = 0;
-};
+using test::LogCapture;
 
 // An object that records what the store asked of it.
 class RecordingObject : public vrkobject {
