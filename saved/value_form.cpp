@@ -2,6 +2,7 @@
 #include "saved/value_form.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/log.h"
@@ -340,7 +341,9 @@ bool read_list(vrkjson* json, ScriptCacheReader& r, vrkblock* contextBlock) {
 
 // ---- native objects ---------------------------------------------------------------------
 
-void set_object_creator(object_creator creator) { creator_slot() = creator; }
+object_creator set_object_creator(object_creator creator) {
+    return std::exchange(creator_slot(), creator);
+}
 
 void set_object_associator(object_associator associator) { associator_slot() = associator; }
 

@@ -59,7 +59,8 @@ void dataToJson(vrkjson* json, const std::vector<uint8_t>& bytes, uint32_t& posi
 using object_creator = vrkobject* (*)(const std::string& type_name);
 // Ties an object read as part of a saved program to that program's block.
 using object_associator = void (*)(vrkobject* object, vrkblock* block);
-void set_object_creator(object_creator creator);
+// Installs the creator; returns the one it replaces.
+object_creator set_object_creator(object_creator creator);
 void set_object_associator(object_associator associator);
 // Reads a type name, creates the object and lets it read its state; null (with
 // the report of the unknown type) when it cannot be created.

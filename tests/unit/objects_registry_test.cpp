@@ -12,7 +12,6 @@
 #include "host/engine.h"
 #include "objects/object_ext.h"
 #include "objects/type_registry.h"
-#include "support/platform_only.h"
 #include "support/saved_support.h"
 #include "values/value_context.h"
 #include "vm/block.h"
@@ -100,7 +99,6 @@ TEST_F(ObjectRegistryTest, StaleHandleResolvesToNothing) {
 }
 
 TEST_F(ObjectRegistryTest, DeepCopyGoesThroughTheSavedForm) {
-    VRK_LINUX_ONLY("the copy by name finds no type in the Windows build yet (open fault)");
     auto original = std::make_unique<plain_probe>();
     vrkobject* copy = original->deepCopy();
     ASSERT_NE(copy, nullptr) << "a type without a saved form of its own copies by name";

@@ -307,6 +307,9 @@ vrkobject* make_counter(const std::string& name) {
 }
 
 TEST_F(ValueFormTest, NativeObjects) {
+    // This test installs creators of its own; the object model's comes back
+    // at the end, for the tests that run after it.
+    const object_creator installed = set_object_creator(nullptr);
     auto* original = new Counter();
     original->value = 77;
     OwnedCell handle;
@@ -356,7 +359,7 @@ TEST_F(ValueFormTest, NativeObjects) {
         ASSERT_EQ(back->value.json->elements.size(), 1u);
         EXPECT_EQ(back->value.json->elements[0]->type, Tag::PTR);
     }
-    set_object_creator(nullptr);
+    set_object_creator(installed);
     delete original;
 }
 
