@@ -49,7 +49,6 @@ struct vrkcontext {
     uint32_t depth_budget = 0;       // nested runs left
     uint32_t depth_limit = 0;        // the depth budget as set, named in its report
     bool step_budget_spent = false;  // the step budget ran out (reported once)
-    bool fused_paths = true;         // the run loop runs number sequences in one step
 };
 
 // The process context, created on first use and never freed.

@@ -74,8 +74,8 @@ bool FrameClock::wait() {
 bool FrameClock::wait_idle(int timeoutMs) {
     const HANDLE timer = as_handle(timerHandle);
     ::CancelWaitableTimer(timer);
-    const DWORD result =
-        ::WaitForSingleObject(as_handle(eventHandle), static_cast<DWORD>(timeoutMs));
+    const DWORD result = ::WaitForSingleObject(as_handle(eventHandle),
+                                               static_cast<DWORD>(timeoutMs));
     const bool ticking = arm(timer);
     return (result == WAIT_OBJECT_0 || result == WAIT_TIMEOUT) && ticking;
 }

@@ -5,7 +5,9 @@
 //
 //   LOAD a; ARG 0 m; LOAD b; CMP code      the test `a < b` (and its kin)
 //   X_TMP 0; LOAD y; X                     `v op= y`, `h = a op y` (h holds a)
+//   LOAD v; INC                            `v++`
 //
+// (the LOAD of the left operand in front of an operand step joins it too).
 // Run one at a time they take a temp, copy the left operand into it, push and
 // pop slots and give the temp back: several hundred machine instructions for
 // one comparison of two integers. When both operands are plain numbers, none
@@ -22,7 +24,7 @@
 // operands qualify; anything else (strings, objects, null slots, constants as
 // results, fresh native results, a by-reference argument) takes the single
 // instructions. The exit test of a loop whose condition holds is decided in
-// line too. `vrkcontext::fused_paths` switches the fused steps off, which
+// line too. `vrkvalue_context::fused_paths` switches the fused steps off, which
 // the tests use to compare both ways on the same code.
 #pragma once
 
@@ -85,17 +87,18 @@ inline bool number_test(int64_t code, const vrkvar* rhs, const vrkvar* lhs, bool
     }
 }
 
-// `LOAD a; ARG 0 m; LOAD b; CMP code` at rs.ip, both variables numbers.
-// Answers true when it ran the four instructions.
-inline bool compare_step(run_state& rs, const vrkinstr* code, std::size_t count, uint64_t& steps) {
+// `LOAD a; ARG 0 m; LOAD b; CMP code` at rs.ip, `lhs` the variable of the
+// first LOAD, both variables numbers. Answers true when it ran the four
+// instructions.
+inline bool compare_step(run_state& rs, vrkvar* lhs, const vrkinstr* code, std::size_t count,
+                         uint64_t& steps) {
     constexpr uint32_t kLength = 4;
     if (rs.ip + std::size_t{kLength} > count || steps < kLength) return false;
     const vrkinstr& arg = code[rs.ip + 1];
     const vrkinstr& cmp = code[rs.ip + 3];
     if (arg.opcode() != Op::ARG || arg.arg != 0 || arg.ref == 0 || cmp.opcode() != Op::CMP)
         return false;
-    vrkvar* lhs = loaded_var(code[rs.ip]);
-    if (!lhs || !is_number(lhs) || (lhs->attrs & attr::FRESH_RESULT)) return false;
+    if (!is_number(lhs) || (lhs->attrs & attr::FRESH_RESULT)) return false;
     vrkvar* rhs = loaded_var(code[rs.ip + 2]);
     if (!rhs || !is_number(rhs)) return false;
     bool known = false;
@@ -145,20 +148,21 @@ inline void store_float(vrkvar* res, double v) {
     }
 }
 
-// `X_TMP 0; LOAD y; X` at rs.ip, the top cell and y numbers: the top cell
+// `X_TMP 0; LOAD y; X` at index `at`, the top cell and y numbers: the top cell
 // receives top op y, as the operator writes its result into the slot under the
-// operand pair. Answers true when it ran the three instructions.
-inline bool arithmetic_step(run_state& rs, const vrkinstr* code, std::size_t count,
-                            uint64_t& steps) {
+// operand pair. `before`: instructions of this step already run in front of
+// it (the LOAD of the top cell). Answers true when it ran the three.
+inline bool arithmetic_at(run_state& rs, uint32_t at, uint32_t before, const vrkinstr* code,
+                          std::size_t count, uint64_t& steps) {
     constexpr uint32_t kLength = 3;
-    if (rs.ip + std::size_t{kLength} > count || steps < kLength) return false;
-    const vrkinstr& step = code[rs.ip];
-    const Op op = code[rs.ip + 2].opcode();
+    if (at + std::size_t{kLength} > count || steps < before + kLength) return false;
+    const vrkinstr& step = code[at];
+    const Op op = code[at + 2].opcode();
     if (step.ref != 0 || step.arg == -2 || !completes(step.opcode(), op)) return false;
     vrkblock* b = rs.b;
     vrkvar* res = top_slot(b);
     if (!is_number(res) || res->constant || (res->attrs & attr::FRESH_RESULT)) return false;
-    vrkvar* rhs = loaded_var(code[rs.ip + 1]);
+    vrkvar* rhs = loaded_var(code[at + 1]);
     if (!rhs || !is_number(rhs)) return false;
     if (res->type == Tag::INT && rhs->type == Tag::INT) {
         const auto l = static_cast<uint64_t>(res->value.i);
@@ -182,8 +186,49 @@ inline bool arithmetic_step(run_state& rs, const vrkinstr* code, std::size_t cou
     }
     // The `+` forgets a string kept in place by an earlier operand step.
     if (op == Op::ADD) rs.kept_left = nullptr;
-    steps -= kLength - 1;
-    rs.next = rs.ip + kLength;
+    steps -= before + kLength - 1;
+    rs.next = at + kLength;
+    return true;
+}
+
+inline bool arithmetic_step(run_state& rs, const vrkinstr* code, std::size_t count,
+                            uint64_t& steps) {
+    return arithmetic_at(rs, rs.ip, 0, code, count, steps);
+}
+
+// INC or DEC right behind the LOAD of a number, as step_in_place does it: a
+// constant stays as it is, an integer wraps around.
+inline void step_number(vrkvar* v, bool up) {
+    if (v->constant) return;
+    if (v->type == Tag::INT) {
+        const auto i = static_cast<uint64_t>(v->value.i);
+        v->value.i = static_cast<int64_t>(up ? i + 1 : i - 1);
+    } else {
+        v->value.f += up ? 1.0 : -1.0;
+    }
+}
+
+// LOAD of a named variable at rs.ip, together with what follows it where that
+// can be fused: the comparison sequence, an operand step with its operator,
+// or INC / DEC. Answers false, having done nothing, when the LOAD names no
+// variable; otherwise the LOAD has run, and what followed it if rs.next says so.
+inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count, uint64_t& steps) {
+    vrkvar* v = loaded_var(code[rs.ip]);
+    if (!v) return false;
+    if (compare_step(rs, v, code, count, steps)) return true;
+    top_slot(rs.b) = v;
+    const uint32_t at = rs.ip + 1;
+    if (at >= count) return true;
+    const Op next = code[at].opcode();
+    if (next == Op::INC || next == Op::DEC) {
+        if (steps >= 2 && is_number(v)) {
+            step_number(v, next == Op::INC);
+            steps -= 1;
+            rs.next = at + 1;
+        }
+        return true;
+    }
+    arithmetic_at(rs, at, 1, code, count, steps);
     return true;
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/context.h"
 #include "base/log.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/debug_runs.h"
 #include "vm/errors.h"
@@ -120,8 +121,8 @@ struct depth_guard {
 // Executes one instruction, or with `fused` set a whole fused sequence that
 // starts at it (vm/fused_paths.h). Kept in line in the loop: as a call of its
 // own its entry and exit cost as much as a simple instruction.
-[[gnu::always_inline]] inline Flow dispatch(run_state& rs, vrkinstr& ins, const vrkinstr* code, std::size_t count, uint64_t& steps,
-              bool fused) {
+[[gnu::always_inline]] inline Flow dispatch(run_state& rs, vrkinstr& ins, const vrkinstr* code,
+                                            std::size_t count, uint64_t& steps, bool fused) {
     vrkblock* b = rs.b;
     Flow flow = Flow::next;
     switch (ins.opcode()) {
@@ -166,7 +167,7 @@ struct depth_guard {
         case Op::NOP: break;
         case Op::LOAD:
             if (ins.ref != 0) {
-                if (fused && fused::compare_step(rs, code, count, steps)) break;
+                if (fused && fused::load_step(rs, code, count, steps)) break;
                 slot_load(b, ins);
             } else if (ins.arg == load_code::RETURN) {
                 flow = return_value(rs);
@@ -252,7 +253,7 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const std::size_t count = b->code.size();
     run_state rs{b, start, start, start != 0};
     uint64_t& steps = ctx.step_budget;
-    const bool fused = ctx.fused_paths;
+    const bool fused = value_context().fused_paths;
     // With debug tables the run is recorded with its position, so that a
     // trace names the statement being run rather than the one it resumes at.
     const debug_run_scope recorded(ctx.debug_info ? b : nullptr, &rs.ip);

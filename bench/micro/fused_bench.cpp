@@ -10,6 +10,7 @@
 #include "base/context.h"
 #include "base/script_lock.h"
 #include "values/cell.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/instruction.h"
 #include "vm/run.h"
@@ -74,7 +75,7 @@ vrkblock* build(Shape shape, uint32_t& counter, uint32_t& total, int64_t& per_pa
 
 void run_shape(benchmark::State& state, Shape shape) {
     context().main_thread = current_thread_id();
-    context().fused_paths = state.range(0) != 0;
+    value_context().fused_paths = state.range(0) != 0;
     uint32_t counter = 0;
     uint32_t total = 0;
     int64_t per_pass = 0;
@@ -89,7 +90,7 @@ void run_shape(benchmark::State& state, Shape shape) {
     const auto instructions = static_cast<double>(state.iterations() * kIterations * per_pass);
     state.counters["time_per_instruction"] = benchmark::Counter(
         instructions, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-    context().fused_paths = true;
+    value_context().fused_paths = true;
     block_delete(b);
 }
 

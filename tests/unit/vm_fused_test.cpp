@@ -13,10 +13,12 @@
 
 #include "base/context.h"
 #include "base/log.h"
+#include "base/script_lock.h"
 #include "frontend/compile_context.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
 #include "values/cell.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/run.h"
 
@@ -70,7 +72,7 @@ protected:
     }
 
     void TearDown() override {
-        context().fused_paths = true;
+        value_context().fused_paths = true;
         context().step_budget = 0;
         context().step_budget_spent = false;
         log().removeListener(listener);
@@ -93,7 +95,7 @@ protected:
     // budget (0: none), resuming the root while it comes back suspended.
     outcome run_script(const std::string& text, bool fused, uint64_t budget = 0) {
         current = outcome{};
-        context().fused_paths = fused;
+        value_context().fused_paths = fused;
         parsers.push_back(std::make_unique<vrkparser>(engine.get(), text, false, true));
         vrkblock* root = parsers.back()->root_block;
         EXPECT_NE(root, nullptr);
