@@ -179,8 +179,11 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
         // to spare, makes this run wait: the chain of callers is handed to the
         // scheduler, which resumes it at this instruction on its next pass, so
         // the calls of a locked function take turns.
-        vrkblock* instance = (block->options & kLockedOption) ? nullptr
-                                                              : get_instance(block, fn, false);
+        // The function's block has just been looked at (its options, whether
+        // it is busy): it exists.
+        vrkblock* instance = (block->options & kLockedOption)
+                                 ? nullptr
+                                 : get_instance(block, fn, false, true);
         if (!instance) {
             if (block->native) runtime_error("EXTERNAL_BUSY", b);
             sleep(b, 0, false, 0);
