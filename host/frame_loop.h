@@ -4,7 +4,9 @@
 // calls it again and again; after a frame in which no block was suspended and
 // no script asked to keep running, it sleeps until the next 1 ms tick of the
 // frame clock or until another thread wakes it through the process context's
-// wake callback. Without a clock (one-shot runs have none, and creating one may
+// wake callback. When every list of the engine is empty (nothing sleeps, is
+// scheduled or runs each frame, and no worker exists) it does not tick at all
+// and waits for a wake-up alone. Without a clock (one-shot runs have none, and creating one may
 // fail) the wait ends at once and the loop polls.
 //
 // A native module may claim the main thread by setting the engine's

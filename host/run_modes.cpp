@@ -4,6 +4,7 @@
 // run builds an empty parser and constructs the program from the file's bytes.
 #include "host/run_modes.h"
 
+#include "base/context.h"
 #include "base/log.h"
 #include "frontend/compile.h"
 #include "frontend/parser.h"
@@ -48,6 +49,9 @@ bool run_frame(vrkscript& engine) { return engine.frame(true); }
 
 void reload_parser(vrkscript& engine, vrkparser* parser, bool recompileAll) {
     engine.reloadParser(parser, recompileAll);
+    // The reloaded script may have put blocks to sleep while the frame loop
+    // waited with nothing to do.
+    if (context().wakeCallback) context().wakeCallback();
 }
 
 void start_file_watcher(vrkscript&, const std::string&) {

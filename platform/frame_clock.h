@@ -6,6 +6,10 @@
 // hides how that is done: a waitable timer and an event on Windows, a timerfd
 // and an eventfd waited on together on Linux. A wake-up is consumed by the
 // wait it ends, so one wake ends exactly one wait.
+//
+// A host with nothing to do need not tick at all: `wait_idle` stops the timer,
+// waits for a wake-up alone (or a long safety time-out), and starts the timer
+// again before it returns, so the next `wait` ticks as before.
 #pragma once
 
 #include <cstdint>
@@ -31,6 +35,9 @@ public:
     // Blocks until the next tick or a wake-up. False when the wait itself
     // failed (it then returns at once).
     bool wait();
+    // Blocks until a wake-up or `timeoutMs` milliseconds, with the tick
+    // stopped meanwhile. False when the wait itself failed.
+    bool wait_idle(int timeoutMs);
 
 private:
     FrameClock(std::intptr_t timer, std::intptr_t event) : timerHandle(timer), eventHandle(event) {}

@@ -19,6 +19,16 @@ void drain(int fd) {
     (void)n;  // a counter already drained by another reader is no failure
 }
 
+// Sets the timer to tick every period from one period on, or stops it.
+bool arm(int timer, bool ticking) {
+    itimerspec period{};
+    if (ticking) {
+        period.it_value.tv_nsec = FrameClock::kPeriodMs * 1000000L;
+        period.it_interval.tv_nsec = FrameClock::kPeriodMs * 1000000L;
+    }
+    return ::timerfd_settime(timer, 0, &period, nullptr) == 0;
+}
+
 }  // namespace
 
 std::unique_ptr<FrameClock> FrameClock::create(int& error) {
@@ -33,10 +43,7 @@ std::unique_ptr<FrameClock> FrameClock::create(int& error) {
         ::close(timer);
         return nullptr;
     }
-    itimerspec period{};
-    period.it_value.tv_nsec = kPeriodMs * 1000000L;
-    period.it_interval.tv_nsec = kPeriodMs * 1000000L;
-    if (::timerfd_settime(timer, 0, &period, nullptr) != 0) {
+    if (!arm(timer, true)) {
         error = errno;
         ::close(event);
         ::close(timer);
@@ -68,6 +75,21 @@ bool FrameClock::wait() {
     if (fds[0].revents & POLLIN) drain(timer);
     if (fds[1].revents & POLLIN) drain(event);
     return true;
+}
+
+bool FrameClock::wait_idle(int timeoutMs) {
+    const int timer = static_cast<int>(timerHandle);
+    const int event = static_cast<int>(eventHandle);
+    arm(timer, false);
+    drain(timer);
+    pollfd fds[1] = {{event, POLLIN, 0}};
+    int ready;
+    do {
+        ready = ::poll(fds, 1, timeoutMs);
+    } while (ready < 0 && errno == EINTR);
+    if (ready > 0 && (fds[0].revents & POLLIN)) drain(event);
+    const bool ticking = arm(timer, true);
+    return ready >= 0 && ticking;
 }
 
 }  // namespace vrk::platform

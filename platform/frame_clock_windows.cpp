@@ -25,6 +25,14 @@ HANDLE create_timer() {
     return timer;
 }
 
+// Starts the periodic tick one period from now. Due times are in units of
+// 100 ns; a negative one is relative to now.
+bool arm(HANDLE timer) {
+    LARGE_INTEGER due{};
+    due.QuadPart = -static_cast<LONGLONG>(FrameClock::kPeriodMs) * 10000;
+    return ::SetWaitableTimer(timer, &due, FrameClock::kPeriodMs, nullptr, nullptr, FALSE) != 0;
+}
+
 }  // namespace
 
 std::unique_ptr<FrameClock> FrameClock::create(int& error) {
@@ -40,10 +48,7 @@ std::unique_ptr<FrameClock> FrameClock::create(int& error) {
         ::CloseHandle(event);
         return nullptr;
     }
-    // Due times are in units of 100 ns; a negative one is relative to now.
-    LARGE_INTEGER due{};
-    due.QuadPart = -static_cast<LONGLONG>(kPeriodMs) * 10000;
-    if (!::SetWaitableTimer(timer, &due, kPeriodMs, nullptr, nullptr, FALSE)) {
+    if (!arm(timer)) {
         error = static_cast<int>(::GetLastError());
         ::CloseHandle(timer);
         ::CloseHandle(event);
@@ -64,6 +69,15 @@ bool FrameClock::wait() {
     const HANDLE handles[2] = {as_handle(timerHandle), as_handle(eventHandle)};
     const DWORD result = ::WaitForMultipleObjects(2, handles, FALSE, INFINITE);
     return result == WAIT_OBJECT_0 || result == WAIT_OBJECT_0 + 1;
+}
+
+bool FrameClock::wait_idle(int timeoutMs) {
+    const HANDLE timer = as_handle(timerHandle);
+    ::CancelWaitableTimer(timer);
+    const DWORD result = ::WaitForSingleObject(as_handle(eventHandle),
+                                               static_cast<DWORD>(timeoutMs));
+    const bool ticking = arm(timer);
+    return (result == WAIT_OBJECT_0 || result == WAIT_TIMEOUT) && ticking;
 }
 
 }  // namespace vrk::platform

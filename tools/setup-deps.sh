@@ -27,6 +27,9 @@ packages=(
     clang-format
     clang
     libclang-rt-14-dev
+    # the interpreters bench/run compares with (Lua 5.4 and LuaJIT)
+    lua5.4
+    luajit
 )
 if [[ "${1:-}" == windows ]]; then
     packages+=(

@@ -34,7 +34,8 @@ struct vrkvalue_context {
     std::vector<vrkcallback> callback_queue;  // destroy callbacks by block
     uint32_t live_cells = 0;                  // constructed cell records
     std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
-    uint64_t blocks_destroyed = 0;                     // blocks that have left live_blocks so far
+    uint64_t blocks_destroyed = 0;  // blocks that have left live_blocks so far
+    bool fused_paths = true;  // the run loop runs number sequences in one step (vm/fused_paths.h)
     std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
     // Queues a native object for deletion at the frame end of an engine; set by the engine.
     std::function<void(vrkscript*, vrkobject*)> deferDeletion;

@@ -8,6 +8,7 @@
 // argument cell into the callee's variables; RESET 1; CALL. After the callee
 // has run, the caller puts the displaced variable pointers back.
 #include "base/log.h"
+#include "values/value_context.h"
 #include "vm/copies.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
@@ -56,10 +57,11 @@ void drop_callblock(vrkblock* b) {
 }
 
 // After the callee has run: its displaced variables go back, or for a native
-// callee the collected arguments are let go.
-void finish_binding(vrkblock* b) {
+// callee the collected arguments are let go. `callee_alive`: no block has been
+// destroyed since the callee was entered, so it still exists.
+void finish_binding(vrkblock* b, bool callee_alive = false) {
     if (b->params_bound && b->callee) {
-        restore_params(b);
+        restore_params(b, callee_alive);
     } else if (b->callee && b->callee->native) {
         b->params.clear();
     }
@@ -177,8 +179,11 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
         // to spare, makes this run wait: the chain of callers is handed to the
         // scheduler, which resumes it at this instruction on its next pass, so
         // the calls of a locked function take turns.
-        vrkblock* instance = (block->options & kLockedOption) ? nullptr
-                                                              : get_instance(block, fn, false);
+        // The function's block has just been looked at (its options, whether
+        // it is busy): it exists.
+        vrkblock* instance = (block->options & kLockedOption)
+                                 ? nullptr
+                                 : get_instance(block, fn, false, true);
         if (!instance) {
             if (block->native) runtime_error("EXTERNAL_BUSY", b);
             sleep(b, 0, false, 0);
@@ -235,7 +240,10 @@ Flow call(run_state& rs, const vrkinstr& ins) {
     vrkblock* callee = cell->block;
     b->callee = callee;
     if (!rs.resumed) b->waiting_on = callee;
+    // The callee is alive now; it still is afterwards if no block died meanwhile.
+    const uint64_t destroyed = value_context().blocks_destroyed;
     vrkvar* r = resume(callee, b, nullptr);
+    const bool callee_alive = value_context().blocks_destroyed == destroyed;
     top_slot(b) = r;
     if (callee->resume_at == 0) b->waiting_on = nullptr;
 
@@ -263,7 +271,7 @@ Flow call(run_state& rs, const vrkinstr& ins) {
     } else {
         drop_callblock(b);
     }
-    finish_binding(b);
+    finish_binding(b, callee_alive);
     return Flow::next;
 }
 

@@ -256,7 +256,7 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
     return copy;
 }
 
-vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force) {
+vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool source_alive) {
     vrkblock* source = block;
     if (function_cell) {
         if (is_marker(function_cell, 11)) return nullptr;
@@ -264,7 +264,7 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force) {
         if (cell->type != Tag::FUNCTION || !cell->block) return nullptr;
         source = cell->block;
     }
-    if (!block_alive(source)) return nullptr;
+    if (!(source_alive && source == block) && !block_alive(source)) return nullptr;
 
     vrkblock* chosen = nullptr;
     if (!force && !source->busy()) chosen = source;

@@ -52,8 +52,10 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy);
 // when it is idle (unless `force`), else an idle copy, else a new copy. The
 // closure of the cell is loaded into the block chosen. Null when the cell
 // names no live block, or when a busy native function would need a copy.
-// Without a cell, `block` is the function's block.
-vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force);
+// Without a cell, `block` is the function's block. `source_alive`: the caller
+// has just used the cell's block, so the look-up in the live blocks is spared.
+vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force,
+                       bool source_alive = false);
 
 // Loads the captured values of a lambda's cell into `target`, the block that
 // is about to run it. `caller` is the block on whose behalf the values are

@@ -193,6 +193,10 @@ Flow call(run_state& rs, const vrkinstr& ins);
 // EXTERNAL, the one instruction of a native block.
 Flow external(run_state& rs, const vrkinstr& ins);
 
+// restore_params (vm/run.h), skipping the look-up in the live blocks when the
+// caller knows the callee still exists (no block destroyed since it was entered).
+void restore_params(vrkblock* block, bool callee_alive);
+
 // ---- ends of a run and signals (vm/block_exit.cpp) --------------------------------------------
 // LOAD sub-code -1.
 Flow return_value(run_state& rs);

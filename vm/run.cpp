@@ -8,9 +8,11 @@
 
 #include "base/context.h"
 #include "base/log.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/debug_runs.h"
 #include "vm/errors.h"
+#include "vm/fused_paths.h"
 #include "vm/ops.h"
 
 namespace vrk {
@@ -116,8 +118,11 @@ struct depth_guard {
     depth_guard& operator=(const depth_guard&) = delete;
 };
 
-// Executes one instruction.
-Flow dispatch(run_state& rs, vrkinstr& ins) {
+// Executes one instruction, or with `fused` set a whole fused sequence that
+// starts at it (vm/fused_paths.h). Kept in line in the loop: as a call of its
+// own its entry and exit cost as much as a simple instruction.
+[[gnu::always_inline]] inline Flow dispatch(run_state& rs, vrkinstr& ins, const vrkinstr* code,
+                                            std::size_t count, uint64_t& steps, bool fused) {
     vrkblock* b = rs.b;
     Flow flow = Flow::next;
     switch (ins.opcode()) {
@@ -131,7 +136,10 @@ Flow dispatch(run_state& rs, vrkinstr& ins) {
         case Op::DIV_TMP:
         case Op::EXP_TMP:
         case Op::BIT_TMP:
-        case Op::TMP: operand_step(rs, ins); break;
+        case Op::TMP:
+            if (fused && fused::arithmetic_step(rs, code, count, steps)) break;
+            operand_step(rs, ins);
+            break;
         case Op::ADD: add_values(rs); break;
         case Op::SUB: arithmetic(b, BinOp::sub); break;
         case Op::MULT: arithmetic(b, BinOp::mult); break;
@@ -148,11 +156,18 @@ Flow dispatch(run_state& rs, vrkinstr& ins) {
         case Op::POP: pop_slots(b, ins); break;
         case Op::FREE_TOP: free_top(b); break;
         case Op::JMP: flow = jump(rs, ins); break;
-        case Op::JMP_FALSE: flow = jump_if_false(rs, ins, false); break;
-        case Op::JMP_FALSE_LOOP: flow = jump_if_false(rs, ins, true); break;
+        case Op::JMP_FALSE:
+            if (fused && fused::jump_not_taken(b, false)) break;
+            flow = jump_if_false(rs, ins, false);
+            break;
+        case Op::JMP_FALSE_LOOP:
+            if (fused && fused::jump_not_taken(b, true)) break;
+            flow = jump_if_false(rs, ins, true);
+            break;
         case Op::NOP: break;
         case Op::LOAD:
             if (ins.ref != 0) {
+                if (fused && fused::load_step(rs, code, count, steps)) break;
                 slot_load(b, ins);
             } else if (ins.arg == load_code::RETURN) {
                 flow = return_value(rs);
@@ -238,6 +253,7 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const std::size_t count = b->code.size();
     run_state rs{b, start, start, start != 0};
     uint64_t& steps = ctx.step_budget;
+    const bool fused = value_context().fused_paths;
     // With debug tables the run is recorded with its position, so that a
     // trace names the statement being run rather than the one it resumes at.
     const debug_run_scope recorded(ctx.debug_info ? b : nullptr, &rs.ip);
@@ -251,7 +267,7 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
         // Running out of memory is a run-time error of the script, not of the
         // host: the run that met it ends, and everything else goes on.
         try {
-            flow = dispatch(rs, ins);
+            flow = dispatch(rs, ins, code, count, steps, fused);
         } catch (const std::bad_alloc&) {
             return out_of_memory_end(b);
         } catch (const std::length_error&) {

@@ -7,6 +7,7 @@
 #include "values/json.h"
 #include "values/object.h"
 #include "vm/block.h"
+#include "vm/ops.h"
 #include "vm/run.h"
 
 namespace vrk {
@@ -46,10 +47,12 @@ void release_scoped(vrkblock* b) {
 
 }  // namespace
 
-void restore_params(vrkblock* block) {
+void restore_params(vrkblock* block) { restore_params(block, false); }
+
+void restore_params(vrkblock* block, bool callee_alive) {
     vrkblock* callee = block->callee;
     std::size_t n = block->params.size();
-    if (callee && block_alive(callee) && callee->vars->size() >= n) {
+    if (callee && (callee_alive || block_alive(callee)) && callee->vars->size() >= n) {
         for (std::size_t i = 0; i < n; ++i) (*callee->vars)[n - 1 - i] = block->params[i];
     } else if (n) {
         log().log("tmpstack for deleted block!");

@@ -15,8 +15,8 @@ function Counter:add(step)
 end
 
 local div = 1
-local n = 100000 // div
-local calls = 1000000 // div
+local n = math.floor(100000 / div)
+local calls = math.floor(1000000 / div)
 local total = 0
 for i = 0, n - 1 do
   local c = Counter.new(i)

@@ -2,8 +2,8 @@
 -- read one field of a keyed record 1,000,000 times by the same key.
 -- The runner sets div to 10 for the tenth-size row.
 local div = 1
-local n = 300000 // div
-local reads = 1000000 // div
+local n = math.floor(300000 / div)
+local reads = math.floor(1000000 / div)
 local a = {}
 for i = 0, n - 1 do
   a[i + 1] = i * 2

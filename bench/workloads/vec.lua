@@ -12,7 +12,7 @@ local function new(x, y, z)
 end
 
 local div = 1
-local n = 1000000 // div
+local n = math.floor(1000000 / div)
 local acc = new(0.0, 0.0, 0.0)
 local step = new(1.0, 2.0, 3.0)
 local total = 0.0

@@ -1,0 +1,189 @@
+// The fused number paths of the run loop against the single instructions:
+// every script here is compiled twice and run once with the fused steps off
+// and once with them on; what it prints, what it logs and the final state of
+// every variable of every block must be the same. The cases cover integers,
+// floats, mixed pairs, wrap-around, constants, fresh native results, operands
+// that must take the slow path, a block that suspends inside a loop, and the
+// step budget running out at every instruction of a loop.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/context.h"
+#include "base/log.h"
+#include "base/script_lock.h"
+#include "frontend/compile_context.h"
+#include "frontend/parser.h"
+#include "host/engine.h"
+#include "values/cell.h"
+#include "values/value_context.h"
+#include "vm/block.h"
+#include "vm/run.h"
+
+namespace vrk {
+namespace {
+
+// Everything a run shows.
+struct outcome {
+    std::vector<std::string> printed;  // arguments of print, as text
+    std::vector<std::string> logged;   // log lines
+    std::vector<std::string> state;    // tag and text of every variable, block by block
+    int suspensions = 0;               // times the root run came back suspended
+};
+
+class VmFusedTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        context().main_thread = current_thread_id();
+        compile_context().current_compiling_block = nullptr;
+        engine = std::make_unique<vrkscript>();
+        engine->registerFunction(
+            "print",
+            [this](vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) -> vrkvar* {
+                std::string line;
+                for (vrkvar* a : args) line += to_string(a) + " ";
+                current.printed.push_back(line);
+                return &result;
+            },
+            16, nullptr, "prints its arguments", true, true);
+        // A native result marked fresh, as builtins that make a new value mark it.
+        engine->registerFunction(
+            "fresh",
+            [](vrkblock*, std::vector<vrkvar*>&, void*, vrkvar& result) -> vrkvar* {
+                set_int(&result, 40);
+                result.attrs |= attr::FRESH_RESULT;
+                return &result;
+            },
+            0, nullptr, "a fresh integer", true, true);
+        // Suspends the calling run after this instruction, as a sleep does.
+        engine->registerFunction(
+            "pause",
+            [](vrkblock* b, std::vector<vrkvar*>&, void*, vrkvar& result) -> vrkvar* {
+                if (b) b->suspended = 2;
+                return &result;
+            },
+            0, nullptr, "suspends the caller", true, true);
+        listener = log().addListener([this](ScriptLogType, const char* text) {
+            current.logged.emplace_back(text);
+            return true;
+        });
+    }
+
+    void TearDown() override {
+        value_context().fused_paths = true;
+        context().step_budget = 0;
+        context().step_budget_spent = false;
+        log().removeListener(listener);
+        parsers.clear();
+        engine.reset();
+    }
+
+    static void dump(const vrkblock* b, std::vector<std::string>& out) {
+        if (!b) return;
+        for (const vrkvar* v : *b->vars) {
+            if (!v) continue;
+            out.push_back(std::to_string(static_cast<int>(v->type)) + ":" + to_string(v) + ":" +
+                          std::to_string(v->attrs));
+        }
+        if (b->children)
+            for (const vrkblock* c : *b->children) dump(c, out);
+    }
+
+    // Compiles and runs `text` with the fused steps on or off, under a step
+    // budget (0: none), resuming the root while it comes back suspended.
+    outcome run_script(const std::string& text, bool fused, uint64_t budget = 0) {
+        current = outcome{};
+        value_context().fused_paths = fused;
+        parsers.push_back(std::make_unique<vrkparser>(engine.get(), text, false, true));
+        vrkblock* root = parsers.back()->root_block;
+        EXPECT_NE(root, nullptr);
+        context().step_budget = budget;
+        context().step_budget_spent = false;
+        if (root) {
+            vrkvar* r = run(root, nullptr, 0, nullptr);
+            while (r == kSuspended && current.suspensions < 1000) {
+                ++current.suspensions;
+                r = resume(root, nullptr, nullptr);
+            }
+        }
+        context().step_budget = 0;
+        context().step_budget_spent = false;
+        dump(root, current.state);
+        return current;
+    }
+
+    void expect_same(const std::string& text, uint64_t budget = 0) {
+        const outcome slow = run_script(text, false, budget);
+        const outcome fast = run_script(text, true, budget);
+        EXPECT_EQ(slow.printed, fast.printed) << text << " budget " << budget;
+        EXPECT_EQ(slow.logged, fast.logged) << text << " budget " << budget;
+        EXPECT_EQ(slow.state, fast.state) << text << " budget " << budget;
+        EXPECT_EQ(slow.suspensions, fast.suspensions) << text;
+    }
+
+    std::unique_ptr<vrkscript> engine;
+    std::vector<std::unique_ptr<vrkparser>> parsers;
+    outcome current;
+    uint32_t listener = 0;
+};
+
+TEST_F(VmFusedTest, NumbersGiveWhatTheSingleInstructionsGive) {
+    // Integers: the counting loop, every operator, every comparison.
+    const std::string integers =
+        "t=0; for (i=0; i<50; i++) { t += i; t -= 1; t *= 2; t /= 2; } print(t);"
+        "a=7; b=2; c = a + b; d = a - b; e = a * b; f = a / b; z = a / 0; print(c, d, e, f, z);"
+        "print(a < b, a <= b, a > b, a >= b, a == b, a != b, a === b, a || b, a && b);"
+        "n=0; print(n || n, n && a, b == 2, b != 2, b >= 2, b <= 2);";
+    expect_same(integers);
+    const outcome ints = run_script(integers, true);
+    ASSERT_FALSE(ints.printed.empty());
+    EXPECT_EQ(ints.printed[0], "1175 ") << "sum of 0..49 less 50";
+    EXPECT_EQ(ints.printed[1], "9 5 14 3 0 ");
+
+    // Floats and mixed pairs: promotion, division by zero, strict equality.
+    expect_same(
+        "x=1.5; y=2; x += y; print(x); y += x; print(y); w = y / 0; print(w);"
+        "v = 0.5; v *= 3; v -= 1; print(v); u = 3; u /= 1.5; print(u);"
+        "print(x < y, y == 5.5, 2 === 2.0, 2 == 2.0, x >= 3.5, x || 0, 0.0 && x);"
+        "s = 0.0; for (k = 0.5; k < 4; k++) { s += k; } print(s);");
+
+    // Wrap-around of the integer rule.
+    const std::string wrap =
+        "m = 9223372036854775807; m += 1; print(m); m -= 1; print(m); p = m * 3; print(p);"
+        "q = 0 - m; q -= 2; print(q); r = q / -1; print(r);";
+    expect_same(wrap);
+    EXPECT_EQ(run_script(wrap, true).printed[0], "-9223372036854775808 ");
+}
+
+TEST_F(VmFusedTest, OperandsOutsideTheFusedPathsTakeTheSingleInstructions) {
+    // Constants on the left, fresh native results, strings, the void value,
+    // an unknown name, and a compound store into a constant.
+    expect_same(
+        "print(3 + 4, 10 - 3 - 2, 2 < 3, 6 / 4);"
+        "n = fresh() + 2; m = fresh() < 50; k = fresh(); k += 1; print(n, m, k);"
+        "s = \"a\"; s += 1; s += 2.5; print(s); u = \"5\"; print(u < 7, u == 5, 7 > u);"
+        "j = none; print(j < 1); g += 4; print(g); h = 2; h += \"x\"; print(h);"
+        "arr = [1, 2]; print(arr[0] < arr[1]);");
+}
+
+TEST_F(VmFusedTest, SuspendedLoopResumesTheSame) {
+    const std::string text =
+        "t = 0; for (i = 0; i < 6; i++) { t += i; if (i < 3) { pause(); } t *= 2; } print(t);";
+    expect_same(text);
+    const outcome fast = run_script(text, true);
+    EXPECT_EQ(fast.suspensions, 3);
+    EXPECT_EQ(fast.printed, (std::vector<std::string>{"114 "}));
+}
+
+TEST_F(VmFusedTest, StepBudgetStopsAtTheSameInstruction) {
+    // Every budget from 1 up to past the whole run: the run stops at the same
+    // instruction, with the same variables, either way.
+    const std::string text =
+        "t=0; f=0.5; for (i=0; i<4; i++) { t += i; f *= 2; if (t > f) { t -= 1; } } print(t, f);";
+    for (uint64_t budget = 1; budget < 200; ++budget) expect_same(text, budget);
+}
+
+}  // namespace
+}  // namespace vrk

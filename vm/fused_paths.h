@@ -1,0 +1,247 @@
+// Fused number paths of the run loop (private to vm/).
+//
+// Most instructions of a counting loop come in two fixed sequences that the
+// compiler lays out for every comparison and every arithmetic operator:
+//
+//   LOAD a; ARG 0 m; LOAD b; CMP code      the test `a < b` (and its kin)
+//   X_TMP 0; LOAD y; X                     `v op= y`, `h = a op y` (h holds a)
+//   LOAD v; INC                            `v++`
+//
+// (the LOAD of the left operand in front of an operand step joins it too).
+// Run one at a time they take a temp, copy the left operand into it, push and
+// pop slots and give the temp back: several hundred machine instructions for
+// one comparison of two integers. When both operands are plain numbers, none
+// of that can be seen from the script, and the dispatch runs the whole
+// sequence in one step: the loop checks the sequence and its operands, and
+// only then does the work that leaves exactly the state the single
+// instructions leave (the same top slot, the same cells written, the same
+// fields cleared, the member owner forgotten where a freed temp forgets it).
+//
+// A fused step counts every instruction it replaces against the step budget;
+// when the budget would run out inside the sequence, the single instructions
+// run instead, so that the budget stops the run at the same instruction.
+// Nothing in these sequences can suspend the block or report an error when the
+// operands qualify; anything else (strings, objects, null slots, constants as
+// results, fresh native results, a by-reference argument) takes the single
+// instructions. The exit test of a loop whose condition holds is decided in
+// line too. `vrkvalue_context::fused_paths` switches the fused steps off, which
+// the tests use to compare both ways on the same code.
+#pragma once
+
+#include <cstdint>
+
+#include "vm/ops.h"
+
+namespace vrk {
+
+namespace fused {
+
+// A plain number cell: INT or FLOAT, not a marker.
+inline bool is_number(const vrkvar* c) {
+    return !is_marker(c, kMarkerLimit) && (c->type == Tag::INT || c->type == Tag::FLOAT);
+}
+
+// The cell a LOAD of a named variable puts into the top slot, or null when the
+// instruction is anything else (a sub-code, a bad index).
+inline vrkvar* loaded_var(const vrkinstr& ins) {
+    if (ins.opcode() != Op::LOAD || ins.ref == 0) return nullptr;
+    vrkblock* owner = operand_block(ins);
+    if (!has_var(owner, ins.arg)) return nullptr;
+    return (*owner->vars)[static_cast<std::size_t>(ins.arg)];
+}
+
+// The answer of CMP `code` for two numbers, right operand first, as the
+// comparison routines give it.
+inline bool number_test(int64_t code, const vrkvar* rhs, const vrkvar* lhs, bool& known) {
+    known = true;
+    const bool floating = rhs->type == Tag::FLOAT || lhs->type == Tag::FLOAT;
+    if (floating) {
+        const double r = rhs->type == Tag::FLOAT ? rhs->value.f : static_cast<double>(rhs->value.i);
+        const double l = lhs->type == Tag::FLOAT ? lhs->value.f : static_cast<double>(lhs->value.i);
+        switch (code) {
+            case cmp_code::STRICT_EQUAL: return rhs->type == lhs->type && r == l;
+            case cmp_code::EQUAL: return r == l;
+            case cmp_code::NOT_EQUAL: return r != l;
+            case cmp_code::GREATER_EQUAL: return r <= l;
+            case cmp_code::LESS_EQUAL: return r >= l;
+            case cmp_code::GREATER: return r < l;
+            case cmp_code::LESS: return r > l;
+            case cmp_code::OR: return r != 0.0 || l != 0.0;
+            case cmp_code::AND: return r != 0.0 && l != 0.0;
+            default: known = false; return false;
+        }
+    }
+    const int64_t r = rhs->value.i;
+    const int64_t l = lhs->value.i;
+    switch (code) {
+        case cmp_code::STRICT_EQUAL:
+        case cmp_code::EQUAL: return r == l;
+        case cmp_code::NOT_EQUAL: return r != l;
+        case cmp_code::GREATER_EQUAL: return r <= l;
+        case cmp_code::LESS_EQUAL: return r >= l;
+        case cmp_code::GREATER: return r < l;
+        case cmp_code::LESS: return r > l;
+        case cmp_code::OR: return r != 0 || l != 0;
+        case cmp_code::AND: return r != 0 && l != 0;
+        default: known = false; return false;
+    }
+}
+
+// `LOAD a; ARG 0 m; LOAD b; CMP code` at rs.ip, `lhs` the variable of the
+// first LOAD, both variables numbers. Answers true when it ran the four
+// instructions.
+inline bool compare_step(run_state& rs, vrkvar* lhs, const vrkinstr* code, std::size_t count,
+                         uint64_t& steps) {
+    constexpr uint32_t kLength = 4;
+    if (rs.ip + std::size_t{kLength} > count || steps < kLength) return false;
+    const vrkinstr& arg = code[rs.ip + 1];
+    const vrkinstr& cmp = code[rs.ip + 3];
+    if (arg.opcode() != Op::ARG || arg.arg != 0 || arg.ref == 0 || cmp.opcode() != Op::CMP)
+        return false;
+    if (!is_number(lhs) || (lhs->attrs & attr::FRESH_RESULT)) return false;
+    vrkvar* rhs = loaded_var(code[rs.ip + 2]);
+    if (!rhs || !is_number(rhs)) return false;
+    bool known = false;
+    const bool answer = number_test(cmp.arg, rhs, lhs, known);
+    if (!known) return false;
+    vrkblock* b = rs.b;
+    // What the argument step and the freed temp leave behind.
+    b->transient_element = nullptr;
+    forget_transient_owner(b);
+    top_slot(b) = answer ? true_value() : false_value();
+    steps -= kLength - 1;
+    rs.next = rs.ip + kLength;
+    return true;
+}
+
+// True when `op` is the operator whose operand step is `step`.
+inline bool completes(Op step, Op op) {
+    switch (step) {
+        case Op::ADD_TMP: return op == Op::ADD;
+        case Op::SUB_TMP: return op == Op::SUB;
+        case Op::MULT_TMP: return op == Op::MULT;
+        case Op::DIV_TMP: return op == Op::DIV;
+        default: return false;
+    }
+}
+
+// set_int / set_float on a non-constant cell, with the same-type case in line.
+inline void store_int(vrkvar* res, int64_t v) {
+    if (res->type == Tag::INT) {
+        res->block = nullptr;
+        res->aux = 0;
+        res->attrs &= attr::KEEP_MASK;
+        res->value.i = v;
+    } else {
+        set_int(res, v);
+    }
+}
+
+inline void store_float(vrkvar* res, double v) {
+    if (res->type == Tag::FLOAT) {
+        res->block = nullptr;
+        res->aux = 0;
+        res->attrs &= attr::KEEP_MASK;
+        res->value.f = v;
+    } else {
+        set_float(res, v);
+    }
+}
+
+// `X_TMP 0; LOAD y; X` at index `at`, the top cell and y numbers: the top cell
+// receives top op y, as the operator writes its result into the slot under the
+// operand pair. `before`: instructions of this step already run in front of
+// it (the LOAD of the top cell). Answers true when it ran the three.
+inline bool arithmetic_at(run_state& rs, uint32_t at, uint32_t before, const vrkinstr* code,
+                          std::size_t count, uint64_t& steps) {
+    constexpr uint32_t kLength = 3;
+    if (at + std::size_t{kLength} > count || steps < before + kLength) return false;
+    const vrkinstr& step = code[at];
+    const Op op = code[at + 2].opcode();
+    if (step.ref != 0 || step.arg == -2 || !completes(step.opcode(), op)) return false;
+    vrkblock* b = rs.b;
+    vrkvar* res = top_slot(b);
+    if (!is_number(res) || res->constant || (res->attrs & attr::FRESH_RESULT)) return false;
+    vrkvar* rhs = loaded_var(code[at + 1]);
+    if (!rhs || !is_number(rhs)) return false;
+    if (res->type == Tag::INT && rhs->type == Tag::INT) {
+        const auto l = static_cast<uint64_t>(res->value.i);
+        const auto r = static_cast<uint64_t>(rhs->value.i);
+        switch (op) {
+            // Modular, as the integer rule of the operators.
+            case Op::ADD: store_int(res, static_cast<int64_t>(l + r)); break;
+            case Op::SUB: store_int(res, static_cast<int64_t>(l - r)); break;
+            case Op::MULT: store_int(res, static_cast<int64_t>(l * r)); break;
+            default: store_int(res, int_arith(BinOp::div, res->value.i, rhs->value.i)); break;
+        }
+    } else {
+        const double l = res->type == Tag::FLOAT ? res->value.f : static_cast<double>(res->value.i);
+        const double r = rhs->type == Tag::FLOAT ? rhs->value.f : static_cast<double>(rhs->value.i);
+        switch (op) {
+            case Op::ADD: store_float(res, l + r); break;
+            case Op::SUB: store_float(res, l - r); break;
+            case Op::MULT: store_float(res, l * r); break;
+            default: store_float(res, r == 0.0 ? 0.0 : l / r); break;
+        }
+    }
+    // The `+` forgets a string kept in place by an earlier operand step.
+    if (op == Op::ADD) rs.kept_left = nullptr;
+    steps -= before + kLength - 1;
+    rs.next = at + kLength;
+    return true;
+}
+
+inline bool arithmetic_step(run_state& rs, const vrkinstr* code, std::size_t count,
+                            uint64_t& steps) {
+    return arithmetic_at(rs, rs.ip, 0, code, count, steps);
+}
+
+// INC or DEC right behind the LOAD of a number, as step_in_place does it: a
+// constant stays as it is, an integer wraps around.
+inline void step_number(vrkvar* v, bool up) {
+    if (v->constant) return;
+    if (v->type == Tag::INT) {
+        const auto i = static_cast<uint64_t>(v->value.i);
+        v->value.i = static_cast<int64_t>(up ? i + 1 : i - 1);
+    } else {
+        v->value.f += up ? 1.0 : -1.0;
+    }
+}
+
+// LOAD of a named variable at rs.ip, together with what follows it where that
+// can be fused: the comparison sequence, an operand step with its operator,
+// or INC / DEC. Answers false, having done nothing, when the LOAD names no
+// variable; otherwise the LOAD has run, and what followed it if rs.next says so.
+inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count, uint64_t& steps) {
+    vrkvar* v = loaded_var(code[rs.ip]);
+    if (!v) return false;
+    if (compare_step(rs, v, code, count, steps)) return true;
+    top_slot(rs.b) = v;
+    const uint32_t at = rs.ip + 1;
+    if (at >= count) return true;
+    const Op next = code[at].opcode();
+    if (next == Op::INC || next == Op::DEC) {
+        if (steps >= 2 && is_number(v)) {
+            step_number(v, next == Op::INC);
+            steps -= 1;
+            rs.next = at + 1;
+        }
+        return true;
+    }
+    arithmetic_at(rs, at, 1, code, count, steps);
+    return true;
+}
+
+// JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT that is not 0, with no
+// loop signal pending: the jump is not taken and the loop goes on. Answers
+// false for everything else, which the jump routine decides.
+inline bool jump_not_taken(vrkblock* b, bool loop) {
+    if (b->stack.empty()) return false;
+    const vrkvar* v = b->stack.back();
+    if (is_marker(v, kMarkerLimit) || v->type != Tag::INT || v->value.i == 0) return false;
+    return !loop || b->loop_signal == 0;
+}
+
+}  // namespace fused
+
+}  // namespace vrk
