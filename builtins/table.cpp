@@ -15,12 +15,16 @@
 #include "builtins/arrays.h"
 #include "builtins/core.h"
 #include "builtins/data.h"
+#include "builtins/dates.h"
 #include "builtins/math.h"
 #include "builtins/process.h"
 #include "builtins/reflection.h"
+#include "builtins/schedules.h"
 #include "builtins/registry.h"
 #include "builtins/serial.h"
 #include "builtins/strings.h"
+#include "builtins/thread_objects.h"
+#include "builtins/threads.h"
 #include "builtins/time.h"
 #include "builtins/vectors.h"
 
@@ -58,9 +62,9 @@ constexpr vrkbuiltin_row var(const char* name, const char* description, vrkvaria
 constexpr std::array kRows{
     var("os", "file system and OS related functions.", nullptr),
     ctor("loadmodule", 3, numbered, "(filename_or_code,isfile,runscript)", "vorkamodule"),
-    ctor("threadworker", 1, numbered, "(function)", "threadworker"),
-    ctor("signalhandler", 0, numbered, "no description", "signalhandler"),
-    ctor("vrk_timer", 1, numbered, "no description", "vrk_timer"),
+    ctor("threadworker", 1, numbered, "(function)", "threadworker", lib::threadworker),
+    ctor("signalhandler", 0, numbered, "no description", "signalhandler", lib::signalhandler),
+    ctor("vrk_timer", 1, numbered, "no description", "vrk_timer", lib::vrk_timer),
     fn("removescript", 1, numbered, "no description"),
     fn("import", 1, numbered, "no description", lib::import),
     var("M_PI", "Pi", lib::setup_M_PI),
@@ -71,7 +75,7 @@ constexpr std::array kRows{
     fn("failcode", 1, plain, "(string) returns an error.", lib::failcode),
     fn("globalvar_exist", 1, plain, "(string) prints an error.", lib::globalvar_exist),
     fn("get_new_date", 12, numbered,
-       "(year,month,day,hour,min,sec, year2,month2,day2,hour2,min2,sec2)"),
+       "(year,month,day,hour,min,sec, year2,month2,day2,hour2,min2,sec2)", lib::get_new_date),
     fn("dbg_isconst", 1, plain, "(var) check if a return value is an error.", lib::dbg_isconst),
     fn("iserror", 1, plain, "(var) check if a return value is an error.", lib::iserror),
     fn("isrunning", 1, plain, "(var) check if this function is currently running.", lib::isrunning),
@@ -290,7 +294,7 @@ constexpr std::array kRows{
        lib::erase_value),
     fn("insert", 3, plain, "(string,index,string) erase index from json", lib::insert),
     fn("sleep", 1, numbered, "(int ms) pause execution for milliseconds", lib::sleep),
-    fn("yield", 0, numbered, "() switch to next task"),
+    fn("yield", 0, numbered, "() switch to next task", lib::yield),
     fn("keepalive", 0, numbered,
        "keep this thread alive and prevent it from being reused (in callbacks, for example)",
        lib::keepalive),
@@ -300,25 +304,25 @@ constexpr std::array kRows{
        "() returns path of the current loaded module (which calls this function)."),
     fn("modulename", 0, numbered,
        "() returns path of the current loaded module (which calls this function)."),
-    fn("thread", 16, numbered, "(func,...)"),
-    fn("thread_class", 16, numbered, "(func,class,...)"),
+    fn("thread", 16, numbered, "(func,...)", lib::thread),
+    fn("thread_class", 16, numbered, "(func,class,...)", lib::thread_class),
     fn("everyxdays", 16, numbered,
        "(func,days_delay,start_from,...) execute task every x days starting from start_from "
-       "(format = 'dd.mm.yyyy dd:dd')"),
+       "(format = 'dd.mm.yyyy dd:dd')", lib::everyxdays),
     fn("everyxhours", 3, numbered,
        "(func,hours_delay,start_from) execute task every x days starting from start_from (format "
-       "= 'dd.mm.yyyy dd:dd')"),
+       "= 'dd.mm.yyyy dd:dd')", lib::everyxhours),
     fn("everyxminutes", 3, numbered,
        "(func,hours_delay,start_from) execute task every x days starting from start_from (format "
-       "= 'dd.mm.yyyy dd:dd')"),
+       "= 'dd.mm.yyyy dd:dd')", lib::everyxminutes),
     fn("everyxseconds", 3, numbered,
        "(func,hours_delay,start_from) execute task every x days starting from start_from (format "
-       "= 'dd.mm.yyyy dd:dd')"),
-    fn("terminate", 1, numbered, "(func)"),
+       "= 'dd.mm.yyyy dd:dd')", lib::everyxseconds),
+    fn("terminate", 1, numbered, "(func)", lib::terminate),
     fn("timedexec", 2, numbered,
-       "(func,time_to_wait) executes function after time_to_wait milliseconds"),
-    fn("joinable", 1, numbered, "(func)"),
-    fn("join", 1, plain, "(func)"),
+       "(func,time_to_wait) executes function after time_to_wait milliseconds", lib::timedexec),
+    fn("joinable", 1, numbered, "(func)", lib::joinable),
+    fn("join", 1, plain, "(func)", lib::join),
     fn("sqrt", 1, plain, "", lib::sqrt),
     fn("abs", 1, plain, "", lib::abs),
     fn("round", 3, numbered,
@@ -398,7 +402,7 @@ constexpr std::array kRows{
        "(handle) creates a reference to a class value (not a copy) (does not work yet?)",
        lib::make_ref),
     fn("out", 1, plain, "print output to message handler."),
-    fn("time", 0, numbered, "get current time in ms"),
+    fn("time", 0, numbered, "get current time in ms", lib::time),
     fn("hideconsole", 0, numbered, "hide console"),
     fn("showconsole", 0, numbered, "show console"),
     fn("fileshortname", 1, numbered, "no description"),
@@ -406,26 +410,26 @@ constexpr std::array kRows{
     fn("couts", 1, numbered, "output to c default console"),
     fn("coutclear", 0, numbered, "clear console output"),
     fn("cprogress", 1, numbered, "(float 0. - 1.) output a progress bar to console"),
-    fn("year", 0, numbered, "get current year"),
-    fn("month", 0, numbered, "get current month"),
-    fn("day", 0, numbered, "get current day"),
-    fn("hour", 0, numbered, "get current hour"),
-    fn("minute", 0, numbered, "get current minute"),
-    fn("second", 0, numbered, "get current second"),
+    fn("year", 0, numbered, "get current year", lib::year),
+    fn("month", 0, numbered, "get current month", lib::month),
+    fn("day", 0, numbered, "get current day", lib::day),
+    fn("hour", 0, numbered, "get current hour", lib::hour),
+    fn("minute", 0, numbered, "get current minute", lib::minute),
+    fn("second", 0, numbered, "get current second", lib::second),
     fn("millis", 0, numbered, "get current second", lib::millis),
-    fn("minutes_ms", 1, numbered, "(time) get milliseconds for given time"),
-    fn("seconds_ms", 1, numbered, "(time) get milliseconds for given time"),
-    fn("hours_ms", 1, numbered, "(time) get milliseconds for given time"),
-    fn("days_ms", 1, numbered, "(time) get milliseconds for given time"),
-    fn("weeks_ms", 1, numbered, "(time) get milliseconds for given time"),
-    fn("ms_minutes", 1, numbered, "(time in ms) get minutes for given milliseconds"),
-    fn("ms_seconds", 1, numbered, "(time in ms) get seconds for given milliseconds"),
-    fn("ms_hours", 1, numbered, "(time in ms) get hours for given milliseconds"),
-    fn("ms_days", 1, numbered, "(time in ms) get days for given milliseconds"),
-    fn("ms_weeks", 1, numbered, "(time in ms) get weeks for given milliseconds"),
-    fn("timestamp", 0, numbered, "get current date as string"),
-    fn("timestamp2", 0, numbered, "get current date as string"),
-    fn("timestamp_json", 0, numbered, "get current date as string"),
+    fn("minutes_ms", 1, numbered, "(time) get milliseconds for given time", lib::minutes_ms),
+    fn("seconds_ms", 1, numbered, "(time) get milliseconds for given time", lib::seconds_ms),
+    fn("hours_ms", 1, numbered, "(time) get milliseconds for given time", lib::hours_ms),
+    fn("days_ms", 1, numbered, "(time) get milliseconds for given time", lib::days_ms),
+    fn("weeks_ms", 1, numbered, "(time) get milliseconds for given time", lib::weeks_ms),
+    fn("ms_minutes", 1, numbered, "(time in ms) get minutes for given milliseconds", lib::ms_minutes),
+    fn("ms_seconds", 1, numbered, "(time in ms) get seconds for given milliseconds", lib::ms_seconds),
+    fn("ms_hours", 1, numbered, "(time in ms) get hours for given milliseconds", lib::ms_hours),
+    fn("ms_days", 1, numbered, "(time in ms) get days for given milliseconds", lib::ms_days),
+    fn("ms_weeks", 1, numbered, "(time in ms) get weeks for given milliseconds", lib::ms_weeks),
+    fn("timestamp", 0, numbered, "get current date as string", lib::timestamp),
+    fn("timestamp2", 0, numbered, "get current date as string", lib::timestamp2),
+    fn("timestamp_json", 0, numbered, "get current date as string", lib::timestamp_json),
     fn("new", 1, plain,
        "(object) make an object independent from the garbage collector, dont auto delete",
        lib::new_),
