@@ -18,9 +18,6 @@ namespace vrk::lib {
 
 namespace {
 
-// `aux` of a PTR cell that is a thread handle; its block word names the copy.
-constexpr uint16_t kThreadHandleAux = 0xFFFF;
-
 // Callback-queue handles of join clean-ups: a bit of their own keeps them
 // apart from object ids and object associations.
 constexpr uint64_t kJoinHandleBit = uint64_t{1} << 61;
