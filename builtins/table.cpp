@@ -19,8 +19,8 @@
 #include "builtins/math.h"
 #include "builtins/process.h"
 #include "builtins/reflection.h"
-#include "builtins/schedules.h"
 #include "builtins/registry.h"
+#include "builtins/schedules.h"
 #include "builtins/serial.h"
 #include "builtins/strings.h"
 #include "builtins/thread_objects.h"
@@ -308,16 +308,20 @@ constexpr std::array kRows{
     fn("thread_class", 16, numbered, "(func,class,...)", lib::thread_class),
     fn("everyxdays", 16, numbered,
        "(func,days_delay,start_from,...) execute task every x days starting from start_from "
-       "(format = 'dd.mm.yyyy dd:dd')", lib::everyxdays),
+       "(format = 'dd.mm.yyyy dd:dd')",
+       lib::everyxdays),
     fn("everyxhours", 3, numbered,
        "(func,hours_delay,start_from) execute task every x days starting from start_from (format "
-       "= 'dd.mm.yyyy dd:dd')", lib::everyxhours),
+       "= 'dd.mm.yyyy dd:dd')",
+       lib::everyxhours),
     fn("everyxminutes", 3, numbered,
        "(func,hours_delay,start_from) execute task every x days starting from start_from (format "
-       "= 'dd.mm.yyyy dd:dd')", lib::everyxminutes),
+       "= 'dd.mm.yyyy dd:dd')",
+       lib::everyxminutes),
     fn("everyxseconds", 3, numbered,
        "(func,hours_delay,start_from) execute task every x days starting from start_from (format "
-       "= 'dd.mm.yyyy dd:dd')", lib::everyxseconds),
+       "= 'dd.mm.yyyy dd:dd')",
+       lib::everyxseconds),
     fn("terminate", 1, numbered, "(func)", lib::terminate),
     fn("timedexec", 2, numbered,
        "(func,time_to_wait) executes function after time_to_wait milliseconds", lib::timedexec),
@@ -422,8 +426,10 @@ constexpr std::array kRows{
     fn("hours_ms", 1, numbered, "(time) get milliseconds for given time", lib::hours_ms),
     fn("days_ms", 1, numbered, "(time) get milliseconds for given time", lib::days_ms),
     fn("weeks_ms", 1, numbered, "(time) get milliseconds for given time", lib::weeks_ms),
-    fn("ms_minutes", 1, numbered, "(time in ms) get minutes for given milliseconds", lib::ms_minutes),
-    fn("ms_seconds", 1, numbered, "(time in ms) get seconds for given milliseconds", lib::ms_seconds),
+    fn("ms_minutes", 1, numbered, "(time in ms) get minutes for given milliseconds",
+       lib::ms_minutes),
+    fn("ms_seconds", 1, numbered, "(time in ms) get seconds for given milliseconds",
+       lib::ms_seconds),
     fn("ms_hours", 1, numbered, "(time in ms) get hours for given milliseconds", lib::ms_hours),
     fn("ms_days", 1, numbered, "(time in ms) get days for given milliseconds", lib::ms_days),
     fn("ms_weeks", 1, numbered, "(time in ms) get weeks for given milliseconds", lib::ms_weeks),

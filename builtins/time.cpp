@@ -24,8 +24,8 @@ vrkvar* pause_caller(vrkblock* block, int64_t ms) {
 vrkvar* to_ms(std::vector<vrkvar*>& args, vrkvar& result, int64_t factor) {
     // Wrapping arithmetic: a huge count gives a wrapped product, never a fault.
     const auto value = args.size() == 1 ? static_cast<uint64_t>(to_int(args[0])) : 0;
-    set_int(&result, args.size() == 1 ? static_cast<int64_t>(value * static_cast<uint64_t>(factor))
-                                      : 0);
+    set_int(&result,
+            args.size() == 1 ? static_cast<int64_t>(value * static_cast<uint64_t>(factor)) : 0);
     return &result;
 }
 

@@ -25,8 +25,7 @@ bool wake(vrksignal_waiter& waiter, int64_t answer) {
 
 }  // namespace
 
-void ASignalHandler::wait(vrkblock* caller, int64_t timeout_ms, bool has_timeout,
-                          vrkvar& result) {
+void ASignalHandler::wait(vrkblock* caller, int64_t timeout_ms, bool has_timeout, vrkvar& result) {
     ScriptLock lock;
     if (!caller || vrk::sleep(caller, kSleepUntilWoken, false, 1) != 1) return;
     caller->suspended = 2;
@@ -82,15 +81,13 @@ void ASignalHandler::scriptRegister() {
         "(timeout) wait for a signal, returns true if the block wasnt awaken by a signal "
         "(timeout), else false.");
     scriptFunction<ASignalHandler>(
-        "notify_one", [](ASignalHandler* h, vrkblock*, std::vector<vrkvar*>&, vrkvar&) {
-            h->notify_one();
-        },
-        0, false, false, "()");
+        "notify_one",
+        [](ASignalHandler* h, vrkblock*, std::vector<vrkvar*>&, vrkvar&) { h->notify_one(); }, 0,
+        false, false, "()");
     scriptFunction<ASignalHandler>(
-        "notify_all", [](ASignalHandler* h, vrkblock*, std::vector<vrkvar*>&, vrkvar&) {
-            h->notify_all();
-        },
-        0, false, false, "()");
+        "notify_all",
+        [](ASignalHandler* h, vrkblock*, std::vector<vrkvar*>&, vrkvar&) { h->notify_all(); }, 0,
+        false, false, "()");
 }
 
 }  // namespace vrk

@@ -73,8 +73,8 @@ bool AThreadWorker::run(vrkblock* caller, std::vector<vrkvar*>& args) {
         report_error(caller, "threadworker.run", "cannot start thread!");
         return false;
     }
-    const std::size_t count = std::min(args.size(), static_cast<std::size_t>(std::max<int16_t>(
-                                                          copy->param_count, 0)));
+    const std::size_t count = std::min(
+        args.size(), static_cast<std::size_t>(std::max<int16_t>(copy->param_count, 0)));
     for (std::size_t i = 0; i < count && i < copy->vars->size(); ++i) {
         vrkvar* param = (*copy->vars)[i];
         assign(param, deref(args[i]), caller);

@@ -53,8 +53,9 @@ void ATimer::scriptRegister() {
         0, false, false,
         "() returns true if interval has passed since last reset. Does not reset the timer.");
     scriptFunction<ATimer>(
-        "reset", [](ATimer* t, vrkblock*, std::vector<vrkvar*>&, vrkvar&) { t->start_ms = now_ms(); },
-        0, false, false, "() resets the timer.");
+        "reset",
+        [](ATimer* t, vrkblock*, std::vector<vrkvar*>&, vrkvar&) { t->start_ms = now_ms(); }, 0,
+        false, false, "() resets the timer.");
     const char* delay_text = "() returns the delay in ms since last reset.";
     reading("delay", delay_text, [](const ATimer& t) { return t.delay(); });
     reading("millis()", delay_text, [](const ATimer& t) { return t.delay(); });

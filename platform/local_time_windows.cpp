@@ -1,9 +1,8 @@
 // Local calendar time on Windows: the UTC moment as a system time, turned into
 // the local time zone's time with the daylight-saving rule of that date; the
 // way back through the C runtime's mktime.
-#include <windows.h>
-
 #include <ctime>
+#include <windows.h>
 
 #include "platform/local_time.h"
 
