@@ -25,8 +25,9 @@ WIN_DIR    ?= build-win
 # cross-build short on a busy machine.
 WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DNDEBUG'
 TSAN_DIR   ?= build-tsan
-# Unit tests that start worker threads; only these run under ThreadSanitizer.
-TSAN_TESTS ?= ^Workers|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects
+# Unit tests that start worker threads, and the script thread stress tests; only
+# these run under ThreadSanitizer.
+TSAN_TESTS ?= ^Workers|^ScriptThreads|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
 

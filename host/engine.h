@@ -103,6 +103,15 @@ public:
     // Takes a block out of every engine list (called by the block's destructor).
     void forget_block(vrkblock* b);
 
+    // True while the block is in the scheduler's hands: waiting to start,
+    // sleeping, or suspended and resumed by the frame (host/script_threads.cpp).
+    bool is_scheduled(const vrkblock* b) const;
+    // Ends the run of a script thread (or any block the scheduler holds) at
+    // once: its chain stops where it stands, the block leaves the scheduler and
+    // whoever waits for its end is told, with no value. False for a block the
+    // run loop is inside, which cannot be stopped under it.
+    bool stop_thread(vrkblock* b);
+
     vrkblock* firstBlock = nullptr;  // registered functions: cells, names, native blocks
     std::string moduleText;          // kept for native modules
     uint8_t moduleFlag = 1;          // kept for native modules

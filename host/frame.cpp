@@ -170,6 +170,9 @@ void resume_sleepers(vrkscript& engine) {
 
     engine.sleepersChanged = 0;
     auto& removed = engine.removedSleepers;
+    // The clock is read once per walk and again after each run: a walk over
+    // many sleepers that are not due costs no clock reads.
+    int64_t now = platform::monotonic_ms();
     for (std::size_t i = 0; i < engine.sleepingBlocks.size() && !engine.sleepersChanged; ++i) {
         vrkblock* b = engine.sleepingBlocks[i].get();
         if (!b || std::find(removed.begin(), removed.end(), b) != removed.end()) {
@@ -180,13 +183,14 @@ void resume_sleepers(vrkscript& engine) {
             call_on_tick(b);
             continue;
         }
-        if (b->sleep_ms != 0 && platform::monotonic_ms() < b->sleep_start + b->sleep_ms) {
+        if (b->sleep_ms != 0 && now < b->sleep_start + b->sleep_ms) {
             call_on_tick(b);
             continue;
         }
         call_on_tick(b);
         b->sleeping = 0;
         vrkvar* result = run(b, nullptr, b->resume_at, nullptr);
+        now = platform::monotonic_ms();
         if (engine.sleepersChanged && !block_alive(b)) break;
         if (b->resume_at != 0) continue;
         finish_sleeper(engine, b, result);

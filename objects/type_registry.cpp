@@ -8,6 +8,9 @@
 #include "base/script_lock.h"
 #include "objects/members.h"
 #include "objects/object_context.h"
+#include "objects/signalhandler.h"
+#include "objects/threadworker.h"
+#include "objects/timer.h"
 #include "objects/vec.h"
 #include "saved/value_form.h"
 #include "values/cell.h"
@@ -111,6 +114,9 @@ void register_native_types() {
     vrkobject_context& ctx = object_context();
     if (ctx.types.count("vrkobject")) return;
     // The order of the host's types; those not built yet keep their place.
+    AThreadWorker::scriptRegister();
+    ASignalHandler::scriptRegister();
+    ATimer::scriptRegister();
     ScriptVector::scriptRegister();
     register_type_record("vrkobject", []() -> vrkobject* {
         log().error("cannot instantiate vrkobject!");

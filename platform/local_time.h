@@ -22,4 +22,14 @@ struct calendar_time {
 // Local calendar fields of the wall-clock second `unix_seconds`.
 calendar_time local_time(int64_t unix_seconds);
 
+// The wall-clock second of local calendar fields, which may lie outside their
+// ranges (a 13th month is the first of the next year, as the C library
+// normalises them); daylight saving time as the zone rules give it for that
+// date. -1 when there is no such second or it lies before 1970: the calendar
+// of scripts starts there on every platform.
+int64_t local_to_unix(const calendar_time& fields);
+
+// Milliseconds of the wall clock since 1970-01-01 UTC.
+int64_t wall_clock_ms();
+
 }  // namespace vrk::platform

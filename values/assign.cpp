@@ -207,6 +207,14 @@ void take_over(vrkvar* dest, vrkvar* src) {
 
 // A non-movable object handle: the destination takes its own reference.
 void take_handle(vrkvar* dest, vrkvar* src) {
+    // A script thread handle names a block and counts nothing: copied as it stands.
+    if (src->aux == kThreadHandleAux) {
+        reset(dest, Tag::PTR);
+        dest->value.i = src->value.i;
+        dest->aux = src->aux;
+        dest->handle_index = src->handle_index;
+        return;
+    }
     vrkobject* obj = object_of(src);
     if (!obj) {
         set_int(dest, 0);

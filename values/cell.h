@@ -91,6 +91,9 @@ inline constexpr uint16_t RESULT_BITS = OWNS_RESULT | FRESH_RESULT;
 
 // `aux_hi` of a PTR cell that is a handle into the object registry.
 inline constexpr uint8_t kHandleMark = 255;
+// `aux` of a PTR cell that is a script thread handle: its block word names the
+// thread's block, and it holds no reference of anything.
+inline constexpr uint16_t kThreadHandleAux = 0xFFFF;
 
 // The payload word of a cell; which member is live is decided by the tag.
 union vrkpayload {

@@ -58,4 +58,9 @@ int sleep(vrkblock* block, int64_t ms, bool hold, uint8_t wait_mode) {
     return 1;
 }
 
+vrkblock* sleep_root(vrkblock* block) {
+    ScriptLock lock;
+    return block ? outermost(block) : nullptr;
+}
+
 }  // namespace vrk

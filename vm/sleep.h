@@ -30,4 +30,9 @@ inline constexpr int64_t kSleepUntilWoken = -1;
 // caller of a builtin that sleeps must still stop its own run after the call.
 int sleep(vrkblock* block, int64_t ms, bool hold, uint8_t wait_mode);
 
+// The block that sleeps on behalf of `block` when its chain pauses (without
+// `hold`): the outermost block of the running chain above it. Callbacks that
+// the scheduler calls while a chain waits (`on_tick`) go on that block.
+vrkblock* sleep_root(vrkblock* block);
+
 }  // namespace vrk
