@@ -1,6 +1,8 @@
 // The frame loop of the main thread, and its hand-over to a frame thread.
 #include "host/frame_loop.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
@@ -9,6 +11,9 @@
 #include "host/host_state.h"
 #include "host/run_modes.h"
 #include "platform/frame_clock.h"
+#include "platform/system.h"
+#include "vm/block.h"
+#include "vm/sleep.h"
 
 namespace vrk {
 
@@ -20,20 +25,39 @@ namespace {
 // a few wake-ups a second.
 constexpr int kIdleTimeoutMs = 100;
 
-// True when no frame could do anything before someone wakes the loop: nothing
-// sleeps or is scheduled, nothing runs every frame, no worker thread exists,
-// nothing waits to be deleted, stopped or reloaded. Read under the global lock,
-// since other threads change these lists while they hold it.
-bool nothing_to_do(vrkscript& engine) {
+// True when nothing but sleeping blocks could give a frame work.
+bool nothing_else_to_do(vrkscript& engine) {
+    return engine.newSleepers.empty() && engine.finishedBlocks.empty() &&
+           engine.removedSleepers.empty() && engine.parsersToRemove.empty() &&
+           engine.pendingThreads.empty() && engine.activeThreads.empty() &&
+           engine.deletedObjects.empty() && engine.schedules.empty() &&
+           engine.frame_blocks.empty() && engine.objectsBeforeFrame.empty() &&
+           engine.objectsAfterFrame.empty() && engine.promptLines.empty() &&
+           engine.retiredParsers.empty() && engine.afterRetireCallbacks.empty();
+}
+
+// How long the loop may wait, at most, before a frame has anything to do; 0
+// when the next tick is needed. The wait is kIdleTimeoutMs when nothing sleeps
+// or is scheduled, nothing runs every frame, no worker thread exists, nothing
+// waits to be deleted, stopped or reloaded. When besides that only blocks
+// sleep, for a time and without a callback on every pass, the loop waits until
+// the first of them is due. Read under the global lock, since other threads
+// change these lists while they hold it.
+int64_t quiet_time_ms(vrkscript& engine) {
     std::lock_guard<std::recursive_mutex> lock(context().global_lock);
-    return engine.sleepingBlocks.empty() && engine.newSleepers.empty() &&
-           engine.finishedBlocks.empty() && engine.removedSleepers.empty() &&
-           engine.parsersToRemove.empty() && engine.pendingThreads.empty() &&
-           engine.activeThreads.empty() && engine.deletedObjects.empty() &&
-           engine.schedules.empty() && engine.frame_blocks.empty() &&
-           engine.objectsBeforeFrame.empty() && engine.objectsAfterFrame.empty() &&
-           engine.promptLines.empty() && engine.retiredParsers.empty() &&
-           engine.afterRetireCallbacks.empty();
+    if (!nothing_else_to_do(engine)) return 0;
+    int64_t quiet = kIdleTimeoutMs;
+    if (engine.sleepingBlocks.empty()) return quiet;
+    const int64_t now = platform::monotonic_ms();
+    for (const vrkblock_handle& handle : engine.sleepingBlocks) {
+        const vrkblock* b = handle.get();
+        if (!b || !b->sleeping || (b->completion && b->completion->on_tick)) return 0;
+        if (b->sleep_ms == kSleepUntilWoken) continue;  // woken by a frame's run or a wake-up
+        const int64_t due = b->sleep_start + b->sleep_ms - now;
+        if (b->sleep_ms == 0 || due <= 1) return 0;
+        quiet = std::min(quiet, due);
+    }
+    return quiet;
 }
 
 }  // namespace
@@ -47,8 +71,8 @@ void frame_step(vrkscript& engine, platform::FrameClock* clock) {
     // A wake that came during the frame is not waited for. With nothing to
     // do, the loop waits for a wake-up alone instead of ticking.
     if (host.wakeRequested.load() == 0 && clock) {
-        if (nothing_to_do(engine))
-            clock->wait_idle(kIdleTimeoutMs);
+        if (const int64_t quiet = quiet_time_ms(engine); quiet > 0)
+            clock->wait_idle(static_cast<int>(quiet));
         else
             clock->wait();
     }

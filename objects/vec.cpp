@@ -194,6 +194,7 @@ ScriptVector* ScriptVector::make(int32_t dimension) {
         ctx.vector_pool.pop_back();
         v->ref_count = 0;
         v->object_flags = 0;
+        v->ending = 0;
     } else {
         v = std::make_unique<ScriptVector>().release();
         ++ctx.vectors_created;
@@ -231,6 +232,8 @@ void ScriptVector::destroy() {
         destroy_default();
         return;
     }
+    if (ending) return;  // pooled already
+    ending = 1;
     if (owner_block) dissociateBlock(this, false);
     object_context().vector_pool.push_back(this);
 }

@@ -172,6 +172,11 @@ vrkobject::~vrkobject() {
 
 void vrkobject::destroy_default() {
     if (object_flags & object_flag::DETACHED) return;
+    // Ended once already, but not yet gone (its deletion waits for the frame
+    // end): a late release by a handle that still resolves must not queue it
+    // a second time.
+    if (ending) return;
+    ending = 1;
     if (owner_block && block_alive(owner_block) && owner_block->engine) {
         ScriptLock lock;
         vrkvalue_context& ctx = value_context();

@@ -143,6 +143,7 @@ public:
     vrkblock* owner_block = nullptr;      // block the object is associated with
     const char* type_name = "vrkobject";  // script type name
     uint8_t type_set = 0;                 // the derived type has set type_name
+    uint8_t ending = 0;                   // handed to its end (deleted, queued or pooled)
     std::vector<std::function<void()>>* parents = nullptr;  // clean-ups run at destruction
 
 protected:

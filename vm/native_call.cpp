@@ -39,17 +39,22 @@ Flow external(run_state& rs, const vrkinstr& ins) {
         caller->transient_element = nullptr;
         // A member called on an object whose only handle is this very cell
         // (`vec(3, 4).normalize()`) keeps the object for the length of the call.
-        vrkobject* pinned = nullptr;
+        // The call may free the object itself (`free(q)` right after a member
+        // call on `q`), so the pin is let go through its registry handle: an
+        // object deleted meanwhile is not touched again.
+        vrkobject_handle pin;
         if (caller->object_stack && !caller->object_stack->empty()) {
             vrkobject* top = caller->object_stack->back();
             if (top && top == object_of(&caller->native_result)) {
-                pinned = top;
-                pinned->addRef();
+                pin = {top->registry_index, top->registry_id};
+                top->addRef();
             }
         }
         reset(&caller->native_result, Tag::INT);
         answer = record->fn(caller, args, record->user, caller->native_result);
-        if (pinned) pinned->release();
+        if (pin.id != 0) {
+            if (vrkobject* still = pin.get()) still->release();
+        }
     }
     // Null and 1 both mean "no value".
     top_slot(b) = is_marker(answer, 2) ? void_value() : answer;
