@@ -8,6 +8,8 @@
 #include "base/script_lock.h"
 #include "objects/members.h"
 #include "objects/object_context.h"
+#include "objects/os.h"
+#include "objects/subprocess.h"
 #include "objects/vec.h"
 #include "saved/value_form.h"
 #include "values/cell.h"
@@ -111,6 +113,8 @@ void register_native_types() {
     vrkobject_context& ctx = object_context();
     if (ctx.types.count("vrkobject")) return;
     // The order of the host's types; those not built yet keep their place.
+    VorkaOS::scriptRegister();
+    ScriptSubProcess::scriptRegister();
     ScriptVector::scriptRegister();
     register_type_record("vrkobject", []() -> vrkobject* {
         log().error("cannot instantiate vrkobject!");
