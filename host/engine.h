@@ -124,17 +124,15 @@ public:
     std::map<std::string, vrkblock*> extern_blocks;            // blocks declared extern, by name
     std::map<const char*, const char*> descriptions;           // help text by name pointer
     std::map<vrkblock*, std::function<void()>> rootCallbacks;  // tied to a script's root block
-    // Receivers of `out` text, by the root block of the script that writes it.
-    std::map<vrkblock*, std::function<void(vrkblock*, const std::string&)>> outputHandlers;
-    vrkblock* globalBlock = nullptr;            // the scripts' global variables
-    std::map<vrkvar*, std::string> namedCells;  // named global cells
-    std::atomic<uint8_t> inHousekeeping{0};     // 1 while frame releases threads and schedules
-    uint8_t sleepersChanged = 0;          // set by a block's destructor: stop the sleeper walk
-    uint64_t nextScheduleId = 0;          // counter of schedule ids
-    uint32_t activeThreadCount = 0;       // size of activeThreads, kept by hand
-    uint32_t nextScheduleIndex = 0;       // round-robin position in schedules
-    vrkparser* promptParser = nullptr;    // parser that executes typed lines
-    std::deque<std::string> promptLines;  // lines waiting for promptParser
+    vrkblock* globalBlock = nullptr;                           // the scripts' global variables
+    std::map<vrkvar*, std::string> namedCells;                 // named global cells
+    std::atomic<uint8_t> inHousekeeping{0};  // 1 while frame releases threads and schedules
+    uint8_t sleepersChanged = 0;             // set by a block's destructor: stop the sleeper walk
+    uint64_t nextScheduleId = 0;             // counter of schedule ids
+    uint32_t activeThreadCount = 0;          // size of activeThreads, kept by hand
+    uint32_t nextScheduleIndex = 0;          // round-robin position in schedules
+    vrkparser* promptParser = nullptr;       // parser that executes typed lines
+    std::deque<std::string> promptLines;     // lines waiting for promptParser
     std::map<uint64_t, std::vector<std::function<void()>>> reloadCallbacks;  // before a script goes
     std::string scriptSearchPath;                             // prefix for relative script names
     std::string unusedText;                                   // unused by the host
@@ -142,6 +140,9 @@ public:
     std::vector<std::function<void()>> afterRetireCallbacks;  // when retiredParsers runs empty
     std::function<void()> mainThreadHandler;                  // set only by a native module
     std::map<vrkvar*, vrkvar*> constructors;  // constructor cell -> constant STRING of its type
+
+    // Receivers of `out` text, by the root block of the script that writes it.
+    std::map<vrkblock*, std::function<void(vrkblock*, const std::string&)>> outputHandlers;
 
 private:
     // Looks for native modules beside the working directory and the executable

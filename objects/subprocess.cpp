@@ -2,11 +2,28 @@
 #include "objects/subprocess.h"
 
 #include "base/log.h"
+#include "base/script_lock.h"
 #include "values/cell.h"
+#include "values/value_context.h"
+#include "vm/block.h"
 
 namespace vrk {
 
 ScriptSubProcess::~ScriptSubProcess() { terminate(); }
+
+void ScriptSubProcess::destroy() {
+    terminate();
+    if (ending || (object_flags & object_flag::DETACHED)) return;
+    vrkvalue_context& ctx = value_context();
+    if (!ctx.deferDeletion) {
+        vrkobject_threaded::destroy();
+        return;
+    }
+    ending = true;
+    ScriptLock lock;
+    ctx.deferDeletion(owner_block && block_alive(owner_block) ? owner_block->engine : nullptr,
+                      this);
+}
 
 void ScriptSubProcess::terminate() {
     if (!active) return;

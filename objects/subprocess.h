@@ -37,10 +37,15 @@ public:
     bool start(const std::string& path, const std::string* command_line);
     // Ends the child this object runs, if any, with the log line "terminated subprocess.".
     void terminate();
+    // Ends the child at once; the object itself goes at the next frame end,
+    // so that a call still holding it (an argument pinned for the length of
+    // `free(p)`) lets go of live memory.
+    void destroy() override;
 
     platform::spawned_process child;  // the child and the parent's pipe ends
     std::string read_buffer;          // reused by `read`
     bool active = false;              // a child was started and not yet ended by this object
+    bool ending = false;              // destroy has run: the deletion is queued
 };
 
 }  // namespace vrk
