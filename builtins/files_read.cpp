@@ -28,17 +28,24 @@ namespace {
 bool read_bytes(const std::string& name, std::vector<uint8_t>& bytes) {
     std::ifstream file(name, std::ios::binary);
     if (!file) return false;
+    // The size the file reports is only a first guess: the reading goes on in
+    // pieces to the real end.
+    file.seekg(0, std::ios::end);
+    const std::streamoff reported = file.tellg();
+    file.seekg(0, std::ios::beg);
     constexpr std::size_t kPiece = 1 << 20;
     std::size_t used = 0;
-    for (;;) {
+    if (reported > 0) {
+        bytes.resize(static_cast<std::size_t>(reported));
+        file.read(reinterpret_cast<char*>(bytes.data()), reported);
+        used = static_cast<std::size_t>(file.gcount());
+    }
+    while (file) {
         bytes.resize(used + kPiece);
         file.read(reinterpret_cast<char*>(bytes.data() + used), kPiece);
-        const auto got = static_cast<std::size_t>(file.gcount());
-        used += got;
-        if (got < kPiece) break;
+        used += static_cast<std::size_t>(file.gcount());
     }
     bytes.resize(used);
-    bytes.shrink_to_fit();
     return true;
 }
 
