@@ -304,6 +304,7 @@ void vrkscript::forget_block(vrkblock* b) {
             ++it;
     }
     rootCallbacks.erase(b);
+    outputHandlers.erase(b);
 }
 
 }  // namespace vrk

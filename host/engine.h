@@ -150,6 +150,9 @@ public:
     std::function<void()> mainThreadHandler;                  // set only by a native module
     std::map<vrkvar*, vrkvar*> constructors;  // constructor cell -> constant STRING of its type
 
+    // Receivers of `out` text, by the root block of the script that writes it.
+    std::map<vrkblock*, std::function<void(vrkblock*, const std::string&)>> outputHandlers;
+
 private:
     // Looks for native modules beside the working directory and the executable
     // (hook; modules are not loaded yet).

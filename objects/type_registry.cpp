@@ -8,7 +8,9 @@
 #include "base/script_lock.h"
 #include "objects/members.h"
 #include "objects/object_context.h"
+#include "objects/os.h"
 #include "objects/signalhandler.h"
+#include "objects/subprocess.h"
 #include "objects/threadworker.h"
 #include "objects/timer.h"
 #include "objects/vec.h"
@@ -117,6 +119,8 @@ void register_native_types() {
     AThreadWorker::scriptRegister();
     ASignalHandler::scriptRegister();
     ATimer::scriptRegister();
+    VorkaOS::scriptRegister();
+    ScriptSubProcess::scriptRegister();
     ScriptVector::scriptRegister();
     register_type_record("vrkobject", []() -> vrkobject* {
         log().error("cannot instantiate vrkobject!");

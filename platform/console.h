@@ -15,6 +15,15 @@ namespace vrk::platform {
 // bright forms. Writes nothing unless standard output is a terminal.
 void set_console_colour(int attribute);
 
+// Clears the terminal and puts the cursor home (ESC [H ESC [2J on a
+// terminal, the command processor's "cls" on Windows). Writes nothing unless
+// standard output is a terminal.
+void clear_console();
+
+// Shows or hides the console window of the process. Only Windows has such a
+// window; elsewhere nothing happens.
+void show_console_window(bool show);
+
 // Pushes whatever the C stream of standard output has buffered to the system.
 void flush_stdout();
 

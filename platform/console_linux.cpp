@@ -36,6 +36,16 @@ void set_console_colour(int attribute) {
     if (length > 0) std::fwrite(sequence, 1, static_cast<std::size_t>(length), stdout);
 }
 
+void clear_console() {
+    if (!stdout_is_terminal()) return;
+    std::fflush(stdout);
+    static constexpr char kClear[] = "\x1b[H\x1b[2J";
+    write_stdout(kClear, sizeof(kClear) - 1);
+}
+
+// A terminal has no window of its own to hide.
+void show_console_window(bool) {}
+
 void flush_stdout() { std::fflush(stdout); }
 
 }  // namespace vrk::platform

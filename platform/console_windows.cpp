@@ -1,5 +1,6 @@
 // Console colour on Windows: the attribute goes straight to the console.
 #include <cstdio>
+#include <cstdlib>
 #include <windows.h>
 
 #include "platform/console.h"
@@ -14,6 +15,19 @@ void set_console_colour(int attribute) {
     // What the C stream holds was written under the previous colour.
     std::fflush(stdout);
     ::SetConsoleTextAttribute(out, static_cast<WORD>(attribute & 0xFF));
+}
+
+void clear_console() {
+    const HANDLE out = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    DWORD mode = 0;
+    if (out == INVALID_HANDLE_VALUE || out == nullptr || !::GetConsoleMode(out, &mode)) return;
+    std::fflush(stdout);
+    std::system("cls");
+}
+
+void show_console_window(bool show) {
+    const HWND window = ::GetConsoleWindow();
+    if (window) ::ShowWindow(window, show ? SW_SHOW : SW_HIDE);
 }
 
 void flush_stdout() { std::fflush(stdout); }
