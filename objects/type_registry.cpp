@@ -6,6 +6,7 @@
 
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "objects/bitmap.h"
 #include "objects/members.h"
 #include "objects/object_context.h"
 #include "objects/vec.h"
@@ -111,6 +112,7 @@ void register_native_types() {
     vrkobject_context& ctx = object_context();
     if (ctx.types.count("vrkobject")) return;
     // The order of the host's types; those not built yet keep their place.
+    ScriptBMP::scriptRegister();
     ScriptVector::scriptRegister();
     register_type_record("vrkobject", []() -> vrkobject* {
         log().error("cannot instantiate vrkobject!");
