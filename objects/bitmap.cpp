@@ -119,9 +119,8 @@ std::vector<uint8_t> ScriptBMP::file_order_pixels() const {
 bool ScriptBMP::png_bytes(std::vector<uint8_t>& out) const {
     out.clear();
     const std::vector<uint8_t> pixels = file_order_pixels();
-    return encode_png(pixels.data(), static_cast<int>(image.width),
-                      static_cast<int>(image.height), static_cast<int>(image.bytes_per_pixel),
-                      out);
+    return encode_png(pixels.data(), static_cast<int>(image.width), static_cast<int>(image.height),
+                      static_cast<int>(image.bytes_per_pixel), out);
 }
 
 // ---- registration ------------------------------------------------------------------

@@ -20,9 +20,8 @@ int pen_of(int64_t width) { return width >= 1 && width <= 3 ? static_cast<int>(w
 // The checks the three drawing members share: the argument count, the first
 // point inside the image, and the colour. `vector_area` and `vector_text` are
 // the report of a wrong colour, which differ between the members.
-bool drawing_call(ScriptBMP* self, vrkblock* b, member_args& a, std::size_t count,
-                  const char* area, const char* vector_area, const char* vector_text,
-                  rgb_colour& colour) {
+bool drawing_call(ScriptBMP* self, vrkblock* b, member_args& a, std::size_t count, const char* area,
+                  const char* vector_area, const char* vector_text, rgb_colour& colour) {
     if (a.size() != count) {
         bad(b, area);
         return false;
@@ -39,11 +38,11 @@ bool drawing_call(ScriptBMP* self, vrkblock* b, member_args& a, std::size_t coun
 }
 
 void size_property(const char* name, uint32_t bitmap_image::*field) {
-    registerScriptFunction<ScriptBMP>(name, [field](ScriptBMP* self, vrkvar* value, vrkvar*,
-                                                    bool set) {
-        // The size is the image's: a write changes nothing.
-        if (!set) set_int(value, self->image.*field);
-    });
+    registerScriptFunction<ScriptBMP>(name,
+                                      [field](ScriptBMP* self, vrkvar* value, vrkvar*, bool set) {
+                                          // The size is the image's: a write changes nothing.
+                                          if (!set) set_int(value, self->image.*field);
+                                      });
 }
 
 // Bilinear sample of channel `ch` of `src` at the real position (fx, fy).
@@ -126,9 +125,10 @@ void register_shape() {
             for (uint32_t y = 0; y < out->image.height; ++y)
                 for (uint32_t x = 0; x < out->image.width; ++x)
                     for (uint32_t ch = 0; ch < src.bytes_per_pixel; ++ch) {
-                        const unsigned sum =
-                            src.at(2 * x, 2 * y)[ch] + src.at(2 * x + 1, 2 * y)[ch] +
-                            src.at(2 * x, 2 * y + 1)[ch] + src.at(2 * x + 1, 2 * y + 1)[ch];
+                        const unsigned sum = src.at(2 * x, 2 * y)[ch] +
+                                             src.at(2 * x + 1, 2 * y)[ch] +
+                                             src.at(2 * x, 2 * y + 1)[ch] +
+                                             src.at(2 * x + 1, 2 * y + 1)[ch];
                         out->image.at(x, y)[ch] = static_cast<uint8_t>((sum + 2) / 4);
                     }
         },

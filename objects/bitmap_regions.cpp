@@ -42,7 +42,8 @@ uint8_t to_byte(double v) {
 std::array<uint8_t, 4> mix(const std::array<uint8_t, 4>& under, const std::array<uint8_t, 4>& top,
                            double weight) {
     std::array<uint8_t, 4> out{};
-    for (std::size_t i = 0; i < 4; ++i) out[i] = to_byte(top[i] * weight + under[i] * (1.0 - weight));
+    for (std::size_t i = 0; i < 4; ++i)
+        out[i] = to_byte(top[i] * weight + under[i] * (1.0 - weight));
     return out;
 }
 
@@ -78,7 +79,7 @@ void radial_change(bitmap_image& image, double cx, double cy, double radius, dou
     const double right = std::min<double>(image.width - 1.0, std::ceil(cx + radius));
     const double bottom = std::min<double>(image.height - 1.0, std::ceil(cy + radius));
     const std::array<uint8_t, 4> target =
-        kind == radial::tint ? std::array<uint8_t, 4>{towards.b, towards.g, towards.r, 0}
+        kind == radial::tint      ? std::array<uint8_t, 4>{towards.b, towards.g, towards.r, 0}
         : kind == radial::lighten ? std::array<uint8_t, 4>{255, 255, 255, 0}
                                   : std::array<uint8_t, 4>{0, 0, 0, 0};
     for (int64_t y = top; static_cast<double>(y) <= bottom; ++y)
@@ -192,8 +193,8 @@ void register_regions() {
                 log().error("set_region_color: wrong params.");
                 return;
             }
-            const pixel_area area =
-                cut(self->image, int_arg(a, 0), int_arg(a, 1), int_arg(a, 2), int_arg(a, 3));
+            const pixel_area area = cut(self->image, int_arg(a, 0), int_arg(a, 1), int_arg(a, 2),
+                                        int_arg(a, 3));
             for (int64_t y = area.y; y < area.y + area.h; ++y)
                 for (int64_t x = area.x; x < area.x + area.w; ++x) self->image.set_pixel(x, y, c);
         },
@@ -205,8 +206,8 @@ void register_regions() {
                 log().error("set_region_noise: wrong params.");
                 return;
             }
-            const pixel_area area =
-                cut(self->image, int_arg(a, 0), int_arg(a, 1), int_arg(a, 2), int_arg(a, 3));
+            const pixel_area area = cut(self->image, int_arg(a, 0), int_arg(a, 1), int_arg(a, 2),
+                                        int_arg(a, 3));
             // Each colour byte moves by an even draw from [-strength, strength].
             const double strength = std::abs(float_arg(a, 4));
             if (area.w == 0 || !(strength > 0.0) || !std::isfinite(strength)) return;
@@ -251,8 +252,8 @@ void register_regions() {
             const int64_t low = int_arg(a, 0);
             const int64_t high = int_arg(a, 1);
             for (uint8_t& v : self->image.data)
-                v = static_cast<uint8_t>(std::clamp<int64_t>(
-                    std::min(std::max<int64_t>(v, low), high), 0, 255));
+                v = static_cast<uint8_t>(
+                    std::clamp<int64_t>(std::min(std::max<int64_t>(v, low), high), 0, 255));
         },
         2, true, false, "(min,max)");
     scriptFunction<ScriptBMP>(

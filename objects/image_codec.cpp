@@ -54,8 +54,7 @@ unsigned char* png_deflate(unsigned char* bytes, int size, int* out_size, int /*
 
 namespace vrk {
 
-bool decode_image(const uint8_t* bytes, std::size_t size, decoded_image& out,
-                  std::string& reason) {
+bool decode_image(const uint8_t* bytes, std::size_t size, decoded_image& out, std::string& reason) {
     out = decoded_image{};
     if (!bytes || size == 0 || size > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
         reason = size == 0 ? "empty buffer" : "buffer too large";
@@ -77,11 +76,13 @@ bool decode_image(const uint8_t* bytes, std::size_t size, decoded_image& out,
     }
     unsigned char* pixels = stbi_load_from_memory(bytes, length, &w, &h, &n, 0);
     if (!pixels) {
-        reason = stbi_failure_reason() ? stbi_failure_reason() : "decoding failed";
+        // Some faults (a stream that ends early) leave the reason empty.
+        const char* why = stbi_failure_reason();
+        reason = why && *why ? why : "corrupt image data";
         return false;
     }
-    const std::size_t count =
-        static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * static_cast<std::size_t>(n);
+    const std::size_t count = static_cast<std::size_t>(w) * static_cast<std::size_t>(h) *
+                              static_cast<std::size_t>(n);
     out.pixels.assign(pixels, pixels + count);
     stbi_image_free(pixels);
     out.width = w;

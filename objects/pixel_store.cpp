@@ -199,7 +199,8 @@ bool bitmap_image::save_image(const std::string& path) const {
     }
     std::vector<uint8_t> bytes;
     bmp_bytes(bytes);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    file.write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
     return static_cast<bool>(file);
 }
 
