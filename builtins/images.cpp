@@ -192,8 +192,8 @@ VRK_BUILTIN(jpg_encode) {
     const auto pixels = static_cast<uint64_t>(w > 0 && h > 0 ? w * h : 0);
     const uint64_t channels = pixels ? size / pixels : 0;
     vrkvar* target = args.size() >= 4 ? arg(args, 3) : first;
-    if (!shape || !image_shape_ok(w, h, 1) || pixels == 0 || size % pixels != 0 ||
-        channels < 1 || channels > 4 || !as_data(target)) {
+    if (!shape || !image_shape_ok(w, h, 1) || pixels == 0 || size % pixels != 0 || channels < 1 ||
+        channels > 4 || !as_data(target)) {
         report(block, "wrong params.");
         return &result;
     }
