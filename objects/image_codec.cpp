@@ -79,6 +79,9 @@ bool decode_image(const uint8_t* bytes, std::size_t size, decoded_image& out, st
         // Some faults (a stream that ends early) leave the reason empty.
         const char* why = stbi_failure_reason();
         reason = why && *why ? why : "corrupt image data";
+        // A reason may quote bytes of the input (an unknown chunk's name).
+        for (char& c : reason)
+            if (static_cast<unsigned char>(c) < 32 || static_cast<unsigned char>(c) > 126) c = '?';
         return false;
     }
     const std::size_t count = static_cast<std::size_t>(w) * static_cast<std::size_t>(h) *
