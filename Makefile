@@ -27,7 +27,7 @@ WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DND
                   -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
 TSAN_DIR   ?= build-tsan
 # Unit tests that start worker threads; only these run under ThreadSanitizer.
-TSAN_TESTS ?= ^Workers|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects
+TSAN_TESTS ?= ^Workers|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects|^BitmapJobsTest
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
 
