@@ -189,7 +189,8 @@ VRK_BUILTIN(jpg_encode) {
     const int64_t w = shape ? to_int(arg(args, 1)) : 0;
     const int64_t h = shape ? to_int(arg(args, 2)) : 0;
     const std::size_t size = shape ? first->value.data->size() : 0;
-    const auto pixels = static_cast<uint64_t>(w > 0 && h > 0 ? w * h : 0);
+    const bool sides = w > 0 && h > 0 && w <= kMaxImageSide && h <= kMaxImageSide;
+    const auto pixels = static_cast<uint64_t>(sides ? w * h : 0);
     const uint64_t channels = pixels ? size / pixels : 0;
     vrkvar* target = args.size() >= 4 ? arg(args, 3) : first;
     if (!shape || !image_shape_ok(w, h, 1) || pixels == 0 || size % pixels != 0 || channels < 1 ||

@@ -51,6 +51,9 @@ std::array<uint8_t, 4> mix(const std::array<uint8_t, 4>& under, const std::array
 // of the source past the edges of `dst` (either side) are left out.
 template <class Weight>
 void blend_into(bitmap_image& dst, const bitmap_image& src, int64_t x, int64_t y, Weight weight) {
+    // Far outside nothing of the source can land; held there, the sums stay small.
+    x = std::clamp<int64_t>(x, -2 * kMaxImageSide, 2 * kMaxImageSide);
+    y = std::clamp<int64_t>(y, -2 * kMaxImageSide, 2 * kMaxImageSide);
     const int64_t from_x = std::max<int64_t>(0, -x);
     const int64_t from_y = std::max<int64_t>(0, -y);
     const int64_t to_x = std::min<int64_t>(src.width, int64_t{dst.width} - x);
@@ -74,8 +77,11 @@ enum class radial { darken, lighten, tint };
 void radial_change(bitmap_image& image, double cx, double cy, double radius, double power,
                    radial kind, rgb_colour towards) {
     if (!(radius > 0.0)) return;
-    const auto left = static_cast<int64_t>(std::max(0.0, std::floor(cx - radius)));
-    const auto top = static_cast<int64_t>(std::max(0.0, std::floor(cy - radius)));
+    // The walk covers the circle's box, cut to the image first.
+    const auto left = static_cast<int64_t>(
+        std::clamp(std::floor(cx - radius), 0.0, static_cast<double>(image.width)));
+    const auto top = static_cast<int64_t>(
+        std::clamp(std::floor(cy - radius), 0.0, static_cast<double>(image.height)));
     const double right = std::min<double>(image.width - 1.0, std::ceil(cx + radius));
     const double bottom = std::min<double>(image.height - 1.0, std::ceil(cy + radius));
     const std::array<uint8_t, 4> target =
@@ -129,8 +135,14 @@ void register_regions() {
             const bitmap_image& src = self->image;
             const int64_t x = int_arg(a, 0);
             const int64_t y = int_arg(a, 1);
-            const int64_t w = a.size() >= 3 ? int_arg(a, 2) : int64_t{src.width} - x;
-            const int64_t h = a.size() >= 4 ? int_arg(a, 3) : int64_t{src.height} - y;
+            // The defaults are the rest of the image (only from a start inside).
+            const bool start_inside = src.inside(x, y);
+            const int64_t w = a.size() >= 3  ? int_arg(a, 2)
+                              : start_inside ? int64_t{src.width} - x
+                                             : 0;
+            const int64_t h = a.size() >= 4  ? int_arg(a, 3)
+                              : start_inside ? int64_t{src.height} - y
+                                             : 0;
             const pixel_area area = cut(src, x, y, w, h);
             ScriptBMP* out = new_result(result);
             out->image.create(static_cast<uint32_t>(area.w), static_cast<uint32_t>(area.h),
@@ -209,7 +221,8 @@ void register_regions() {
             const pixel_area area = cut(self->image, int_arg(a, 0), int_arg(a, 1), int_arg(a, 2),
                                         int_arg(a, 3));
             // Each colour byte moves by an even draw from [-strength, strength].
-            const double strength = std::abs(float_arg(a, 4));
+            // Beyond 512 every draw saturates a byte anyway.
+            const double strength = std::min(std::abs(float_arg(a, 4)), 512.0);
             if (area.w == 0 || !(strength > 0.0) || !std::isfinite(strength)) return;
             std::uniform_real_distribution<double> draw(-strength, strength);
             std::mt19937& engine = noise_engine();
@@ -230,8 +243,8 @@ void register_regions() {
                 return;
             }
             // Pixels moved past an edge are lost; the uncovered part is black.
-            const int64_t dx = int_arg(a, 0);
-            const int64_t dy = int_arg(a, 1);
+            const int64_t dx = std::clamp<int64_t>(int_arg(a, 0), -kMaxImageSide, kMaxImageSide);
+            const int64_t dy = std::clamp<int64_t>(int_arg(a, 1), -kMaxImageSide, kMaxImageSide);
             bitmap_image moved;
             moved.create(self->image.width, self->image.height, self->image.bytes_per_pixel);
             const uint32_t n = self->image.bytes_per_pixel;

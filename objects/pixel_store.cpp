@@ -87,6 +87,8 @@ void bitmap_image::circle(int64_t cx, int64_t cy, int64_t radius, int pen, rgb_c
     if (radius < 0) return;
     // Far outside the image nothing can be drawn; stop before walking it.
     if (radius > 4 * kMaxImageSide) return;
+    cx = std::clamp<int64_t>(cx, -8 * kMaxImageSide, 8 * kMaxImageSide);
+    cy = std::clamp<int64_t>(cy, -8 * kMaxImageSide, 8 * kMaxImageSide);
     int64_t x = radius;
     int64_t y = 0;
     int64_t err = 1 - radius;
