@@ -3,6 +3,7 @@
 // resize).
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "objects/bitmap.h"
 #include "values/cell.h"
@@ -45,19 +46,6 @@ void size_property(const char* name, uint32_t bitmap_image::*field) {
                                       });
 }
 
-// Bilinear sample of channel `ch` of `src` at the real position (fx, fy).
-double sample(const bitmap_image& src, double fx, double fy, uint32_t ch) {
-    const auto x0 = static_cast<int64_t>(fx);
-    const auto y0 = static_cast<int64_t>(fy);
-    const int64_t x1 = std::min<int64_t>(x0 + 1, src.width - 1);
-    const int64_t y1 = std::min<int64_t>(y0 + 1, src.height - 1);
-    const double tx = fx - static_cast<double>(x0);
-    const double ty = fy - static_cast<double>(y0);
-    const double top = src.at(x0, y0)[ch] * (1.0 - tx) + src.at(x1, y0)[ch] * tx;
-    const double bottom = src.at(x0, y1)[ch] * (1.0 - tx) + src.at(x1, y1)[ch] * tx;
-    return top * (1.0 - ty) + bottom * ty;
-}
-
 }  // namespace
 
 // A bilinear resize of `src` into `dst`, already created at the new size: the
@@ -67,15 +55,38 @@ double sample(const bitmap_image& src, double fx, double fy, uint32_t ch) {
 void resize_into(const bitmap_image& src, bitmap_image& dst) {
     if (src.width == 0 || src.height == 0) return;
     const uint32_t channels = dst.bytes_per_pixel;
+    // Where each target column samples: the left source column, its right
+    // neighbour (the same at the last column) and the weight of the right one.
+    struct tap {
+        std::size_t left;   // byte offset of the left pixel in a row
+        std::size_t right;  // byte offset of the right pixel in a row
+        double weight;      // weight of the right pixel
+    };
+    std::vector<tap> columns(dst.width);
+    for (uint32_t x = 0; x < dst.width; ++x) {
+        const double u = dst.width > 1 ? static_cast<double>(x) / (dst.width - 1) : 0.0;
+        const double fx = (src.width - 1) * u;
+        const auto x0 = static_cast<uint32_t>(fx);
+        const uint32_t x1 = std::min(x0 + 1, src.width - 1);
+        columns[x] = {std::size_t{x0} * channels, std::size_t{x1} * channels, fx - x0};
+    }
     for (uint32_t y = 0; y < dst.height; ++y) {
         const double v = dst.height > 1 ? static_cast<double>(y) / (dst.height - 1) : 0.0;
         const double fy = (src.height - 1) * v;
-        for (uint32_t x = 0; x < dst.width; ++x) {
-            const double u = dst.width > 1 ? static_cast<double>(x) / (dst.width - 1) : 0.0;
-            const double fx = (src.width - 1) * u;
-            uint8_t* out = dst.at(x, y);
-            for (uint32_t ch = 0; ch < channels; ++ch)
-                out[ch] = static_cast<uint8_t>(std::min(255.0, sample(src, fx, fy, ch) + 0.5));
+        const auto y0 = static_cast<uint32_t>(fy);
+        const uint32_t y1 = std::min(y0 + 1, src.height - 1);
+        const double ty = fy - y0;
+        const uint8_t* upper = src.at(0, y0);
+        const uint8_t* lower = src.at(0, y1);
+        uint8_t* out = dst.at(0, y);
+        for (const tap& t : columns) {
+            for (uint32_t ch = 0; ch < channels; ++ch) {
+                const double top = upper[t.left + ch] +
+                                   (upper[t.right + ch] - upper[t.left + ch]) * t.weight;
+                const double bottom = lower[t.left + ch] +
+                                      (lower[t.right + ch] - lower[t.left + ch]) * t.weight;
+                *out++ = static_cast<uint8_t>(std::min(255.0, top + (bottom - top) * ty + 0.5));
+            }
         }
     }
 }

@@ -95,7 +95,7 @@ def bmp_pixels(data):
 
 
 def main():
-    vorka, update = sys.argv[1], "--update" in sys.argv[2:]
+    vorka, update = os.path.abspath(sys.argv[1]), "--update" in sys.argv[2:]
     failures = []
     with tempfile.TemporaryDirectory() as out:
         run = subprocess.run([vorka, "--runscript=scene.vrs", "--scriptarg=" + out], cwd=HERE,
