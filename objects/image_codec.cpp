@@ -2,6 +2,7 @@
 // zlib doing the PNG writer's deflate.
 #include "objects/image_codec.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -54,10 +55,63 @@ unsigned char* png_deflate(unsigned char* bytes, int size, int* out_size, int /*
 
 namespace vrk {
 
+namespace {
+
+// The Huffman tables of a JPEG's DHT segment [p, end) hold at most 256 codes
+// each. The reader of this stb version trusts the counts and writes past its
+// table when they add up to more, so such files are refused before decoding.
+bool huffman_tables_fit(const uint8_t* p, const uint8_t* end) {
+    while (p < end) {
+        if (end - p < 17) return false;
+        unsigned codes = 0;
+        for (int i = 1; i <= 16; ++i) codes += p[i];
+        if (codes > 256) return false;
+        p += 17 + codes;
+    }
+    return true;
+}
+
+// Walks the markers of a JPEG file image and checks every DHT segment; true
+// for bytes that are no JPEG at all (another reader takes them). Entropy-coded
+// data needs no special step: in it 0xFF is followed by a stuffed 0 or a
+// restart marker, both of which the walk passes over.
+bool jpeg_tables_fit(const uint8_t* bytes, std::size_t size) {
+    std::size_t i = 0;
+    // The reader takes any number of 0xFF fill bytes before a marker.
+    if (size < 2 || bytes[0] != 0xFF) return true;
+    while (i < size && bytes[i] == 0xFF) ++i;
+    if (i >= size || bytes[i] != 0xD8) return true;
+    ++i;
+    while (i < size) {
+        if (bytes[i] != 0xFF) {
+            ++i;
+            continue;
+        }
+        while (i < size && bytes[i] == 0xFF) ++i;
+        if (i >= size) break;
+        const uint8_t marker = bytes[i++];
+        if (marker == 0x00 || marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8)) continue;
+        if (marker == 0xD9) break;
+        if (size - i < 2) break;
+        const std::size_t length = (std::size_t{bytes[i]} << 8) | bytes[i + 1];
+        const std::size_t end = std::min(size, i + length);
+        if (marker == 0xC4 && length >= 2 && !huffman_tables_fit(bytes + i + 2, bytes + end))
+            return false;
+        i = std::max(end, i + 2);
+    }
+    return true;
+}
+
+}  // namespace
+
 bool decode_image(const uint8_t* bytes, std::size_t size, decoded_image& out, std::string& reason) {
     out = decoded_image{};
     if (!bytes || size == 0 || size > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
         reason = size == 0 ? "empty buffer" : "buffer too large";
+        return false;
+    }
+    if (!jpeg_tables_fit(bytes, size)) {
+        reason = "bad DHT header";
         return false;
     }
     const int length = static_cast<int>(size);
