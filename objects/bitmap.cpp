@@ -104,8 +104,11 @@ bool ScriptBMP::load_bytes(const uint8_t* bytes, std::size_t size, std::string& 
     decoded_image decoded;
     if (!decode_image(bytes, size, decoded, reason)) return false;
     swap_red_blue(decoded.pixels, decoded.channels);
-    image.create(static_cast<uint32_t>(decoded.width), static_cast<uint32_t>(decoded.height),
-                 static_cast<uint32_t>(decoded.channels));
+    // The decoded bytes become the pixels as they are, without a cleared image first.
+    image.width = static_cast<uint32_t>(decoded.width);
+    image.height = static_cast<uint32_t>(decoded.height);
+    image.bytes_per_pixel = static_cast<uint32_t>(decoded.channels);
+    image.row_increment = image.width * image.bytes_per_pixel;
     image.data = std::move(decoded.pixels);
     return true;
 }
