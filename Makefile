@@ -27,7 +27,7 @@ WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DND
 TSAN_DIR   ?= build-tsan
 # Unit tests that start worker threads, and the script thread stress tests; only
 # these run under ThreadSanitizer.
-TSAN_TESTS ?= ^Workers|^ScriptThreads|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects|^BuiltinsFilesTest
+TSAN_TESTS ?= ^Workers|^ScriptThreads|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects|^BuiltinsFilesTest|^BitmapJobsTest
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
 

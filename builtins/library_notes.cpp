@@ -137,6 +137,16 @@ constexpr std::array kNotes{
     vrklibrary_note{"format_clause",
                     "The description is a copy of another row's: it joins the lines of each "
                     "bracketed clause into one."},
+    // native objects
+    vrklibrary_note{"bmp_setpixel",
+                    "The first argument is a bitmap, not bytes; the colour is a list R, G, B (a "
+                    "plain number is red alone)."},
+    vrklibrary_note{"bmp_data",
+                    "A placeholder: it reports \"implement later.\" and answers an "
+                    "empty buffer."},
+    vrklibrary_note{"jpg_decode",
+                    "Replaces the buffer's bytes by the pixels in R, G, B order; a failure is "
+                    "reported with code 1 (not a JPEG) or 2 (a damaged one)."},
 };
 
 }  // namespace

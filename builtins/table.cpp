@@ -18,6 +18,7 @@
 #include "builtins/data.h"
 #include "builtins/dates.h"
 #include "builtins/files.h"
+#include "builtins/images.h"
 #include "builtins/math.h"
 #include "builtins/process.h"
 #include "builtins/reflection.h"
@@ -454,15 +455,15 @@ constexpr std::array kRows{
     fn("get_context", 0, plain, "return script context variable", lib::get_context),
     fn("has_context", 0, plain, "return true if script context variable", lib::has_context),
     fn("load", 2, numbered, ""),
-    fn("jpg_decode", 3, plain, "(uchars,ref width, ref height) decode jpeg"),
+    fn("jpg_decode", 3, plain, "(uchars,ref width, ref height) decode jpeg", lib::jpg_decode),
     fn("jpg_encode", 4, plain,
-       "(uchars,width,height, opt out) (bmp_ptr, opt dataout) encode to jpeg"),
+       "(uchars,width,height, opt out) (bmp_ptr, opt dataout) encode to jpeg", lib::jpg_encode),
     ctor("bmp", 3, plain, "(uchars,width,height) or (width,height) create a blank bmp image",
-         "bitmap"),
+         "bitmap", lib::bmp),
     ctor("subprocess", 0, plain, "()", "subprocess", lib::subprocess_new),
-    fn("bmp_setpixel", 4, plain, "(uchars,x,y,[r,b,g])"),
-    fn("bmp_circle", 6, plain, "(bmp,x,y,radius,[r,b,g],width = 1)"),
-    fn("bmp_data", 1, plain, "(uchars) returns a uchars with pure 0-255 rgb values"),
+    fn("bmp_setpixel", 4, plain, "(uchars,x,y,[r,b,g])", lib::bmp_setpixel),
+    fn("bmp_circle", 6, plain, "(bmp,x,y,radius,[r,b,g],width = 1)", lib::bmp_circle),
+    fn("bmp_data", 1, plain, "(uchars) returns a uchars with pure 0-255 rgb values", lib::bmp_data),
     fn("encode_url_string", 1, plain, "(text) encode an url", lib::encode_url_string),
     fn("refactor_old", 1, plain,
        "(script) refactors old script text to new script format (internal debug function, ignore)",

@@ -6,6 +6,7 @@
 
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "objects/bitmap.h"
 #include "objects/members.h"
 #include "objects/object_context.h"
 #include "objects/os.h"
@@ -120,6 +121,7 @@ void register_native_types() {
     ASignalHandler::scriptRegister();
     ATimer::scriptRegister();
     VorkaOS::scriptRegister();
+    ScriptBMP::scriptRegister();
     ScriptSubProcess::scriptRegister();
     ScriptVector::scriptRegister();
     register_type_record("vrkobject", []() -> vrkobject* {
