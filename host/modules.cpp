@@ -7,7 +7,7 @@
 #include "base/context.h"
 #include "base/log.h"
 #include "host/engine.h"
-#include "objects/module_object.h"
+#include "objects/module_type.h"
 #include "platform/dynamic_library.h"
 #include "platform/files.h"
 #include "values/cell.h"
@@ -34,9 +34,9 @@ vrkvar* api_register_function(vrkscript* engine, const char* name, vrkmodule_fn 
 void api_log(int kind, const char* text) {
     if (!text) return;
     switch (kind) {
-    case VRK_LOG_ERROR: log().error("%s", text); break;
-    case VRK_LOG_WARNING: log().warn("%s", text); break;
-    default: log().log("%s", text); break;
+        case VRK_LOG_ERROR: log().error("%s", text); break;
+        case VRK_LOG_WARNING: log().warn("%s", text); break;
+        default: log().log("%s", text); break;
     }
 }
 
@@ -64,10 +64,20 @@ void* api_object_state(vrkvar* cell, const vrkmodule_type* type) {
 }  // namespace
 
 const vrkmodule_api* module_api() {
-    static const vrkmodule_api table{
-        sizeof(vrkmodule_api), context().version, &api_register_function, &api_log, &api_deref,
-        &api_to_int,           &api_to_float,     &api_to_text,           &api_set_int, &api_set_float,
-        &api_set_text,         &register_module_type, &api_make_object,   &api_object_state};
+    static const vrkmodule_api table{sizeof(vrkmodule_api),
+                                     context().version,
+                                     &api_register_function,
+                                     &api_log,
+                                     &api_deref,
+                                     &api_to_int,
+                                     &api_to_float,
+                                     &api_to_text,
+                                     &api_set_int,
+                                     &api_set_float,
+                                     &api_set_text,
+                                     &register_module_type,
+                                     &api_make_object,
+                                     &api_object_state};
     return &table;
 }
 
@@ -99,7 +109,8 @@ void vrkscript::load_native_modules() {
 void vrkscript::loadModule(const std::string& path) {
     log().warn("loading module %s", path.c_str());
     std::string reason;
-    std::unique_ptr<platform::DynamicLibrary> library = platform::DynamicLibrary::open(path, reason);
+    std::unique_ptr<platform::DynamicLibrary> library = platform::DynamicLibrary::open(path,
+                                                                                       reason);
     if (!library) {
         log().error("cannot load module %s", path.c_str());
         if (!reason.empty()) log().error("%s", reason.c_str());

@@ -7,6 +7,7 @@
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "objects/members.h"
+#include "objects/module.h"
 #include "objects/object_context.h"
 #include "objects/vec.h"
 #include "saved/value_form.h"
@@ -112,6 +113,7 @@ void register_native_types() {
     if (ctx.types.count("vrkobject")) return;
     // The order of the host's types; those not built yet keep their place.
     ScriptVector::scriptRegister();
+    AScript::scriptRegister();
     register_type_record("vrkobject", []() -> vrkobject* {
         log().error("cannot instantiate vrkobject!");
         return nullptr;

@@ -67,12 +67,12 @@ struct vrkmodule_member {
 // A native object type of a module. The record and everything it points to
 // must live as long as the process (a static in the module).
 struct vrkmodule_type {
-    const char* name;                             // script type name (typeof, saved forms)
-    void* (*create)();                            // a new object's state
-    void (*destroy)(void* self);                  // frees the state when the object ends
+    const char* name;                               // script type name (typeof, saved forms)
+    void* (*create)();                              // a new object's state
+    void (*destroy)(void* self);                    // frees the state when the object ends
     void (*to_text)(void* self, std::string& out);  // text of the object; may be null
-    const vrkmodule_member* members;              // member records
-    std::size_t member_count;                     // number of member records
+    const vrkmodule_member* members;                // member records
+    std::size_t member_count;                       // number of member records
 };
 
 // Log kinds of `vrkmodule_api::log`.

@@ -12,8 +12,8 @@ inline void register_hello(vrk::vrkscript* engine, const char* function, const c
         engine, function,
         [](vrk::vrkblock*, std::vector<vrk::vrkvar*>& args, void* user, vrk::vrkvar& result) {
             const int64_t x = vorka::to_int(vorka::arg(args, 0));
-            const std::string text =
-                std::string(static_cast<const char*>(user)) + " says " + std::to_string(x);
+            const std::string text = std::string(static_cast<const char*>(user)) + " says " +
+                                     std::to_string(x);
             vorka::log(text.c_str());
             vorka::set_int(result, x + 1);
             return &result;

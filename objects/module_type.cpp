@@ -1,5 +1,5 @@
 // Objects of the native types that modules register.
-#include "objects/module_object.h"
+#include "objects/module_type.h"
 
 #include <memory>
 
