@@ -74,8 +74,7 @@ VRK_BUILTIN(loadmodule) {
     set_object(&result, module, true);
     associateBlock(module, block);
 
-    if (args.size() >= 3 && args[2] && to_int(deref(args[2])) != 0 && parser &&
-        parser->root_block)
+    if (args.size() >= 3 && args[2] && to_int(deref(args[2])) != 0 && parser && parser->root_block)
         run(parser->root_block, nullptr, 0, kSelfUnchanged);
     return &result;
 }

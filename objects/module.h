@@ -38,9 +38,9 @@ public:
     // could not be read).
     vrkblock* root() const;
 
-    vrkscript* engine = nullptr;                 // the engine that holds the script
-    vrkparser* script = nullptr;                 // the loaded script's parser; null when loading failed
-    std::function<void(vrkparser*)> unload;      // asks the engine to remove the script
+    vrkscript* engine = nullptr;             // the engine that holds the script
+    vrkparser* script = nullptr;             // the loaded script's parser; null when loading failed
+    std::function<void(vrkparser*)> unload;  // asks the engine to remove the script
 };
 
 }  // namespace vrk
