@@ -53,6 +53,16 @@ bool waiting_lists_empty(vrkscript& engine) {
 
 std::atomic<int64_t>& next_reload_time() { return host_state().nextReloadTime; }
 
+// The folder the watcher watches: the script's folder. A script named without
+// any folder has its own name as its folder part; it sits in the directory the
+// host started in, which stays the working directory then, so that is watched.
+std::string watched_folder(const std::string& scriptDirectory, const std::string& scriptPath) {
+    if (!scriptDirectory.empty() && scriptDirectory == scriptPath &&
+        scriptPath.find_first_of("/\\") == std::string::npos)
+        return ".";
+    return scriptDirectory;
+}
+
 }  // namespace
 
 void stop_waiting_blocks(vrkscript& engine) {
@@ -84,8 +94,8 @@ void UpdateListener::handleFileAction(platform::FW::WatchID, const std::string& 
     ScriptLock lock;
     vrkscript* engine = host.mainEngine;
     if (action == platform::FW::Action::Modified && !host.scriptDirectory.empty() &&
-        directory == host.scriptDirectory && fileName.find(".vrs") != std::string::npos &&
-        engine && host.mainParser) {
+        directory == watched_folder(host.scriptDirectory, host.scriptPath) &&
+        fileName.find(".vrs") != std::string::npos && engine && host.mainParser) {
         const std::string path = host.scriptPath;
         stop_waiting_blocks(*engine);
         engine->reloadParser(host.mainParser, false);
@@ -110,7 +120,8 @@ void UpdateListener::handleFileAction(platform::FW::WatchID, const std::string& 
     next_reload_time().store(platform::monotonic_ms() + kReloadDebounceMs);
 }
 
-void start_watcher_thread(const std::string& directory) {
+void start_watcher_thread(const std::string& scriptDirectory) {
+    const std::string directory = watched_folder(scriptDirectory, host_state().scriptPath);
     std::thread([directory] {
         platform::FW::FileWatcher watcher;
         UpdateListener listener;

@@ -46,7 +46,8 @@ public:
 // the script lock held.
 void stop_waiting_blocks(vrkscript& engine);
 
-// Starts the watcher thread on `directory`; it runs until the process ends.
-void start_watcher_thread(const std::string& directory);
+// Starts the watcher thread on the script's folder (the start directory for a
+// script named without a folder); it runs until the process ends.
+void start_watcher_thread(const std::string& scriptDirectory);
 
 }  // namespace vrk

@@ -5,13 +5,12 @@
 // own, and adds folders that appear later as their creation is seen. Each
 // descriptor remembers its watch and its path below the top folder, so that
 // names reach the listener relative to the folder the watch was given.
-#include <sys/inotify.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <filesystem>
 #include <map>
+#include <sys/inotify.h>
 #include <system_error>
+#include <unistd.h>
 #include <vector>
 
 #include "platform/file_watcher.h"
@@ -136,8 +135,9 @@ private:
         }
         if (event.len == 0) return;
         const std::string name = event.name;
-        const std::string fileName =
-            folder->second.relative.empty() ? name : folder->second.relative + "/" + name;
+        const std::string fileName = folder->second.relative.empty()
+                                         ? name
+                                         : folder->second.relative + "/" + name;
         if (watch.recursive && (event.mask & IN_ISDIR) && (event.mask & (IN_CREATE | IN_MOVED_TO)))
             add_folder(watch, watch.directoryName + "/" + fileName, fileName);
         if (event.mask & (IN_CREATE | IN_MOVED_TO)) handleAction(watch, fileName, Action::Add);

@@ -7,9 +7,8 @@
 // the thread that calls `update`. The routine walks the records of the
 // buffer, reports each, and starts the next request unless the watch is
 // being removed.
-#include <windows.h>
-
 #include <map>
+#include <windows.h>
 
 #include "platform/file_watcher.h"
 #include "platform/text_windows.h"
@@ -31,16 +30,16 @@ class FileWatcherWin32;
 // One watch; the overlapped record comes first so that the completion routine
 // finds the watch from it.
 struct WatchStruct {
-    OVERLAPPED overlapped{};                      // the request under way
+    OVERLAPPED overlapped{};                        // the request under way
     HANDLE directoryHandle = INVALID_HANDLE_VALUE;  // the open folder
-    alignas(DWORD) BYTE buffer[kBufferSize];      // change records
-    DWORD notifyFilter = kNotifyFilter;           // what the request asks for
-    bool stopNow = false;                         // the watch is being removed
-    FileWatcherWin32* watcher = nullptr;          // the owning watcher
-    FileWatchListener* listener = nullptr;        // who hears of changes
-    std::string directoryName;                    // the folder as given
-    WatchID watchId = 0;                          // the id addWatch returned
-    bool recursive = false;                       // folders below are watched too
+    alignas(DWORD) BYTE buffer[kBufferSize];        // change records
+    DWORD notifyFilter = kNotifyFilter;             // what the request asks for
+    bool stopNow = false;                           // the watch is being removed
+    FileWatcherWin32* watcher = nullptr;            // the owning watcher
+    FileWatchListener* listener = nullptr;          // who hears of changes
+    std::string directoryName;                      // the folder as given
+    WatchID watchId = 0;                            // the id addWatch returned
+    bool recursive = false;                         // folders below are watched too
 };
 
 namespace {
@@ -101,18 +100,20 @@ public:
         }
     }
 
-    void update() override { MsgWaitForMultipleObjectsEx(0, nullptr, 0, QS_ALLINPUT, MWMO_ALERTABLE); }
+    void update() override {
+        MsgWaitForMultipleObjectsEx(0, nullptr, 0, QS_ALLINPUT, MWMO_ALERTABLE);
+    }
 
     // Maps the system's action and tells the listener.
     void handleAction(WatchStruct& watch, const std::string& fileName, DWORD action) {
         Action mapped = Action::Modified;
         switch (action) {
-        case FILE_ACTION_ADDED:
-        case FILE_ACTION_RENAMED_NEW_NAME: mapped = Action::Add; break;
-        case FILE_ACTION_REMOVED:
-        case FILE_ACTION_RENAMED_OLD_NAME: mapped = Action::Delete; break;
-        case FILE_ACTION_MODIFIED: mapped = Action::Modified; break;
-        default: return;
+            case FILE_ACTION_ADDED:
+            case FILE_ACTION_RENAMED_NEW_NAME: mapped = Action::Add; break;
+            case FILE_ACTION_REMOVED:
+            case FILE_ACTION_RENAMED_OLD_NAME: mapped = Action::Delete; break;
+            case FILE_ACTION_MODIFIED: mapped = Action::Modified; break;
+            default: return;
         }
         if (watch.listener)
             watch.listener->handleFileAction(watch.watchId, watch.directoryName, fileName, mapped);
@@ -131,8 +132,8 @@ void CALLBACK watch_callback(DWORD errorCode, DWORD bytes, LPOVERLAPPED overlapp
     if (errorCode == ERROR_SUCCESS) {
         DWORD offset = 0;
         for (;;) {
-            const auto* record =
-                reinterpret_cast<const FILE_NOTIFY_INFORMATION*>(watch->buffer + offset);
+            const auto* record = reinterpret_cast<const FILE_NOTIFY_INFORMATION*>(watch->buffer +
+                                                                                  offset);
             const std::wstring name(record->FileName, record->FileNameLength / sizeof(WCHAR));
             std::string fileName = from_wide(name);
             for (char& c : fileName)

@@ -92,10 +92,10 @@ TEST(FileWatcher, ReportsChangesRelativeToTheWatchedFolder) {
     watcher.update();
     EXPECT_TRUE(recorder.changes.empty()) << "nothing happened yet";
 
-    write_file(folder.path / "a.vrs", "print(1);");   // created and written
-    write_file(folder.path / "sub" / "b.vrs", "x");   // in a sub-folder
-    fs::create_directories(folder.path / "late");     // a folder made after the watch
-    watcher.update();                                  // puts the new folder under watch
+    write_file(folder.path / "a.vrs", "print(1);");  // created and written
+    write_file(folder.path / "sub" / "b.vrs", "x");  // in a sub-folder
+    fs::create_directories(folder.path / "late");    // a folder made after the watch
+    watcher.update();                                // puts the new folder under watch
     write_file(folder.path / "late" / "c.vrs", "x");
     fs::rename(folder.path / "old.txt", folder.path / "new.txt");
     fs::remove(folder.path / "a.vrs");
