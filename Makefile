@@ -39,10 +39,13 @@ DESTDIR    ?=
 BINDIR     := $(DESTDIR)$(PREFIX)/bin
 MAN1DIR    := $(DESTDIR)$(PREFIX)/share/man/man1
 DATADIR    := $(DESTDIR)$(PREFIX)/share
+SDKINCDIR  := $(DESTDIR)$(PREFIX)/include/vorka
+SDKCMAKEDIR := $(DESTDIR)$(PREFIX)/lib/cmake/vorka
 INSTALLED  := $(BINDIR)/vorka $(MAN1DIR)/vorka.1 \
               $(DATADIR)/mime/packages/vorkascript.xml \
               $(DATADIR)/applications/vorkascript.desktop \
-              $(DATADIR)/applications/vorkascript-program.desktop
+              $(DATADIR)/applications/vorkascript-program.desktop \
+              $(SDKINCDIR)/module.h $(SDKCMAKEDIR)/vorkaConfig.cmake
 
 # Default time limit, in seconds, for a test that sets none of its own.
 TEST_TIMEOUT ?= 600
@@ -129,6 +132,9 @@ install: configure
 	install -d $(BINDIR) $(MAN1DIR)
 	install -m 755 $(BUILD_DIR)/vorka $(BINDIR)/vorka
 	install -m 644 man/vorka.1 $(MAN1DIR)/vorka.1
+	install -d $(SDKINCDIR) $(SDKCMAKEDIR)
+	install -m 644 include/vorka/module.h $(SDKINCDIR)/module.h
+	install -m 644 cmake/vorkaConfig.cmake $(SDKCMAKEDIR)/vorkaConfig.cmake
 	XDG_DATA_HOME="$(abspath $(DATADIR))" $(BUILD_DIR)/vorka_filetypes "$(PREFIX)/bin/vorka"
 	chmod 644 $(DATADIR)/mime/packages/vorkascript.xml $(DATADIR)/applications/vorkascript*.desktop
 

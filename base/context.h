@@ -30,6 +30,7 @@ struct vrkcontext {
     vrkcontext& operator=(const vrkcontext&) = delete;
 
     const char* version = "10.5";          // compared by native modules
+    const void* module_api = nullptr;      // host function table for modules (vorka/module.h)
     std::recursive_mutex global_lock;      // the global script lock
     std::function<void()> wakeCallback;    // wakes the frame loop; empty until installed
     std::string executableDirectory;       // directory of the executable, no trailing separator

@@ -20,6 +20,7 @@
 #include "builtins/files.h"
 #include "builtins/images.h"
 #include "builtins/math.h"
+#include "builtins/modules.h"
 #include "builtins/process.h"
 #include "builtins/reflection.h"
 #include "builtins/registry.h"
@@ -65,7 +66,8 @@ constexpr vrkbuiltin_row var(const char* name, const char* description, vrkvaria
 
 constexpr std::array kRows{
     var("os", "file system and OS related functions.", setup_os_global),
-    ctor("loadmodule", 3, numbered, "(filename_or_code,isfile,runscript)", "vorkamodule"),
+    ctor("loadmodule", 3, numbered, "(filename_or_code,isfile,runscript)", "vorkamodule",
+         lib::loadmodule),
     ctor("threadworker", 1, numbered, "(function)", "threadworker", lib::threadworker),
     ctor("signalhandler", 0, numbered, "no description", "signalhandler", lib::signalhandler),
     ctor("vrk_timer", 1, numbered, "no description", "vrk_timer", lib::vrk_timer),
@@ -454,7 +456,7 @@ constexpr std::array kRows{
     fn("free", 1, plain, "free external pointer and call cleanup routines", lib::free_),
     fn("get_context", 0, plain, "return script context variable", lib::get_context),
     fn("has_context", 0, plain, "return true if script context variable", lib::has_context),
-    fn("load", 2, numbered, ""),
+    fn("load", 2, numbered, "", lib::load),
     fn("jpg_decode", 3, plain, "(uchars,ref width, ref height) decode jpeg", lib::jpg_decode),
     fn("jpg_encode", 4, plain,
        "(uchars,width,height, opt out) (bmp_ptr, opt dataout) encode to jpeg", lib::jpg_encode),

@@ -194,8 +194,9 @@ search paths:
   A script named on the command line is opened as given, relative to the
   start directory. #include "name" looks in the including file's folder, the
   current directory, scripts/, scripts/include/, then scripts/ and
-  scripts/include/ beside the executable. Native modules (vrk_*.so) belong in
-  scriptmodules/ beside the executable; this build does not load them.
+  scripts/include/ beside the executable. Native modules (vrk_*.so) are
+  loaded at start from scriptmodules/ in the working directory or, when that
+  holds none, from scriptmodules/ beside the executable.
 )";
 }
 

@@ -98,15 +98,6 @@ vrkscript::~vrkscript() {
     }
 }
 
-void vrkscript::load_native_modules() {
-    // Native modules are not loaded yet: no folder is searched.
-}
-
-void vrkscript::loadModule(const std::string& path) {
-    log().warn("loading module %s", path.c_str());
-    log().log("native modules are not available yet: %s not loaded", path.c_str());
-}
-
 vrkvar* vrkscript::registerFunction(const char* name, vrkbuiltin_fn function, int parameterCount,
                                     void* userValue, const char* description, bool plain_args,
                                     bool deref_args) {

@@ -97,7 +97,7 @@ public:
     vrkvar* returnThread(std::function<void(vrkvar*)> function, vrkblock* block,
                          vrkvar* returnCell);
 
-    // Loads the native module at `path` (hook; modules are not loaded yet).
+    // Loads the native module at `path`: glue, then start (host/modules.cpp).
     void loadModule(const std::string& path);
 
     // Takes a block out of every engine list (called by the block's destructor).
@@ -154,8 +154,8 @@ public:
     std::map<vrkblock*, std::function<void(vrkblock*, const std::string&)>> outputHandlers;
 
 private:
-    // Looks for native modules beside the working directory and the executable
-    // (hook; modules are not loaded yet).
+    // Looks for native modules beside the working directory, then beside the
+    // executable (host/modules.cpp).
     void load_native_modules();
     // Calls and empties reloadCallbacks.
     void call_reload_callbacks();

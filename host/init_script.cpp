@@ -1,6 +1,7 @@
 // The host's script functions and their registration.
 #include "host/init_script.h"
 
+#include <atomic>
 #include <string>
 
 #include "base/context.h"
@@ -33,7 +34,8 @@ vrkvar* set_performance_mode(vrkblock*, std::vector<vrkvar*>& args, void*, vrkva
 vrkvar* set_auto_reload(vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     if (args.size() != 1) return &result;
     vrkhost_state& host = host_state();
-    host.autoReload = to_int(deref(args[0])) != 0 ? 1 : 0;
+    // Read by the file watcher's thread.
+    std::atomic_ref<uint8_t>(host.autoReload).store(to_int(deref(args[0])) != 0 ? 1 : 0);
     log().warn("setting auto script reload mode to %i", static_cast<int>(host.autoReload));
     return &result;
 }

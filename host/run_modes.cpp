@@ -9,6 +9,7 @@
 #include "frontend/compile.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
+#include "host/reload.h"
 #include "saved/program.h"
 #include "vm/block.h"
 #include "vm/run.h"
@@ -54,8 +55,8 @@ void reload_parser(vrkscript& engine, vrkparser* parser, bool recompileAll) {
     if (context().wakeCallback) context().wakeCallback();
 }
 
-void start_file_watcher(vrkscript&, const std::string&) {
-    // Reloading on file change is not built yet: no thread is started.
+void start_file_watcher(vrkscript&, const std::string& directory) {
+    start_watcher_thread(directory);
 }
 
 }  // namespace vrk

@@ -8,6 +8,7 @@
 #include "base/script_lock.h"
 #include "objects/bitmap.h"
 #include "objects/members.h"
+#include "objects/module.h"
 #include "objects/object_context.h"
 #include "objects/os.h"
 #include "objects/signalhandler.h"
@@ -124,6 +125,7 @@ void register_native_types() {
     ScriptBMP::scriptRegister();
     ScriptSubProcess::scriptRegister();
     ScriptVector::scriptRegister();
+    AScript::scriptRegister();
     register_type_record("vrkobject", []() -> vrkobject* {
         log().error("cannot instantiate vrkobject!");
         return nullptr;
