@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <exception>
+#include <memory>
 #include <thread>
 
 #include "base/log.h"
@@ -122,17 +123,20 @@ void UpdateListener::handleFileAction(platform::FW::WatchID, const std::string& 
 
 void start_watcher_thread(const std::string& scriptDirectory) {
     const std::string directory = watched_folder(scriptDirectory, host_state().scriptPath);
-    std::thread([directory] {
-        platform::FW::FileWatcher watcher;
-        UpdateListener listener;
-        log().log("FILE WATCHER: %s", directory.c_str());
-        try {
-            watcher.addWatch(directory, &listener, true);
-        } catch (const std::exception& e) {
-            log().error("FileWatcher error: %s", e.what());
-        }
+    // The watch is set up here, before the script runs, so that its report
+    // lines come at the same place of the output every time; the thread only
+    // looks for changes.
+    auto watcher = std::make_unique<platform::FW::FileWatcher>();
+    auto listener = std::make_unique<UpdateListener>();
+    log().log("FILE WATCHER: %s", directory.c_str());
+    try {
+        watcher->addWatch(directory, listener.get(), true);
+    } catch (const std::exception& e) {
+        log().error("FileWatcher error: %s", e.what());
+    }
+    std::thread([watcher = std::move(watcher), listener = std::move(listener)] {
         for (;;) {
-            watcher.update();
+            watcher->update();
             platform::sleep_ms(kWatchPollMs);
         }
     }).detach();

@@ -19,6 +19,9 @@
 # and are left out: "[LOG]: external..." (a function declared `extern`) and
 # "[WARN]: cannot find global var <name>! creating..." (a global the program
 # declares, which only a source run has made before the program runs).
+# The host's own line "[LOG]: FILE WATCHER: <folder>" is left out of both: a
+# source run prints it once its top block has first stopped, a compiled run
+# before its program starts.
 #
 # Cases run side by side, at most ROUNDTRIP_JOBS (8) at a time; most of their
 # time is spent waiting (compile mode waits 5 s after writing its file).
@@ -76,9 +79,11 @@ run_case() {
         return
     fi
     (cd "$case_dir" && timeout "$limit" "$VORKA" --compiled_run="$base.rt.vre" < /dev/null > program.out 2>&1)
-    after_marker "[LOG]: done." "$case_dir/source.out" > "$case_dir/source.txt"
+    after_marker "[LOG]: done." "$case_dir/source.out" | grep -v '^\[LOG\]: FILE WATCHER: ' \
+        > "$case_dir/source.txt"
     after_marker "[LOG]: loading executable " "$case_dir/program.out" |
         grep -v -e '^\[LOG\]: external\.\.\.$' -e '^\[WARN\]: cannot find global var .*! creating\.\.\.$' \
+            -e '^\[LOG\]: FILE WATCHER: ' \
             > "$case_dir/program.txt"
     if diff -u "$case_dir/source.txt" "$case_dir/program.txt" > "$case_dir/diff.txt"; then
         echo "PASS $name" > "$case_dir/verdict"
