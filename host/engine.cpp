@@ -235,7 +235,7 @@ void vrkscript::reloadParser(vrkparser* parser, bool recompileAll, std::function
         owned.reset();
         if (callback) callback();
     } else {
-        frame(true);
+        frame();
         retiredParsers.push_back({std::move(owned), std::move(active)});
         if (callback) afterRetireCallbacks.push_back(std::move(callback));
     }

@@ -82,8 +82,8 @@ public:
     // Parses, compiles and runs every loaded script again; disposable ones go.
     void recompile();
     // One pass of housekeeping and scheduling. Returns true when blocks were
-    // suspended during it. The argument has no effect.
-    bool frame(bool flag = true);
+    // suspended during it.
+    bool frame();
 
     // A new zeroed schedule record with the next id, owned by the engine.
     vrkschedule* addSchedule();
@@ -144,7 +144,6 @@ public:
     std::deque<std::string> promptLines;     // lines waiting for promptParser
     std::map<uint64_t, std::vector<std::function<void()>>> reloadCallbacks;  // before a script goes
     std::string scriptSearchPath;                             // prefix for relative script names
-    std::string unusedText;                                   // unused by the host
     std::vector<vrkretired_parser> retiredParsers;            // parsers whose blocks still run
     std::vector<std::function<void()>> afterRetireCallbacks;  // when retiredParsers runs empty
     std::function<void()> mainThreadHandler;                  // set only by a native module

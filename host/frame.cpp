@@ -302,7 +302,7 @@ private:
 
 }  // namespace
 
-bool vrkscript::frame(bool) {
+bool vrkscript::frame() {
     frame_lock lock;
     sweep_retired_parsers(*this);
     if (!objectsBeforeFrame.empty())

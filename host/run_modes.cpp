@@ -46,7 +46,7 @@ void run_root(vrkblock* root) {
 
 bool root_active(const vrkblock* root) { return block_active(root); }
 
-bool run_frame(vrkscript& engine) { return engine.frame(true); }
+bool run_frame(vrkscript& engine) { return engine.frame(); }
 
 void reload_parser(vrkscript& engine, vrkparser* parser, bool recompileAll) {
     engine.reloadParser(parser, recompileAll);

@@ -138,7 +138,7 @@ void clear_input(vrkscript& engine, vrkparser* parser) {
     engine.retiredParsers.clear();
     engine.afterRetireCallbacks.clear();
     engine.parsersToRemove.clear();
-    engine.frame(true);
+    engine.frame();
 
     // Handles of blocks that are gone resolve to nothing.
     auto& sleeping = engine.sleepingBlocks;
@@ -169,7 +169,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
         if (engine.sleepingBlocks.empty() && engine.newSleepers.empty() &&
             engine.parsersToRemove.empty())
             break;
-        engine.frame(true);
+        engine.frame();
     }
 
     clear_input(engine, parser);

@@ -38,7 +38,7 @@ protected:
 
     // Runs frames until every worker has been reaped.
     void finish_jobs() {
-        for (int i = 0; i < 200000 && !engine.activeThreads.empty(); ++i) engine.frame(true);
+        for (int i = 0; i < 200000 && !engine.activeThreads.empty(); ++i) engine.frame();
         ASSERT_TRUE(engine.activeThreads.empty());
     }
 

@@ -345,7 +345,7 @@ TEST_F(BuiltinsArraysTest, ObjectsAnswerThroughTheirOwnOperations) {
     // The deferred job runs on a worker thread while the caller sleeps; the
     // frame that reaps the worker wakes the caller.
     EXPECT_EQ(caller->suspended, 2);
-    while (!engine.activeThreads.empty()) engine.frame(true);
+    while (!engine.activeThreads.empty()) engine.frame();
     EXPECT_EQ(object->items, 5) << "the deferred job has run by the time the caller wakes";
     EXPECT_EQ(to_int(call("count", {h})), 5);
     EXPECT_EQ(to_int(call("pop", {h})), 1) << "INT 1 when the object writes no answer";

@@ -51,7 +51,7 @@ protected:
         if (!fn) return nullptr;
         vrknative* record = fn->value.native;
         vrkvar* answer = record->fn(caller, args, record->user, result);
-        while (!engine.activeThreads.empty() || !engine.pendingThreads.empty()) engine.frame(true);
+        while (!engine.activeThreads.empty() || !engine.pendingThreads.empty()) engine.frame();
         return answer;
     }
     vrkvar* text(const std::string& s) {

@@ -65,7 +65,7 @@ protected:
     bool frames_until(Done done) {
         for (int i = 0; i < kFrameCap; ++i) {
             if (done()) return true;
-            engine.frame(true);
+            engine.frame();
             platform::sleep_ms(1);
         }
         return done();
@@ -76,20 +76,20 @@ protected:
 };
 
 TEST_F(EngineTest, FrameReportsWhetherBlocksWereSuspendedDuringIt) {
-    EXPECT_FALSE(engine.frame(true)) << "nothing to do";
+    EXPECT_FALSE(engine.frame()) << "nothing to do";
 
     vrkblock* waiting = idle_block();
     vrkblock* other = idle_block();
     ASSERT_EQ(vrk::sleep(waiting, kSleepUntilWoken, false, 0), 1);
-    EXPECT_FALSE(engine.frame(true)) << "a block queued before the frame is merged, not counted";
+    EXPECT_FALSE(engine.frame()) << "a block queued before the frame is merged, not counted";
     ASSERT_EQ(engine.sleepingBlocks.size(), 1u);
 
     int ticks = 0;
     waiting->get_completion().on_tick = [&](vrkblock*) {
         if (ticks++ == 0) vrk::sleep(other, kSleepUntilWoken, false, 0);
     };
-    EXPECT_TRUE(engine.frame(true)) << "a block went to sleep during this frame";
-    EXPECT_FALSE(engine.frame(true));
+    EXPECT_TRUE(engine.frame()) << "a block went to sleep during this frame";
+    EXPECT_FALSE(engine.frame());
     EXPECT_EQ(ticks, 2) << "a block waiting until woken is ticked on every pass";
     EXPECT_EQ(engine.sleepingBlocks.size(), 2u) << "blocks waiting until woken stay listed";
     EXPECT_TRUE(waiting->sleeping);
@@ -110,7 +110,7 @@ TEST_F(EngineTest, SleepingBlockRunsOnlyAfterItsTime) {
     EXPECT_EQ(ends, 1);
     EXPECT_FALSE(b->busy());
     EXPECT_EQ(b->resume_at, 0u);
-    engine.frame(true);
+    engine.frame();
     EXPECT_TRUE(engine.sleepingBlocks.empty()) << "an ended block leaves the list";
 }
 
@@ -164,13 +164,13 @@ TEST_F(EngineTest, BlockDestroyedDuringTheWalkEndsThatFramesWalk) {
     };
     for (vrkblock* b : {first, second, doomed}) vrk::sleep(b, 0, false, 0);
 
-    engine.frame(true);
+    engine.frame();
     EXPECT_EQ(firstEnds, 1);
     EXPECT_EQ(secondEnds, 0) << "the walk stopped when a block died";
     ASSERT_EQ(engine.sleepingBlocks.size(), 1u) << "the ended and the dead entry are swept";
     EXPECT_EQ(engine.sleepingBlocks[0].get(), second);
 
-    engine.frame(true);
+    engine.frame();
     EXPECT_EQ(secondEnds, 1) << "the rest follow in the next frame";
     EXPECT_TRUE(engine.sleepingBlocks.empty());
 }
@@ -249,7 +249,7 @@ TEST_F(EngineTest, PendingThreadsWaitWhileTooManyRun) {
     LogCapture errors(ScriptLogType::error);
     engine.activeThreadCount = 128;
     engine.pendingThreads.push_back(std::make_unique<vrkthread_record>());
-    engine.frame(true);
+    engine.frame();
     EXPECT_EQ(engine.pendingThreads.size(), 1u);
     EXPECT_TRUE(errors.has("thread system overload!"));
     engine.activeThreadCount = 0;
@@ -305,7 +305,7 @@ TEST_F(EngineTest, OneScheduleIsHandledPerFrameInTurn) {
             return false;  // not marked as run: due again
         };
     }
-    for (int i = 0; i < 5; ++i) engine.frame(true);
+    for (int i = 0; i < 5; ++i) engine.frame();
     EXPECT_EQ(runs[0], 3);
     EXPECT_EQ(runs[1], 2);
 
@@ -313,7 +313,7 @@ TEST_F(EngineTest, OneScheduleIsHandledPerFrameInTurn) {
     engine.removeSchedule(first);
     engine.removeSchedule(first);
     ASSERT_EQ(engine.schedules.size(), 1u);
-    engine.frame(true);
+    engine.frame();
     EXPECT_EQ(runs[1], 3) << "the cursor wraps to the remaining record";
 }
 
@@ -336,7 +336,7 @@ TEST_F(EngineTest, RetiredScriptLivesUntilItsBlocksAreDone) {
     EXPECT_FALSE(busyGone);
     EXPECT_TRUE(engine.parsers.empty()) << "taken out of the list though still alive";
     ASSERT_EQ(engine.retiredParsers.size(), 1u);
-    for (int i = 0; i < 3; ++i) engine.frame(true);
+    for (int i = 0; i < 3; ++i) engine.frame();
     EXPECT_EQ(engine.retiredParsers.size(), 1u) << "survives while its block waits";
 
     vrk::sleep(waiting, 0, false, 0);
@@ -382,7 +382,7 @@ TEST_F(EngineTest, ExitStopsTheCallingScriptAtTheNextFrame) {
     record->fn(inner, args, record->user, result);
     EXPECT_TRUE(logs.has("EXIT: done"));
     EXPECT_EQ(engine.parsers.size(), 1u) << "the script ends at the engine's next turn";
-    engine.frame(true);
+    engine.frame();
     EXPECT_TRUE(logs.has("remove parser..."));
     EXPECT_TRUE(engine.parsers.empty());
 

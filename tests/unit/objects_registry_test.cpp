@@ -153,7 +153,7 @@ TEST_F(ObjectRegistryTest, ObjectsOfARunningScriptEndAtTheFrameEnd) {
     p->release();
     EXPECT_EQ(resolve<plain_probe>(index, id), p) << "queued, not deleted yet";
     ASSERT_EQ(engine.deletedObjects.size(), 1u);
-    engine.frame(true);
+    engine.frame();
     EXPECT_EQ(resolve<plain_probe>(index, id), nullptr) << "deleted at the frame end";
 
     // The end of the block unties its objects: they are deleted at once then.

@@ -137,7 +137,7 @@ protected:
         ASSERT_NE(host.mainParser, nullptr);
         ASSERT_NE(host.mainParser->root_block, nullptr);
         run(host.mainParser->root_block, nullptr, 0, kSelfUnchanged);
-        engine.frame(true);
+        engine.frame();
         ASSERT_EQ(engine.sleepingBlocks.size(), 1u);
         runs = 0;
         listenerId = log().addListener([this](ScriptLogType, const char* text) {
@@ -165,11 +165,11 @@ protected:
             done = true;
         });
         while (!done) {
-            engine.frame(true);
+            engine.frame();
             platform::sleep_ms(1);
         }
         watcherThread.join();
-        engine.frame(true);
+        engine.frame();
     }
     std::string dir() const { return folder.path.string(); }
 

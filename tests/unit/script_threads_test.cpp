@@ -36,7 +36,7 @@ protected:
         if (!script || !script->root_block) return false;
         vrkblock* root = script->root_block;
         run(root, nullptr, 0, kSelfUnchanged);
-        for (int i = 0; i < kFrameCap && block_active(root); ++i) engine.frame(true);
+        for (int i = 0; i < kFrameCap && block_active(root); ++i) engine.frame();
         return !block_active(root);
     }
 
@@ -162,14 +162,14 @@ TEST_F(ScriptThreadsTest, DueScheduleStartsItsFunctionOncePerHourValue) {
     record.last_mark = -1;
     vrkvar* runs = engine.parsers.front()->root_block->find_var("runs");
     ASSERT_NE(runs, nullptr);
-    for (int i = 0; i < 100 && to_int(runs) == 0; ++i) engine.frame(true);
+    for (int i = 0; i < 100 && to_int(runs) == 0; ++i) engine.frame();
     EXPECT_EQ(to_int(runs), 1);
-    for (int i = 0; i < 100; ++i) engine.frame(true);
+    for (int i = 0; i < 100; ++i) engine.frame();
     EXPECT_EQ(to_int(runs), 1) << "the hour of the last run is marked";
 
     // The record goes with its function's block.
     engine.reloadParser(engine.parsers.front().get(), false);
-    for (int i = 0; i < 10; ++i) engine.frame(true);
+    for (int i = 0; i < 10; ++i) engine.frame();
     EXPECT_TRUE(engine.schedules.empty());
 }
 

@@ -54,7 +54,7 @@ protected:
     bool frames_until(Done done) {
         for (int i = 0; i < 200000; ++i) {
             if (done()) return true;
-            engine.frame(true);
+            engine.frame();
             std::this_thread::yield();
         }
         return done();
@@ -90,7 +90,7 @@ TEST_F(WorkersTest, ThreeThousandStartsParkTheWorkBeyond2048) {
 
     g.open();
     while (!all_finished()) std::this_thread::yield();
-    engine.frame(true);
+    engine.frame();
     // The frame reaped every finished worker, then started parked work while
     // fewer than 128 ran, and said once that the rest must wait.
     EXPECT_EQ(engine.activeThreadCount, kPendingDrainLimit);
@@ -122,7 +122,7 @@ TEST_F(WorkersTest, BlockWakesOnlyAfterItsWorkEndsEvenByAnException) {
         },
         b, cell.get());
     EXPECT_EQ(b->suspended, 2);
-    for (int i = 0; i < 5; ++i) engine.frame(true);
+    for (int i = 0; i < 5; ++i) engine.frame();
     EXPECT_EQ(ends, 0) << "the block waits while its work runs";
 
     g.open();
@@ -143,7 +143,7 @@ TEST_F(WorkersTest, EmptyWorkLeavesTheBlockAsleep) {
     EXPECT_EQ(engine.returnThread({}, b, cell.get()), cell.get());
     EXPECT_TRUE(engine.activeThreads.empty());
     EXPECT_TRUE(engine.pendingThreads.empty());
-    for (int i = 0; i < 5; ++i) engine.frame(true);
+    for (int i = 0; i < 5; ++i) engine.frame();
     EXPECT_EQ(ends, 0);
     vrk::sleep(b, 0, false, 0);
     ASSERT_TRUE(frames_until([&] { return ends > 0; }));
