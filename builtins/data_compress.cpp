@@ -2,9 +2,8 @@
 // format, in place), the `decompress` placeholder, and `createpng`, which
 // writes a PNG file image into memory.
 //
-// Both go through zlib at its default level. The PNG writer is the single-file
-// stb writer, compiled into this file only, with its own functions private to
-// it and its deflate step routed to zlib as well; it writes no files itself.
+// Both go through zlib at its default level; the PNG file is made by the image
+// codec of the bitmap type (objects/image_codec), whose deflate step is zlib's.
 #include <cstdint>
 #include <cstdlib>
 #include <vector>
@@ -12,39 +11,7 @@
 
 #include "builtins/data.h"
 #include "builtins/data_support.h"
-
-namespace {
-
-// The deflate step of the PNG writer: `size` bytes of `bytes` into a zlib
-// stream in memory from malloc (the writer releases it with free), its length
-// in `out_size`; null on failure. The writer's own level is not used: every
-// stream of this library is deflated at zlib's default level.
-unsigned char* png_deflate(unsigned char* bytes, int size, int* out_size, int /*level*/) {
-    uLongf length = compressBound(static_cast<uLong>(size));
-    auto* out = static_cast<unsigned char*>(std::malloc(length));
-    if (!out) return nullptr;
-    if (compress2(out, &length, bytes, static_cast<uLong>(size), Z_DEFAULT_COMPRESSION) != Z_OK) {
-        std::free(out);
-        return nullptr;
-    }
-    *out_size = static_cast<int>(length);
-    return out;
-}
-
-}  // namespace
-
-#define STB_IMAGE_WRITE_IMPLEMENTATION
-#define STB_IMAGE_WRITE_STATIC
-#define STBI_WRITE_NO_STDIO
-#define STBIW_ZLIB_COMPRESS png_deflate
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wunused-function"
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
-#pragma GCC diagnostic ignored "-Wsign-compare"
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wunused-parameter"
-#include <stb_image_write.h>
-#pragma GCC diagnostic pop
+#include "objects/image_codec.h"
 
 namespace vrk::lib {
 
@@ -64,13 +31,6 @@ uint64_t compress_bound(uint64_t n) {
     const uint64_t a = 128 + n * 110 / 100;
     const uint64_t b = 128 + n + 5 * (n / (31 * 1024) + 1);
     return a > b ? a : b;
-}
-
-// Appends each piece the PNG writer hands over to the vector behind `context`.
-void collect(void* context, void* bytes, int size) {
-    auto* out = static_cast<std::vector<uint8_t>*>(context);
-    const auto* from = static_cast<const uint8_t*>(bytes);
-    out->insert(out->end(), from, from + size);
 }
 
 }  // namespace
@@ -117,9 +77,8 @@ VRK_BUILTIN(createpng) {
         return &result;
     }
     std::vector<uint8_t> file;
-    const int stride = static_cast<int>(width * channels);
-    if (!stbi_write_png_to_func(collect, &file, static_cast<int>(width), static_cast<int>(height),
-                                static_cast<int>(channels), pixels->data(), stride)) {
+    if (!encode_png(pixels->data(), static_cast<int>(width), static_cast<int>(height),
+                    static_cast<int>(channels), file)) {
         report(block, "createpng: the image could not be written!");
         return &result;
     }
