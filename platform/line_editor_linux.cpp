@@ -3,9 +3,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <histedit.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <pwd.h>
 #include <system_error>
