@@ -92,7 +92,6 @@ public:
 
 private:
     std::unique_ptr<FileWatcherImpl> watcherImpl;  // the platform's implementation
-    uint8_t isGeneric = 0;                         // kept for layout; unused
 };
 
 }  // namespace vrk::platform::FW
