@@ -85,6 +85,14 @@ void set_object(vrkvar* cell, vrkobject* object, bool fresh) {
         set_int(cell, 0);
         return;
     }
+    if (cell->constant) {
+        // A constant keeps its value, as with the other setters (`x *= v` on a
+        // name the compiler made a constant); an object made for it and held
+        // by nobody else ends here.
+        object->addRef();
+        object->release();
+        return;
+    }
     // The reference comes first: resetting the cell may release the last
     // handle of this very object.
     object->addRef();
