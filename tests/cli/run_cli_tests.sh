@@ -3,6 +3,9 @@
 # invocation of the vorka executable and what its output and exit code must be.
 #
 # Usage: run_cli_tests.sh <path to vorka> [substring of case names ...]
+# A filter that starts with "=" selects the case of exactly that name (CTest
+# runs each case as a test of its own this way, so that cases that wait run
+# side by side).
 #
 # A case runs in a fresh temporary folder (removed afterwards unless
 # KEEP_CLI_TMP=1), with stdin from /dev/null, HOME and XDG_DATA_HOME pointing
@@ -190,7 +193,13 @@ for test_file in "$here"/cases/*.test; do
     name=$(basename "$test_file" .test)
     if [[ ${#filters[@]} -gt 0 ]]; then
         selected=0
-        for f in "${filters[@]}"; do [[ "$name" == *"$f"* ]] && selected=1; done
+        for f in "${filters[@]}"; do
+            if [[ "$f" == =* ]]; then
+                [[ "$name" == "${f#=}" ]] && selected=1
+            elif [[ "$name" == *"$f"* ]]; then
+                selected=1
+            fi
+        done
         [[ $selected -eq 1 ]] || continue
     fi
 
