@@ -78,7 +78,13 @@ bool wait_for_input() {
 // Reads one character for libedit: UTF-8 decoded from standard input. Returns
 // 1 for a character, 0 at the end of the input and -1 when Ctrl-C was pressed
 // (a signal, or the character itself when the terminal passes it through).
-int read_character(EditLine*, wchar_t* out) {
+//
+// Ctrl-D typed while no read was under way reaches us changed: the cooked
+// terminal ended a line with it and stored a NUL byte in its place, which the
+// editor's raw read then hands over as data. On an empty line that NUL is the
+// end of the input, as the Ctrl-D itself would have been; after typed text it
+// only ended the line early, and is skipped.
+int read_character(EditLine* el, wchar_t* out) {
     unsigned char bytes[4];
     std::size_t have = 0;
     std::size_t need = 1;
@@ -98,6 +104,11 @@ int read_character(EditLine*, wchar_t* out) {
             if (b == 0x03) {
                 interruptSeen = true;
                 return -1;
+            }
+            if (b == 0x00) {
+                const LineInfo* line = ::el_line(el);
+                if (line->buffer == line->lastchar) return 0;
+                continue;
             }
             need = b < 0x80           ? 1
                    : (b >> 5) == 0x6  ? 2
