@@ -11,6 +11,7 @@
 
 #include "builtins/data.h"
 #include "builtins/data_support.h"
+#include "platform/files.h"
 
 namespace vrk::lib {
 
@@ -154,7 +155,7 @@ VRK_BUILTIN(dwritef) {
     }
     const std::string name = to_string(arg(args, 1));
     // Binary, replacing what the file held.
-    std::ofstream file(name, std::ios::binary | std::ios::trunc);
+    std::ofstream file(vrk::platform::file_path(name), std::ios::binary | std::ios::trunc);
     if (!file) {
         report(block, "cannot open file!");
         return &result;

@@ -1,7 +1,7 @@
 // File information and the paths of the calling script and the program.
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <system_error>
 
@@ -9,6 +9,7 @@
 #include "builtins/files_support.h"
 #include "frontend/parser.h"
 #include "host/engine.h"
+#include "platform/files.h"
 #include "platform/system.h"
 #include "vm/block.h"
 
@@ -25,7 +26,7 @@ const char* const kFilemodified = "filemodified";
 // cannot be asked.
 bool modified_seconds(const std::string& path, int64_t& seconds) {
     std::error_code error;
-    const auto stamp = std::filesystem::last_write_time(path, error);
+    const auto stamp = std::filesystem::last_write_time(vrk::platform::file_path(path), error);
     if (error) return false;
     const auto system = std::chrono::file_clock::to_sys(stamp);
     seconds = std::chrono::duration_cast<std::chrono::seconds>(system.time_since_epoch()).count();
@@ -52,7 +53,7 @@ VRK_BUILTIN(fileexists) {
         return &result;
     }
     std::error_code error;
-    const auto status = std::filesystem::status(text_arg(args, 0), error);
+    const auto status = std::filesystem::status(vrk::platform::file_path(text_arg(args, 0)), error);
     set_int(&result, !error && std::filesystem::exists(status) ? 1 : 0);
     return &result;
 }
@@ -89,7 +90,7 @@ VRK_BUILTIN(fileage) {
 VRK_BUILTIN(filesize) {
     set_int(&result, 0);
     if (args.size() != 1) return &result;
-    const std::string path = text_arg(args, 0);
+    const std::filesystem::path path = vrk::platform::file_path(text_arg(args, 0));
     std::error_code error;
     if (std::filesystem::is_directory(path, error)) return &result;
     const uintmax_t size = std::filesystem::file_size(path, error);
@@ -99,13 +100,11 @@ VRK_BUILTIN(filesize) {
     }
     // Some files report no size in their status (files of the process file
     // system, devices): seeking to the end tells.
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+    std::ifstream file(path, std::ios::binary);
     if (!file) return &result;
-    if (std::fseek(file, 0, SEEK_END) == 0) {
-        const long end = std::ftell(file);
-        if (end > 0) set_int(&result, end);
-    }
-    std::fclose(file);
+    file.seekg(0, std::ios::end);
+    const std::streamoff end = file ? static_cast<std::streamoff>(file.tellg()) : -1;
+    if (end > 0) set_int(&result, static_cast<int64_t>(end));
     return &result;
 }
 

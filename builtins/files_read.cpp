@@ -11,6 +11,7 @@
 #include "builtins/data.h"
 #include "builtins/files.h"
 #include "builtins/files_support.h"
+#include "platform/files.h"
 #include "saved/value_form.h"
 #include "values/json.h"
 #include "vm/errors.h"
@@ -26,7 +27,7 @@ namespace {
 // The bytes of a file; false when it does not open. Read in pieces, so that
 // files whose size the system does not know read as well.
 bool read_bytes(const std::string& name, std::vector<uint8_t>& bytes) {
-    std::ifstream file(name, std::ios::binary);
+    std::ifstream file(vrk::platform::file_path(name), std::ios::binary);
     if (!file) return false;
     // The size the file reports is only a first guess: the reading goes on in
     // pieces to the real end.
@@ -85,7 +86,8 @@ vrkvar* write_file(std::vector<vrkvar*>& args, vrkblock* block, vrkvar& result,
     if (slash != std::string::npos) make_folders(path.substr(0, slash));
     vrkvar* value = is_marker(args[1], 11) ? void_value() : args[1];
     const std::vector<uint8_t> bytes = bytes_to_write(value, block, name);
-    std::ofstream file(path, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
+    std::ofstream file(vrk::platform::file_path(path),
+                       std::ios::binary | (append ? std::ios::app : std::ios::trunc));
     if (!file) {
         log().errorNamed(name, "cannot open file!");
         return &result;
@@ -113,7 +115,7 @@ VRK_BUILTIN(stringfromfile) {
         set_int(&result, 0);
         return &result;
     }
-    std::ifstream file(text_arg(args, 0));
+    std::ifstream file(vrk::platform::file_path(text_arg(args, 0)));
     if (!file) return &result;
     const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     set_string(&result, text);
@@ -156,7 +158,7 @@ VRK_BUILTIN(fileappend) { return write_file(args, block, result, &kFileappend, t
 
 VRK_BUILTIN(fappend) {
     if (args.size() != 2) return &result;
-    std::ofstream file(text_arg(args, 0), std::ios::app);
+    std::ofstream file(vrk::platform::file_path(text_arg(args, 0)), std::ios::app);
     if (!file) return &result;
     const std::string text = text_arg(args, 1);
     file.write(text.data(), static_cast<std::streamsize>(text.size()));
@@ -169,7 +171,7 @@ VRK_BUILTIN(linesfromfile) {
     vrkjson* json = as_json(&result);
     if (!json) return &result;
     json_clear(json);
-    std::ifstream file(text_arg(args, 0));
+    std::ifstream file(vrk::platform::file_path(text_arg(args, 0)));
     vrkvar* line_cell = cell_new(Tag::STRING);
     std::string line;
     while (std::getline(file, line)) {

@@ -6,6 +6,7 @@
 
 #include "base/script_lock.h"
 #include "host/engine.h"
+#include "platform/files.h"
 #include "values/json.h"
 
 namespace vrk::lib::file_support {
@@ -19,7 +20,7 @@ std::string text_arg(std::vector<vrkvar*>& args, std::size_t i) {
 void make_folders(const std::string& path) {
     std::error_code ignored;
     std::filesystem::path level;
-    for (const auto& part : std::filesystem::path(path)) {
+    for (const auto& part : vrk::platform::file_path(path)) {
         level /= part;
         std::filesystem::create_directory(level, ignored);
     }

@@ -238,7 +238,7 @@ std::string load_file_at(std::string& name, const std::string& base_folder, vrkp
         if (!stands) path = base_folder + name;
     }
 
-    std::ifstream in(path);
+    std::ifstream in(platform::file_path(path));
     log().log("opened %s", path.c_str());
     // A file that cannot be read gives an empty program; the report says why,
     // so that a mistyped name does not pass unnoticed.
@@ -293,8 +293,8 @@ bool file_opens(const std::string& path) {
     if (path.empty()) return false;
     // A folder is not a file, even where the system would open it for reading.
     std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) return false;
-    std::ifstream probe(path, std::ios::binary);
+    if (std::filesystem::is_directory(platform::file_path(path), ignored)) return false;
+    std::ifstream probe(platform::file_path(path), std::ios::binary);
     return probe.is_open();
 }
 

@@ -20,6 +20,7 @@
 #include "host/repl.h"
 #include "host/run_modes.h"
 #include "host/watchdog.h"
+#include "platform/files.h"
 #include "platform/frame_clock.h"
 #include "platform/system.h"
 #include "platform/thread_stack.h"
@@ -104,7 +105,8 @@ int compile_to_file(vrkscript& engine, const std::string& source, bool cutAtSour
     log().log("program compiled...");
     const std::vector<uint8_t> program = save_program(root);
     log().log("program created.");
-    std::ofstream out(compiled_file_name(source, cutAtSourceExtension), std::ios::binary);
+    std::ofstream out(platform::file_path(compiled_file_name(source, cutAtSourceExtension)),
+                      std::ios::binary);
     out.write(reinterpret_cast<const char*>(program.data()),
               static_cast<std::streamsize>(program.size()));
     out.close();
@@ -127,7 +129,7 @@ vrkparser* load_compiled_program(vrkscript& engine, const std::string& path) {
     platform::detach_console();
     vrkparser* parser = new_program_parser(engine);
     log().log("loading executable %s", path.c_str());
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(platform::file_path(path), std::ios::binary);
     if (!in.is_open()) platform::abort_process();
     const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in),
                                      std::istreambuf_iterator<char>()};

@@ -10,6 +10,7 @@
 #include "base/script_lock.h"
 #include "objects/bitmap.h"
 #include "objects/image_codec.h"
+#include "platform/files.h"
 #include "values/cell.h"
 #include "vm/errors.h"
 
@@ -74,7 +75,7 @@ void load_memory(ScriptBMP* self, vrkblock* b, member_args& a, vrkvar& result) {
 
 // Writes `bytes` to `path`, replacing the file; false when it cannot be opened.
 bool write_file(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    std::ofstream file(platform::file_path(path), std::ios::binary | std::ios::trunc);
     if (!file) return false;
     file.write(reinterpret_cast<const char*>(bytes.data()),
                static_cast<std::streamsize>(bytes.size()));
@@ -98,7 +99,7 @@ void save_file(ScriptBMP* self, vrkblock* b, member_args& a, vrkvar& result) {
             break;
         }
         case file_form::jpeg: {
-            std::ofstream file(path, std::ios::binary | std::ios::trunc);
+            std::ofstream file(platform::file_path(path), std::ios::binary | std::ios::trunc);
             if (!file) break;
             const std::vector<uint8_t> pixels = self->file_order_pixels();
             // The encoder hands its pieces straight to the stream.

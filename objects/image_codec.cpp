@@ -9,6 +9,8 @@
 #include <limits>
 #include <zlib.h>
 
+#include "platform/files.h"
+
 namespace {
 
 // The deflate step of the PNG writer: `size` bytes of `bytes` into a zlib
@@ -195,7 +197,7 @@ void swap_red_blue(std::vector<uint8_t>& pixels, int channels) {
 }
 
 bool read_whole_file(const std::string& path, std::vector<uint8_t>& out) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(platform::file_path(path), std::ios::binary);
     if (!file) return false;
     out.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     return !file.bad();

@@ -15,6 +15,7 @@
 #include "base/script_lock.h"
 #include "objects/file_walk.h"
 #include "platform/console.h"
+#include "platform/files.h"
 #include "platform/system.h"
 #include "values/cell.h"
 #include "values/json.h"
@@ -98,7 +99,7 @@ void register_path_members() {
     scriptFunction<VorkaOS>(
         "current_dir",
         [](VorkaOS*, vrkblock* b, std::vector<vrkvar*>&, vrkvar& result) {
-            guarded(b, [&] { set_string(&result, fs::current_path().generic_string()); });
+            guarded(b, [&] { set_string(&result, platform::path_text(fs::current_path(), true)); });
         },
         0, true, false, "()");
 }
@@ -115,7 +116,7 @@ void register_file_members() {
             const std::string from = text_of(args, 0);
             const std::string to = text_of(args, 1);
             guarded(b, [&] {
-                fs::rename(from, to);
+                fs::rename(platform::file_path(from), platform::file_path(to));
                 log().log("rename: Successfully renamed '%s' to '%s'", from.c_str(), to.c_str());
             });
         },
@@ -131,12 +132,12 @@ void register_file_members() {
             const std::string from = text_of(args, 0);
             const std::string to = text_of(args, 1);
             guarded(b, [&] {
-                const fs::path parent = fs::path(to).parent_path();
+                const fs::path parent = platform::file_path(to).parent_path();
                 if (!parent.empty() && !fs::exists(parent)) {
                     fs::create_directories(parent);
                     log().log("copy: Created missing directories for destination '%s'", to.c_str());
                 }
-                fs::copy(from, to,
+                fs::copy(platform::file_path(from), platform::file_path(to),
                          fs::copy_options::overwrite_existing | fs::copy_options::recursive);
                 log().log("copy: Successfully copied '%s' to '%s'", from.c_str(), to.c_str());
             });
@@ -152,7 +153,7 @@ void register_file_members() {
             }
             const std::string path = text_of(args, 0);
             guarded(b, [&] {
-                fs::remove_all(path);
+                fs::remove_all(platform::file_path(path));
                 log().log("remove: Successfully removed '%s'", path.c_str());
             });
         },
@@ -166,7 +167,7 @@ void register_file_members() {
                 return;
             }
             std::error_code error;
-            const auto status = fs::status(text_of(args, 0), error);
+            const auto status = fs::status(platform::file_path(text_of(args, 0)), error);
             set_int(&result, !error && fs::exists(status) ? 1 : 0);
         },
         1, true, false, "(path)");
@@ -218,7 +219,7 @@ void register_threaded_members() {
                 }
                 path = text_of(args, 0);
             }
-            std::ifstream file(path);
+            std::ifstream file(platform::file_path(path));
             std::string text;
             if (file) text.assign(std::istreambuf_iterator<char>(file), {});
             ScriptLock lock;
@@ -235,7 +236,8 @@ void register_directory_members() {
             if (args.size() != 1 || !is_text(args, 0)) return;
             const std::string path = text_of(args, 0);
             guarded(b, [&] {
-                if (!fs::exists(path)) fs::create_directories(path);
+                if (!fs::exists(platform::file_path(path)))
+                    fs::create_directories(platform::file_path(path));
                 set_int(&result, 1);
             });
         },
@@ -246,7 +248,8 @@ void register_directory_members() {
             if (args.size() != 1 || !is_text(args, 0)) return;
             const std::string path = text_of(args, 0);
             guarded(b, [&] {
-                if (!fs::exists(path)) fs::create_directories(path);
+                if (!fs::exists(platform::file_path(path)))
+                    fs::create_directories(platform::file_path(path));
                 if (platform::change_directory(path)) set_int(&result, 1);
             });
         },
@@ -259,11 +262,12 @@ void register_directory_members() {
             if (args.size() != 1 || !is_text(args, 0)) return;
             const std::string path = text_of(args, 0);
             try {
-                if (!fs::exists(path)) {
+                if (!fs::exists(platform::file_path(path))) {
                     log().error("Path does not exist: %s", path.c_str());
                     return;
                 }
-                if (fs::remove_all(path) == 0) log().error("Failed to remove: %s", path.c_str());
+                if (fs::remove_all(platform::file_path(path)) == 0)
+                    log().error("Failed to remove: %s", path.c_str());
             } catch (const fs::filesystem_error& e) {
                 log().error("Filesystem error during removal: %s", e.what());
             }

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <iostream>
 
+#include "platform/files.h"
+
 namespace vrk {
 
 bool image_shape_ok(int64_t width, int64_t height, int64_t channels) {
@@ -193,7 +195,7 @@ void bitmap_image::bmp_bytes(std::vector<uint8_t>& out) const {
 }
 
 bool bitmap_image::save_image(const std::string& path) const {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    std::ofstream file(platform::file_path(path), std::ios::binary | std::ios::trunc);
     if (!file) {
         std::cerr << "bitmap_image::save_image(): Error - Could not open file " << path
                   << " for writing!" << std::endl;

@@ -41,4 +41,10 @@ bool list_folder(const std::string& folder, std::vector<folder_entry>& entries) 
     return true;
 }
 
+std::filesystem::path file_path(const std::string& text) { return std::filesystem::path(text); }
+
+std::string path_text(const std::filesystem::path& path, bool generic) {
+    return generic ? path.generic_string() : path.string();
+}
+
 }  // namespace vrk::platform

@@ -37,4 +37,14 @@ bool list_folder(const std::string& folder, std::vector<folder_entry>& entries) 
     return true;
 }
 
+// The standard library's narrow path functions use the local code page here;
+// the wide ones are exact.
+std::filesystem::path file_path(const std::string& text) {
+    return std::filesystem::path(to_wide(text));
+}
+
+std::string path_text(const std::filesystem::path& path, bool generic) {
+    return from_wide(generic ? path.generic_wstring() : path.wstring());
+}
+
 }  // namespace vrk::platform

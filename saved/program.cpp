@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "frontend/parser.h"
+#include "platform/files.h"
 #include "platform/system.h"
 #include "saved/block_form.h"
 #include "saved/cache.h"
@@ -51,7 +52,7 @@ void construct_from_bytes(vrkparser* parser, const std::vector<uint8_t>& bytes) 
 
 bool write_program(vrkblock* root, const std::string& path) {
     const std::vector<uint8_t> bytes = program_image(root);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    std::ofstream out(platform::file_path(path), std::ios::binary | std::ios::trunc);
     if (!out.is_open()) return false;
     out.write(reinterpret_cast<const char*>(bytes.data()),
               static_cast<std::streamsize>(bytes.size()));
@@ -62,7 +63,7 @@ bool write_program(vrkblock* root, const std::string& path) {
 vrkparser* load_program(vrkscript* engine, const std::string& path) {
     vrkparser* parser = empty_program_parser(engine);
     log().log("loading executable %s", path.c_str());
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(platform::file_path(path), std::ios::binary);
     if (!in.is_open()) platform::abort_process();
     const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in),
                                      std::istreambuf_iterator<char>()};
