@@ -1,6 +1,6 @@
-// Run-time copies of blocks: making a copy through the saved record, choosing
-// an idle block for a call, loading a lambda's captured values, and making a
-// class instance.
+// Run-time copies of blocks: making a copy (through the saved record, or an
+// instance's data directly), choosing an idle block for a call, loading a
+// lambda's captured values, and making a class instance.
 #include "vm/copies.h"
 
 #include <algorithm>
@@ -215,7 +215,7 @@ void run_constructor(vrkblock* instance, vrkblock* ctor, vrkvar* cell, vrkblock*
 
 }  // namespace
 
-vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
+vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path) {
     if (!block_alive(source)) return nullptr;
     ScriptLock lock;
     vrkblock* copy = block_new(source->engine);
@@ -229,7 +229,13 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
         copy->names_shared = 1;
     }
 
-    if (block_image().copy_through_record) block_image().copy_through_record(source, copy, as_copy);
+    // Without the saved form installed a copy carries only what is set here,
+    // whichever way it would have been made.
+    if (auto through_record = block_image().copy_through_record) {
+        const bool direct = !as_copy && path == CopyPath::direct &&
+                            copy_data_directly(source, copy);
+        if (!direct) through_record(source, copy, as_copy);
+    }
     share_with_source(source, copy, true);
     restore_parameters(source, copy);
 
