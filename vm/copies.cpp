@@ -114,6 +114,9 @@ std::vector<vrkblock*>& live_copies(vrkblock* source) {
         copies.erase(std::remove_if(copies.begin(), copies.end(),
                                     [](vrkblock* c) { return !block_alive(c); }),
                      copies.end());
+        for (std::size_t i = 0; i < copies.size(); ++i) {
+            if (copies[i]->copy_of == source) copies[i]->copy_position = static_cast<uint32_t>(i);
+        }
         source->copies_checked = destroyed;
     }
     return copies;
@@ -281,14 +284,15 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
         std::vector<vrkblock*>& copies = live_copies(source);
         // The first idle copy is taken. A recursion keeps a chain of copies
         // running, one per level, so the search remembers how many leading
-        // copies it saw running; they stay busy until a copy run ends or a
-        // block dies, and until then the next search starts behind them.
-        // Without that, every call of a recursion would look at every copy
-        // made for the levels above it.
-        vrkcontext& ctx = context();
+        // copies it saw running. A running copy stays busy until its run
+        // ends, and the end of a copy's run moves its source's count back to
+        // that copy's place (end_running), so the next search starts at the
+        // first copy that may have become idle: at the copy the last return
+        // freed, in a recursion. A block that dies may shift the list, so
+        // then the search starts from the front. Without that, every call of
+        // a recursion would look at every copy made for the levels above it.
         std::size_t from = 0;
-        if (source->running_copies_ended == ctx.copy_runs_ended &&
-            source->running_copies_destroyed == value_context().blocks_destroyed)
+        if (source->running_copies_destroyed == value_context().blocks_destroyed)
             from = std::min<std::size_t>(source->running_copies, copies.size());
         std::size_t leading = from;
         for (std::size_t i = from; i < copies.size(); ++i) {
@@ -300,7 +304,6 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
             if (leading == i && c->running && !c->native) leading = i + 1;
         }
         source->running_copies = static_cast<uint32_t>(leading);
-        source->running_copies_ended = ctx.copy_runs_ended;
         source->running_copies_destroyed = value_context().blocks_destroyed;
         if (!chosen) {
             if (copies.size() > kCopyWarningLimit) {
@@ -309,7 +312,10 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
             }
             chosen = clone_block(source, nullptr, true);
             if (!chosen) return nullptr;
-            live_copies(source).push_back(chosen);
+            std::vector<vrkblock*>& list = live_copies(source);
+            chosen->copy_of = source;
+            chosen->copy_position = static_cast<uint32_t>(list.size());
+            list.push_back(chosen);
         }
     }
     load_closure(function_cell, chosen);

@@ -11,9 +11,9 @@
 // of its own (objects, lists, byte and number sets in a constant, `die`
 // functions, an extern name, a block that is binding a call's arguments) is
 // left to the record: the direct copy declines and touches nothing.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -229,8 +229,8 @@ bool copy_data_directly(vrkblock* source, vrkblock* copy) {
         for (const auto& [target, from] : *source->captures) {
             copy->get_captures().emplace_back(target, from);
             const bool this_target = static_cast<int32_t>(target) == copy->this_index;
-            for (const int64_t at : {static_cast<int64_t>(static_cast<int32_t>(target)),
-                                     static_cast<int64_t>(from)}) {
+            for (const int64_t at :
+                 {static_cast<int64_t>(static_cast<int32_t>(target)), static_cast<int64_t>(from)}) {
                 if (at < 0 || at >= vars) continue;
                 vrkvar* cell = (*copy->vars)[static_cast<std::size_t>(at)];
                 cell->flags |= flag::CAPTURED;
