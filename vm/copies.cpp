@@ -203,9 +203,12 @@ void wake(vrkblock* caller) {
 void run_constructor(vrkblock* instance, vrkblock* ctor, vrkvar* cell, vrkblock* caller) {
     vrkclass_data& data = instance->get_class_data();
     ++data.refs;
+    const uint64_t destroyed = value_context().blocks_destroyed;
     vrkvar* r = run(ctor, nullptr, 0, cell);
     if (r != kSuspended) {
-        if (block_alive(instance) && instance->class_data) --instance->class_data->refs;
+        // No block died during the run: the instance is still there.
+        const bool alive = value_context().blocks_destroyed == destroyed || block_alive(instance);
+        if (alive && instance->class_data) --instance->class_data->refs;
         return;
     }
     park(caller);
@@ -218,8 +221,10 @@ void run_constructor(vrkblock* instance, vrkblock* ctor, vrkvar* cell, vrkblock*
 
 }  // namespace
 
-vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path) {
-    if (!block_alive(source)) return nullptr;
+namespace {
+
+// clone_block for a source known to be alive.
+vrkblock* copy_live_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path) {
     ScriptLock lock;
     vrkblock* copy = block_new(source->engine);
     copy->code_text = source->code_text;
@@ -263,6 +268,13 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath 
     copy->kind |= kind::COPY;
     copy->options = static_cast<uint8_t>((copy->options & ~1u) | (source->options & 1u));
     return copy;
+}
+
+}  // namespace
+
+vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path) {
+    if (!block_alive(source)) return nullptr;
+    return copy_live_block(source, owner, as_copy, path);
 }
 
 vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool source_alive) {
@@ -310,7 +322,7 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
                 log().log("over 1000 copy instances for function block!");
                 log().log("Source: %s\n", source_text(source));
             }
-            chosen = clone_block(source, nullptr, true);
+            chosen = copy_live_block(source, nullptr, true, CopyPath::direct);
             if (!chosen) return nullptr;
             std::vector<vrkblock*>& list = live_copies(source);
             chosen->copy_of = source;
@@ -338,9 +350,9 @@ void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller) {
 }
 
 vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
-    if (!dest || !block_alive(blueprint)) return nullptr;
     ScriptLock lock;
-    vrkblock* instance = clone_block(blueprint, kNoOwner, false);
+    if (!dest || !block_alive(blueprint)) return nullptr;
+    vrkblock* instance = copy_live_block(blueprint, kNoOwner, false, CopyPath::direct);
     if (!instance) return nullptr;
 
     if (!blueprint->is_class_or_instance()) {
@@ -385,8 +397,12 @@ vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
 
     vrkblock* ctor = nullptr;
     if (vrkvar* slot = constructor_cell(blueprint)) {
-        vrkblock* runs = get_instance(slot->block, slot, true);
-        vrkblock* holds = get_instance(slot->block, slot, false);
+        // The constructor's block has just been found alive; it still is for
+        // the second choice unless a block died while the first was made.
+        const uint64_t destroyed = value_context().blocks_destroyed;
+        vrkblock* runs = get_instance(slot->block, slot, true, true);
+        vrkblock* holds = get_instance(slot->block, slot, false,
+                                       value_context().blocks_destroyed == destroyed);
         if (runs && holds) {
             if (runs != holds) hand_over_arguments(holds, runs);
             ctor = runs;
