@@ -197,6 +197,9 @@ vrkvar* vrkblock::self_var() {
 void end_running(vrkblock* b) {
     b->running = 0;
     if (b->kind & kind::COPY) ++context().copy_runs_ended;
+    // The source's next search for an idle copy starts no later than here.
+    if (vrkblock* source = b->copy_of; source && b->copy_position < source->running_copies)
+        source->running_copies = b->copy_position;
 }
 
 bool vrkblock::busy() const {
@@ -314,6 +317,11 @@ void fire_block_callbacks(vrkblock* b) {
 vrkblock::~vrkblock() {
     ScriptLock lock;
     if (destructing == 0) destructing = 1;
+    // Copies that outlive this block no longer report to it.
+    if (copies) {
+        for (vrkblock* c : *copies)
+            if (block_alive(c) && c->copy_of == this) c->copy_of = nullptr;
+    }
 
     reset(&scratch, Tag::INT);
     reset(&native_result, Tag::INT);

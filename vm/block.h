@@ -181,10 +181,10 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     std::vector<vrkvar*> callblocks;  // one temp per call in preparation: the callee cell
     uint64_t copies_checked =
         0;  // blocks destroyed (context count) when `copies` was last cleared of dead ones
-    uint32_t running_copies =
-        0;  // leading entries of `copies` seen running by the last search for an idle one
-    uint64_t running_copies_ended = 0;      // copy runs ended (context count) at that search
+    uint32_t running_copies = 0;  // leading entries of `copies` known to be running (see copies.h)
     uint64_t running_copies_destroyed = 0;  // blocks destroyed (context count) at that search
+    vrkblock* copy_of = nullptr;  // of a copy made for calls: its source, while the source lives
+    uint32_t copy_position = 0;   // of such a copy: its place in the source's `copies`
 
     // ---- lazy containers --------------------------------------------------------------
     std::map<std::string, uint32_t>& get_names();

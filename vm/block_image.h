@@ -1,8 +1,9 @@
 // The saved record of a block, as the block layer sees it.
 //
-// A run-time copy of a block is made the way a compiled program is loaded: the
-// source is written into its saved record in memory and a fresh block is read
-// back from it (vm/copies.h). The saved form itself is a higher layer
+// A run-time copy of a function is made the way a compiled program is loaded:
+// the source is written into its saved record in memory and a fresh block is
+// read back from it (vm/copies.h); a class instance takes its data directly
+// where the direct copy gives the same block, and through the record otherwise. The saved form itself is a higher layer
 // (saved/); it installs these functions when the engine is created, so the
 // block layer copies blocks without including it. Before that, a copy carries
 // only what clone_block sets itself.

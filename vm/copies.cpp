@@ -1,6 +1,6 @@
-// Run-time copies of blocks: making a copy through the saved record, choosing
-// an idle block for a call, loading a lambda's captured values, and making a
-// class instance.
+// Run-time copies of blocks: making a copy (through the saved record, or an
+// instance's data directly), choosing an idle block for a call, loading a
+// lambda's captured values, and making a class instance.
 #include "vm/copies.h"
 
 #include <algorithm>
@@ -114,6 +114,9 @@ std::vector<vrkblock*>& live_copies(vrkblock* source) {
         copies.erase(std::remove_if(copies.begin(), copies.end(),
                                     [](vrkblock* c) { return !block_alive(c); }),
                      copies.end());
+        for (std::size_t i = 0; i < copies.size(); ++i) {
+            if (copies[i]->copy_of == source) copies[i]->copy_position = static_cast<uint32_t>(i);
+        }
         source->copies_checked = destroyed;
     }
     return copies;
@@ -200,9 +203,12 @@ void wake(vrkblock* caller) {
 void run_constructor(vrkblock* instance, vrkblock* ctor, vrkvar* cell, vrkblock* caller) {
     vrkclass_data& data = instance->get_class_data();
     ++data.refs;
+    const uint64_t destroyed = value_context().blocks_destroyed;
     vrkvar* r = run(ctor, nullptr, 0, cell);
     if (r != kSuspended) {
-        if (block_alive(instance) && instance->class_data) --instance->class_data->refs;
+        // No block died during the run: the instance is still there.
+        const bool alive = value_context().blocks_destroyed == destroyed || block_alive(instance);
+        if (alive && instance->class_data) --instance->class_data->refs;
         return;
     }
     park(caller);
@@ -215,8 +221,10 @@ void run_constructor(vrkblock* instance, vrkblock* ctor, vrkvar* cell, vrkblock*
 
 }  // namespace
 
-vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
-    if (!block_alive(source)) return nullptr;
+namespace {
+
+// clone_block for a source known to be alive.
+vrkblock* copy_live_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path) {
     ScriptLock lock;
     vrkblock* copy = block_new(source->engine);
     copy->code_text = source->code_text;
@@ -229,7 +237,13 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
         copy->names_shared = 1;
     }
 
-    if (block_image().copy_through_record) block_image().copy_through_record(source, copy, as_copy);
+    // Without the saved form installed a copy carries only what is set here,
+    // whichever way it would have been made.
+    if (auto through_record = block_image().copy_through_record) {
+        const bool direct = !as_copy && path == CopyPath::direct &&
+                            copy_data_directly(source, copy);
+        if (!direct) through_record(source, copy, as_copy);
+    }
     share_with_source(source, copy, true);
     restore_parameters(source, copy);
 
@@ -256,6 +270,13 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy) {
     return copy;
 }
 
+}  // namespace
+
+vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path) {
+    if (!block_alive(source)) return nullptr;
+    return copy_live_block(source, owner, as_copy, path);
+}
+
 vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool source_alive) {
     vrkblock* source = block;
     if (function_cell) {
@@ -275,14 +296,15 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
         std::vector<vrkblock*>& copies = live_copies(source);
         // The first idle copy is taken. A recursion keeps a chain of copies
         // running, one per level, so the search remembers how many leading
-        // copies it saw running; they stay busy until a copy run ends or a
-        // block dies, and until then the next search starts behind them.
-        // Without that, every call of a recursion would look at every copy
-        // made for the levels above it.
-        vrkcontext& ctx = context();
+        // copies it saw running. A running copy stays busy until its run
+        // ends, and the end of a copy's run moves its source's count back to
+        // that copy's place (end_running), so the next search starts at the
+        // first copy that may have become idle: at the copy the last return
+        // freed, in a recursion. A block that dies may shift the list, so
+        // then the search starts from the front. Without that, every call of
+        // a recursion would look at every copy made for the levels above it.
         std::size_t from = 0;
-        if (source->running_copies_ended == ctx.copy_runs_ended &&
-            source->running_copies_destroyed == value_context().blocks_destroyed)
+        if (source->running_copies_destroyed == value_context().blocks_destroyed)
             from = std::min<std::size_t>(source->running_copies, copies.size());
         std::size_t leading = from;
         for (std::size_t i = from; i < copies.size(); ++i) {
@@ -294,16 +316,18 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
             if (leading == i && c->running && !c->native) leading = i + 1;
         }
         source->running_copies = static_cast<uint32_t>(leading);
-        source->running_copies_ended = ctx.copy_runs_ended;
         source->running_copies_destroyed = value_context().blocks_destroyed;
         if (!chosen) {
             if (copies.size() > kCopyWarningLimit) {
                 log().log("over 1000 copy instances for function block!");
                 log().log("Source: %s\n", source_text(source));
             }
-            chosen = clone_block(source, nullptr, true);
+            chosen = copy_live_block(source, nullptr, true, CopyPath::direct);
             if (!chosen) return nullptr;
-            live_copies(source).push_back(chosen);
+            std::vector<vrkblock*>& list = live_copies(source);
+            chosen->copy_of = source;
+            chosen->copy_position = static_cast<uint32_t>(list.size());
+            list.push_back(chosen);
         }
     }
     load_closure(function_cell, chosen);
@@ -326,9 +350,9 @@ void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller) {
 }
 
 vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
-    if (!dest || !block_alive(blueprint)) return nullptr;
     ScriptLock lock;
-    vrkblock* instance = clone_block(blueprint, kNoOwner, false);
+    if (!dest || !block_alive(blueprint)) return nullptr;
+    vrkblock* instance = copy_live_block(blueprint, kNoOwner, false, CopyPath::direct);
     if (!instance) return nullptr;
 
     if (!blueprint->is_class_or_instance()) {
@@ -373,8 +397,12 @@ vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
 
     vrkblock* ctor = nullptr;
     if (vrkvar* slot = constructor_cell(blueprint)) {
-        vrkblock* runs = get_instance(slot->block, slot, true);
-        vrkblock* holds = get_instance(slot->block, slot, false);
+        // The constructor's block has just been found alive; it still is for
+        // the second choice unless a block died while the first was made.
+        const uint64_t destroyed = value_context().blocks_destroyed;
+        vrkblock* runs = get_instance(slot->block, slot, true, true);
+        vrkblock* holds = get_instance(slot->block, slot, false,
+                                       value_context().blocks_destroyed == destroyed);
         if (runs && holds) {
             if (runs != holds) hand_over_arguments(holds, runs);
             ctor = runs;

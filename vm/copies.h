@@ -2,11 +2,14 @@
 //
 // A block is its own activation record, so a block that is busy cannot be
 // entered again. A call that finds its function busy runs a copy of it, and a
-// class blueprint becomes an instance by being copied. A copy is made the way
-// a compiled program is loaded: the source block is written into its saved
-// record in memory and a fresh block is read back from it. That one path
-// carries everything a block holds (constants, hidden variables, children,
-// nested classes). References the source's code makes to itself and to its
+// class blueprint becomes an instance by being copied. A copy for a call is
+// made the way a compiled program is loaded: the source block is written into
+// its saved record in memory and a fresh block is read back from it. That one
+// path carries everything a block holds (constants, hidden variables,
+// children, nested classes). An instance takes only the data, and takes it
+// straight from the blueprint, cell by cell, following the record's rules so
+// that the result is the one the record would give; a blueprint whose data
+// holds something only the record carries exactly goes through the record. References the source's code makes to itself and to its
 // own children come back pointing into the copy; references to the blocks
 // that enclose it stay pointing there, which is how a copy still reads and
 // writes the variables of its enclosing blocks.
@@ -41,12 +44,26 @@ inline constexpr uint16_t kParameterFlag = 0x2000;
 // the copy is made all the same.
 inline constexpr std::size_t kCopyWarningLimit = 1000;
 
+// Which way clone_block takes the data of an instance.
+enum class CopyPath : uint8_t {
+    direct,       // cell by cell where possible, else through the record
+    record_only,  // always through the saved record (for comparisons)
+};
+
 // A copy of `source`. `owner` null: the copy becomes a child of the source's
 // parent; kNoOwner: it is attached nowhere and has no parent; any other block:
 // it becomes that block's child. `as_copy` carries the code and the children;
 // without it only the data goes along (the form of a class instance). The copy
 // has the COPY kind bit, and a class becomes an INSTANCE.
-vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy);
+vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy,
+                      CopyPath path = CopyPath::direct);
+
+// Fills the empty block `copy` with the data of `source` (its header fields,
+// variables, scoped list and captures, no code and no children) exactly as
+// the saved record's data-only form would. False, with `copy` untouched, when
+// the data holds what only the record carries (objects, lists or sets in a
+// constant, live `die` functions, an extern name, arguments being bound).
+bool copy_data_directly(vrkblock* source, vrkblock* copy);
 
 // A block to run the function of `function_cell` in: the function's own block
 // when it is idle (unless `force`), else an idle copy, else a new copy. The

@@ -155,6 +155,47 @@ TEST_F(CopiesTest, InstancesAreChosenIdleFirst) {
     cell_free(cell);
 }
 
+TEST_F(CopiesTest, ARecursionTakesTheCopyItsLastReturnFreed) {
+    vrkvar* cell = cell_new(Tag::FUNCTION);
+    cell->block = F.block();
+    // A recursion four levels deep: the source and three copies run.
+    F.block()->running = 1;
+    std::vector<vrkblock*> chain;
+    for (int level = 0; level < 3; ++level) {
+        vrkblock* c = get_instance(F.block(), cell, false);
+        ASSERT_NE(c, nullptr);
+        c->running = 1;
+        chain.push_back(c);
+    }
+    ASSERT_EQ(F.block()->copies->size(), 3u);
+    EXPECT_EQ(chain[0], (*F.block()->copies)[0]);
+
+    // The deepest returns; the level above calls again and gets it back.
+    end_running(chain[2]);
+    EXPECT_EQ(get_instance(F.block(), cell, false), chain[2]);
+    // Two levels return; the next call takes the shallower of the two.
+    end_running(chain[1]);
+    EXPECT_EQ(get_instance(F.block(), cell, false), chain[1]);
+    chain[1]->running = 1;
+    EXPECT_EQ(get_instance(F.block(), cell, false), chain[2]);
+    // A copy that is busy without running (asleep) is passed over, and one
+    // that ends out of order is found again.
+    chain[1]->running = 0;
+    chain[1]->sleeping = 1;
+    end_running(chain[0]);
+    EXPECT_EQ(get_instance(F.block(), cell, false), chain[0]);
+    chain[0]->running = 1;
+    EXPECT_EQ(get_instance(F.block(), cell, false), chain[2]);
+    chain[1]->sleeping = 0;
+    EXPECT_EQ(get_instance(F.block(), cell, false), chain[1]);
+
+    // The recursion ends.
+    for (vrkblock* c : chain) c->running = 0;
+    F.block()->running = 0;
+    cell->block = nullptr;
+    cell_free(cell);
+}
+
 TEST_F(CopiesTest, ClosureIsLoadedIntoTheChosenBlock) {
     // A lambda: variable 2 receives the value captured in store variable 3.
     const uint32_t target = F.variable("k");
