@@ -17,7 +17,6 @@
 #include "saved/block_image.h"
 #include "values/value_context.h"
 #include "vm/block.h"
-#include "vm/errors.h"
 #include "vm/run.h"
 
 namespace vrk {
@@ -55,8 +54,6 @@ vrkscript::vrkscript() {
     vrkcontext& ctx = context();
     ctx.main_thread = current_thread_id();
     install_block_image();
-    // Fault reports of the value layer carry the block layer's trace.
-    value_context().trace_writer = &trace;
     workingDirectory = ctx.executableDirectory;
     if (!host_state().firstEngine) host_state().firstEngine = this;
     install_engine_hooks(this);

@@ -5,9 +5,9 @@
 // operator or builtin carries on with a harmless value. The run loop, the
 // operators, native objects and builtins all use these three routines. The
 // trace is read from the block records of the chain, which belong to the block
-// layer above this one: it writes the trace (vm/errors.h) and the engine
-// installs it as `value_context().trace_writer` when it starts. Before that,
-// reports carry no trace.
+// layer above this one: it writes the trace (vm/errors.h) and installs it as
+// `value_context().trace_writer` whenever it makes a block, so every report
+// that names a block carries its trace.
 #pragma once
 
 #include "platform/compiler.h"

@@ -41,7 +41,8 @@ struct vrkvalue_context {
     std::function<void(vrkengine*, vrkobject*)> deferDeletion;
     // Runs work on a worker thread for a block (the engine's returnThread); set by the engine.
     std::function<vrkvar*(std::function<void(vrkvar*)>, vrkblock*, vrkvar*)> startWorker;
-    // Appends the trace of a block's calling chain to a fault report (vm/errors.h); set by the engine.
+    // Appends the trace of a block's calling chain to a fault report (vm/errors.h); set by
+    // the block layer when it makes a block.
     void (*trace_writer)(vrkblock*, std::string&) = nullptr;
 };
 

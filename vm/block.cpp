@@ -10,6 +10,7 @@
 #include "base/script_lock.h"
 #include "values/value_context.h"
 #include "vm/engine.h"
+#include "vm/errors.h"
 #include "vm/run.h"
 
 namespace vrk {
@@ -34,7 +35,14 @@ void mark_embedded_cells(vrkblock* b) {
     b->scratch.flags = flag::MOVABLE;
 }
 
-void enter_live(vrkblock* b) { value_context().live_blocks[b] = b->vars.get(); }
+// Enters the block into the set of live blocks. Making a block also installs
+// the trace writer of the value layer's fault reports (values/error_report.h):
+// no report can name a block before the first one exists.
+void enter_live(vrkblock* b) {
+    vrkvalue_context& ctx = value_context();
+    ctx.live_blocks[b] = b->vars.get();
+    ctx.trace_writer = &trace;
+}
 
 }  // namespace
 

@@ -46,8 +46,8 @@ public:
     // script type name it makes.
     virtual vrkvar* registerConstructor(const char* name, vrkbuiltin_fn function,
                                         int parameterCount, void* userValue,
-                                        const char* description, bool plain_args,
-                                        bool deref_args, const char* typeName) = 0;
+                                        const char* description, bool plain_args, bool deref_args,
+                                        const char* typeName) = 0;
     // Registers a global variable in firstBlock.
     virtual vrkvar* registerVariable(const char* name, const char* description) = 0;
 
@@ -86,15 +86,15 @@ public:
     // A detached block has finished: delete it at the frame's end.
     virtual void block_finished(vrkblock* block) = 0;
 
-    vrkblock* firstBlock = nullptr;   // registered functions: cells, names, native blocks
-    vrkblock* globalBlock = nullptr;  // the scripts' global variables
-    std::string moduleText;           // kept for native modules
-    std::string scriptSearchPath;     // prefix for relative script names
-    std::vector<vrkblock*> frame_blocks;               // run once per frame (onFrame)
-    std::vector<vrkparser*> parsersToRemove;           // scripts to stop at the next frame
-    std::map<std::string, vrkblock*> extern_blocks;    // blocks declared extern, by name
-    std::map<const char*, const char*> descriptions;   // help text by name pointer
-    std::map<vrkvar*, std::string> namedCells;         // named global cells
+    vrkblock* firstBlock = nullptr;           // registered functions: cells, names, native blocks
+    vrkblock* globalBlock = nullptr;          // the scripts' global variables
+    std::string moduleText;                   // kept for native modules
+    std::string scriptSearchPath;             // prefix for relative script names
+    std::vector<vrkblock*> frame_blocks;      // run once per frame (onFrame)
+    std::vector<vrkparser*> parsersToRemove;  // scripts to stop at the next frame
+    std::map<std::string, vrkblock*> extern_blocks;   // blocks declared extern, by name
+    std::map<const char*, const char*> descriptions;  // help text by name pointer
+    std::map<vrkvar*, std::string> namedCells;        // named global cells
     std::map<vrkvar*, vrkvar*> constructors;  // constructor cell -> constant STRING of its type
     // Receivers of `out` text, by the root block of the script that writes it.
     std::map<vrkblock*, std::function<void(vrkblock*, const std::string&)>> outputHandlers;

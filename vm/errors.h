@@ -3,8 +3,8 @@
 // A fault at run time is reported, not raised (values/error_report.h): the
 // report goes to the log with a trace built from the outermost caller inwards.
 // The trace reads the block records of the chain (the line and file tables,
-// the resume points), so it is written here; the engine installs `trace` as
-// the value layer's trace writer when it starts.
+// the resume points), so it is written here; making a block installs `trace`
+// as the value layer's trace writer (vm/block.cpp).
 #pragma once
 
 #include <string>
