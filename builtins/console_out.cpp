@@ -5,11 +5,11 @@
 #include <string>
 
 #include "builtins/files_support.h"
-#include "host/engine.h"
 #include "platform/console.h"
 #include "platform/system.h"
 #include "values/cell.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 
 namespace vrk::lib {
 

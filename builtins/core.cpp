@@ -9,12 +9,12 @@
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "frontend/preprocess.h"
-#include "host/engine.h"
 #include "platform/system.h"
 #include "values/json.h"
 #include "values/pools.h"
 #include "vm/block.h"
 #include "vm/copies.h"
+#include "vm/engine.h"
 #include "vm/errors.h"
 #include "vm/run.h"
 
@@ -242,7 +242,7 @@ VRK_BUILTIN(pi) {
     return &result;
 }
 
-void setup_M_PI(vrkscript*, vrkvar* cell) { set_float(cell, kPi); }
+void setup_M_PI(vrkengine*, vrkvar* cell) { set_float(cell, kPi); }
 
 VRK_BUILTIN(nl) { return answer_repeated(args, result, '\n'); }
 VRK_BUILTIN(qt) { return answer_repeated(args, result, '"'); }

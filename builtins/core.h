@@ -44,7 +44,7 @@ VRK_BUILTIN(loglistener);      // calls a script function with every log message
 VRK_BUILTIN(refactor_old);     // returns its argument as text
 
 // Sets the global M_PI: FLOAT pi.
-void setup_M_PI(vrkscript* engine, vrkvar* cell);
+void setup_M_PI(vrkengine* engine, vrkvar* cell);
 
 }  // namespace lib
 }  // namespace vrk

@@ -8,10 +8,10 @@
 #include "builtins/files.h"
 #include "builtins/files_support.h"
 #include "frontend/parser.h"
-#include "host/engine.h"
 #include "platform/files.h"
 #include "platform/system.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 
 namespace vrk::lib {
 
@@ -34,12 +34,12 @@ bool modified_seconds(const std::string& path, int64_t& seconds) {
 }
 
 // The script (parser) whose block tree holds `block`, or null.
-vrkparser* owning_parser(vrkscript* engine, vrkblock* block) {
+vrkparser* owning_parser(vrkengine* engine, vrkblock* block) {
     vrkblock* root = block;
     while (root && root->parent) root = root->parent;
     if (!root || !engine) return nullptr;
-    for (const auto& parser : engine->parsers) {
-        if (parser->root_block == root) return parser.get();
+    for (vrkparser* parser : engine->scripts()) {
+        if (parser->root_block == root) return parser;
     }
     return nullptr;
 }

@@ -5,9 +5,9 @@
 #include <system_error>
 
 #include "base/script_lock.h"
-#include "host/engine.h"
 #include "platform/files.h"
 #include "values/json.h"
+#include "vm/engine.h"
 
 namespace vrk::lib::file_support {
 
@@ -26,7 +26,7 @@ void make_folders(const std::string& path) {
     }
 }
 
-vrkvar* run_job(vrkscript* engine, vrkblock* block, vrkvar& result,
+vrkvar* run_job(vrkengine* engine, vrkblock* block, vrkvar& result,
                 std::function<void(vrkvar*)> job) {
     if (!engine || !block) {
         job(&result);

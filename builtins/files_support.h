@@ -11,7 +11,7 @@
 #include "values/cell.h"
 
 namespace vrk {
-class vrkscript;
+class vrkengine;
 struct vrkblock;
 }  // namespace vrk
 
@@ -27,7 +27,7 @@ void make_folders(const std::string& path);
 // job computes without touching cells, then takes the script lock to write its
 // answer into the cell it is given (the call's result). Without an engine it
 // runs here at once.
-vrkvar* run_job(vrkscript* engine, vrkblock* block, vrkvar& result,
+vrkvar* run_job(vrkengine* engine, vrkblock* block, vrkvar& result,
                 std::function<void(vrkvar*)> job);
 
 // Replaces the cell's value by a JSON array of the strings, dropping empty ones.

@@ -7,11 +7,11 @@
 
 #include "base/log.h"
 #include "frontend/parser.h"
-#include "host/engine.h"
 #include "objects/module.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 #include "vm/errors.h"
 #include "vm/run.h"
 
@@ -24,7 +24,7 @@ constexpr const char* kSourceExtension = ".vrs";
 
 // Loads a script for a module: from a file or from text, compiled at once.
 // The engine's search prefix is kept as it was.
-vrkparser* load_script(vrkscript* engine, const std::string& text, bool isFile) {
+vrkparser* load_script(vrkengine* engine, const std::string& text, bool isFile) {
     const std::string searchPath = engine->scriptSearchPath;
     vrkparser* parser = engine->load(text, isFile, true);
     engine->scriptSearchPath = searchPath;
@@ -32,24 +32,20 @@ vrkparser* load_script(vrkscript* engine, const std::string& text, bool isFile) 
 }
 
 // Asks the engine to remove `parser` at its next frame, unless it is gone already.
-void remove_later(vrkscript* engine, vrkparser* parser) {
-    const bool loaded = std::any_of(engine->parsers.begin(), engine->parsers.end(),
-                                    [parser](const auto& p) { return p.get() == parser; });
+void remove_later(vrkengine* engine, vrkparser* parser) {
+    const std::vector<vrkparser*> scripts = engine->scripts();
+    const bool loaded = std::find(scripts.begin(), scripts.end(), parser) != scripts.end();
     const bool queued = std::find(engine->parsersToRemove.begin(), engine->parsersToRemove.end(),
                                   parser) != engine->parsersToRemove.end();
     if (loaded && !queued) engine->parsersToRemove.push_back(parser);
 }
 
 // The loaded script whose root block is the top of `block`'s tree, or null.
-const vrkparser* script_of(vrkscript* engine, vrkblock* block) {
+const vrkparser* script_of(vrkengine* engine, vrkblock* block) {
     vrkblock* root = block;
     while (root && root->parent && block_alive(root->parent)) root = root->parent;
     if (!root) return nullptr;
-    const std::vector<vrkparser*> scripts = [engine] {
-        std::vector<vrkparser*> list;
-        for (const auto& p : engine->parsers) list.push_back(p.get());
-        return list;
-    }();
+    const std::vector<vrkparser*> scripts = engine->scripts();
     for (const vrkparser* parser : scripts) {
         if (parser->root_block == root) return parser;
     }

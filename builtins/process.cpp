@@ -5,22 +5,22 @@
 
 #include "base/log.h"
 #include "frontend/parser.h"
-#include "host/engine.h"
 #include "platform/system.h"
 #include "values/cell.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 
 namespace vrk::lib {
 
 namespace {
 
 // The loaded script whose tree holds `block`, or null.
-vrkparser* parser_of(vrkscript* engine, vrkblock* block) {
+vrkparser* parser_of(vrkengine* engine, vrkblock* block) {
     vrkblock* root = block;
     while (root && root->parent) root = root->parent;
     if (!root) return nullptr;
-    for (const auto& parser : engine->parsers) {
-        if (parser->root_block == root) return parser.get();
+    for (vrkparser* parser : engine->scripts()) {
+        if (parser->root_block == root) return parser;
     }
     return nullptr;
 }

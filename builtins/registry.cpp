@@ -3,12 +3,12 @@
 
 #include <cstring>
 
-#include "host/engine.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 
 namespace vrk {
 
-void init_builtins(vrkscript* engine) {
+void init_builtins(vrkengine* engine) {
     // The user value is null for the rows before `help` and the engine from
     // `help` on; no body relies on it.
     void* user = nullptr;

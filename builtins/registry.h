@@ -26,7 +26,7 @@
 
 namespace vrk {
 
-class vrkscript;
+class vrkengine;
 struct vrkblock;
 struct vrkvar;
 
@@ -34,18 +34,18 @@ struct vrkvar;
 // block, the arguments in declared order, the registration's user value and
 // the result cell to fill. Returns the result cell, another cell that is then
 // the call's value, or null/1 for "no value".
-using vrkbuiltin_body = vrkvar* (*)(vrkscript* engine, vrkblock* block, std::vector<vrkvar*>& args,
+using vrkbuiltin_body = vrkvar* (*)(vrkengine* engine, vrkblock* block, std::vector<vrkvar*>& args,
                                     void* user, vrkvar& result);
 
 // Declares (or, followed by a body, defines) a builtin body of that name. A
 // body uses what it needs of its arguments.
 #define VRK_BUILTIN(name)                                                                  \
-    vrkvar* name([[maybe_unused]] vrkscript* engine, [[maybe_unused]] vrkblock* block,     \
+    vrkvar* name([[maybe_unused]] vrkengine* engine, [[maybe_unused]] vrkblock* block,     \
                  [[maybe_unused]] std::vector<vrkvar*>& args, [[maybe_unused]] void* user, \
                  [[maybe_unused]] vrkvar& result)
 
 // Sets up the cell of a global variable after its registration.
-using vrkvariable_setup = void (*)(vrkscript* engine, vrkvar* cell);
+using vrkvariable_setup = void (*)(vrkengine* engine, vrkvar* cell);
 
 // What a row registers.
 enum class vrkrow_kind : uint8_t {
@@ -73,6 +73,6 @@ std::span<const vrkbuiltin_row> builtin_table();
 // Registers every row of the table that has a body (or, for a variable, a
 // set-up) into the engine, in table order. Called once by the engine's
 // constructor.
-void init_builtins(vrkscript* engine);
+void init_builtins(vrkengine* engine);
 
 }  // namespace vrk

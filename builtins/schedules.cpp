@@ -7,13 +7,13 @@
 
 #include "base/log.h"
 #include "base/script_lock.h"
-#include "host/engine.h"
-#include "host/schedule.h"
+#include "builtins/schedule_record.h"
 #include "platform/local_time.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
 #include "vm/copies.h"
+#include "vm/engine.h"
 #include "vm/errors.h"
 #include "vm/sleep.h"
 
@@ -71,7 +71,7 @@ vrkvar* answer_false(vrkvar& result) {
     return &result;
 }
 
-vrkvar* every(vrkscript* engine, vrkblock* block, std::vector<vrkvar*>& args, vrkvar& result,
+vrkvar* every(vrkengine* engine, vrkblock* block, std::vector<vrkvar*>& args, vrkvar& result,
               int32_t kind) {
     if (args.empty()) {
         report_error(block, "external_function", "needs function parameter");
@@ -105,12 +105,7 @@ vrkvar* every(vrkscript* engine, vrkblock* block, std::vector<vrkvar*>& args, vr
     const uint64_t id = record->id;
     callback_add(
         [engine, id](uint64_t) {
-            for (const auto& s : engine->schedules) {
-                if (s->id == id) {
-                    engine->removeSchedule(s.get());
-                    return;
-                }
-            }
+            if (vrkschedule* s = engine->find_schedule(id)) engine->removeSchedule(s);
         },
         kScheduleHandleBit | id, fn->block, 1);
     set_int(&result, static_cast<int64_t>(id));

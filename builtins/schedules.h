@@ -1,6 +1,6 @@
 // Date schedules: `everyxdays`, `everyxhours`, `everyxminutes`, `everyxseconds`.
 //
-// Each call enters a schedule record into the engine (host/schedule.h): the
+// Each call enters a schedule record into the engine (builtins/schedule_record.h): the
 // function, a period in the unit of the call's name, and a start given as
 // local "dd.mm.yyyy hh:mm". The engine looks at one record per frame and,
 // when its test passes, starts the function as a script thread in an idle

@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "host/engine.h"
-#include "saved/cache.h"
 #include "saved/json_text.h"
 #include "saved/value_form.h"
+#include "values/cache.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "values/object.h"
+#include "vm/engine.h"
 #include "vm/errors.h"
 
 namespace vrk {
@@ -40,7 +40,7 @@ void put_data(vrkvar* cell, std::vector<uint8_t>&& bytes) {
 
 }  // namespace
 
-vrkvar* builtin_to_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
+vrkvar* builtin_to_json_string(vrkengine*, vrkblock*, std::vector<vrkvar*>& args, void*,
                                vrkvar& result) {
     set_string(&result, "");
     if (args.empty()) return &result;
@@ -51,7 +51,7 @@ vrkvar* builtin_to_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args
     return &result;
 }
 
-vrkvar* builtin_from_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
+vrkvar* builtin_from_json_string(vrkengine*, vrkblock*, std::vector<vrkvar*>& args, void*,
                                  vrkvar& result) {
     // The text is taken before the result changes: the argument may be the result.
     const std::string text = args.size() == 1 ? to_string(args[0]) : std::string();
@@ -62,7 +62,7 @@ vrkvar* builtin_from_json_string(vrkscript*, vrkblock*, std::vector<vrkvar*>& ar
     return &result;
 }
 
-vrkvar* builtin_todata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
+vrkvar* builtin_todata(vrkengine*, vrkblock*, std::vector<vrkvar*>& args, void*, vrkvar& result) {
     std::vector<uint8_t> bytes;
     if (args.size() == 1) {
         vrkvar* v = args[0];
@@ -96,7 +96,7 @@ vrkvar* builtin_todata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
     return &result;
 }
 
-vrkvar* builtin_serialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*,
+vrkvar* builtin_serialize(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void*,
                           vrkvar& result) {
     if (args.size() != 1 && args.size() != 2) {
         report_error(block, "external_function", "wrong params!");
@@ -109,7 +109,7 @@ vrkvar* builtin_serialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& arg
     return &result;
 }
 
-vrkvar* builtin_deserialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*,
+vrkvar* builtin_deserialize(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void*,
                             vrkvar& result) {
     // The bytes are copied first: the target may be the buffer itself.
     const std::vector<uint8_t>* source = args.empty() ? nullptr : data_of(args[0]);
@@ -121,7 +121,7 @@ vrkvar* builtin_deserialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& a
     return &result;
 }
 
-vrkvar* builtin_jsontodata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, void*,
+vrkvar* builtin_jsontodata(vrkengine*, vrkblock*, std::vector<vrkvar*>& args, void*,
                            vrkvar& result) {
     if (args.empty() || args[0]->type != Tag::JSON) {
         put_data(&result, {});
@@ -133,7 +133,7 @@ vrkvar* builtin_jsontodata(vrkscript*, vrkblock*, std::vector<vrkvar*>& args, vo
     return &result;
 }
 
-vrkvar* builtin_datatojson(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void*,
+vrkvar* builtin_datatojson(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void*,
                            vrkvar& result) {
     const std::vector<uint8_t>* source = args.empty() ? nullptr : data_of(args[0]);
     if (!source) return &result;

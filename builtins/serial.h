@@ -14,30 +14,30 @@
 
 namespace vrk {
 
-class vrkscript;
+class vrkengine;
 struct vrkblock;
 struct vrkvar;
 
 // (json, compact_output): the JSON text of the first argument.
-vrkvar* builtin_to_json_string(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
+vrkvar* builtin_to_json_string(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
                                vrkvar& result);
 // (string): a JSON value read from the text.
-vrkvar* builtin_from_json_string(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args,
+vrkvar* builtin_from_json_string(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args,
                                  void* user, vrkvar& result);
 // (json|string|multiset): the raw bytes of a value.
-vrkvar* builtin_todata(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
+vrkvar* builtin_todata(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
                        vrkvar& result);
 // (var, opt buffer): the cell form of a value.
-vrkvar* builtin_serialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
+vrkvar* builtin_serialize(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
                           vrkvar& result);
 // (buffer, opt var): a value read from its cell form.
-vrkvar* builtin_deserialize(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
+vrkvar* builtin_deserialize(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
                             vrkvar& result);
 // (json, opt buffer): the list form of a JSON value.
-vrkvar* builtin_jsontodata(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
+vrkvar* builtin_jsontodata(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
                            vrkvar& result);
 // (buffer, opt json): a JSON value read from its list form.
-vrkvar* builtin_datatojson(vrkscript*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
+vrkvar* builtin_datatojson(vrkengine*, vrkblock* block, std::vector<vrkvar*>& args, void* user,
                            vrkvar& result);
 
 // Registers the seven functions above under their script names.

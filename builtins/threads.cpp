@@ -6,11 +6,11 @@
 #include <string>
 
 #include "base/script_lock.h"
-#include "host/engine.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
 #include "vm/copies.h"
+#include "vm/engine.h"
 #include "vm/errors.h"
 #include "vm/sleep.h"
 

@@ -13,8 +13,8 @@
 #include "frontend/emit.h"
 #include "frontend/syntax_error.h"
 #include "frontend/text.h"
-#include "host/engine.h"
 #include "platform/system.h"
+#include "vm/engine.h"
 
 namespace vrk {
 

@@ -29,8 +29,8 @@
 #include "frontend/emit.h"
 #include "frontend/syntax_error.h"
 #include "frontend/text.h"
-#include "host/engine.h"
-#include "values/globals.h"
+#include "vm/engine.h"
+#include "vm/globals.h"
 
 namespace vrk {
 

@@ -32,9 +32,9 @@
 #include "frontend/emit.h"
 #include "frontend/syntax_error.h"
 #include "frontend/text.h"
-#include "host/engine.h"
 #include "values/pools.h"
 #include "vm/copies.h"
+#include "vm/engine.h"
 
 namespace vrk {
 

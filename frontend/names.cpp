@@ -14,7 +14,7 @@
 #include "frontend/compiler.h"
 #include "frontend/syntax_error.h"
 #include "frontend/text.h"
-#include "host/engine.h"
+#include "vm/engine.h"
 
 namespace vrk {
 
@@ -148,7 +148,7 @@ vrkvar* find_in_parents(vrkblock* b, const std::string& name, int64_t* index, vr
 
 vrkvar* find_global(vrkblock* b, const std::string& name, int64_t* index, vrkblock** owner) {
     set_out(index, owner, -1, nullptr);
-    vrkscript* engine = b->engine;
+    vrkengine* engine = b->engine;
     if (!engine) return nullptr;
     int64_t i = -1;
     if (engine->globalBlock) {

@@ -12,10 +12,10 @@
 #include "frontend/compile.h"
 #include "frontend/preprocess.h"
 #include "frontend/text.h"
-#include "host/engine.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 
 namespace vrk {
 
@@ -214,7 +214,7 @@ std::vector<std::string> split_script_arguments(const std::string& arguments) {
 
 // ---- the parser ----------------------------------------------------------------------
 
-vrkparser::vrkparser(vrkscript* eng, std::string name, bool is_file, bool compile_now)
+vrkparser::vrkparser(vrkengine* eng, std::string name, bool is_file, bool compile_now)
     : engine(eng) {
     install_source_splitter();
     from_file = 1;

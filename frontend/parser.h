@@ -16,11 +16,11 @@
 
 namespace vrk {
 
-class vrkscript;
+class vrkengine;
 struct vrkblock;
 
 struct vrkparser {
-    vrkparser(vrkscript* engine, std::string name, bool is_file, bool compile_now);
+    vrkparser(vrkengine* engine, std::string name, bool is_file, bool compile_now);
     ~vrkparser();
     vrkparser(const vrkparser&) = delete;
     vrkparser& operator=(const vrkparser&) = delete;
@@ -29,7 +29,7 @@ struct vrkparser {
     // installs the block tree; `reset` discards the old tree first.
     bool parse(std::string source, bool reset);
 
-    vrkscript* engine = nullptr;              // owning engine
+    vrkengine* engine = nullptr;              // owning engine
     std::string source_filename;              // main file path, or the source text given
     std::string source_folder;                // folder of the main file with its last "/"
     std::string script_arguments;             // text behind a quoted file name

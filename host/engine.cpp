@@ -17,50 +17,42 @@
 #include "saved/block_image.h"
 #include "values/value_context.h"
 #include "vm/block.h"
-#include "vm/engine_link.h"
 #include "vm/run.h"
 
 namespace vrk {
 
 bool block_active(const vrkblock* b) { return block_alive(b) && b->busy(); }
 
-namespace {
-
-// The engine's side of the block layer's engine calls (vm/engine_link.h).
-void link_block_destroyed(vrkscript* engine, vrkblock* block) {
-    engine->removedSleepers.push_back(block);
-    engine->sleepersChanged = 1;
-    engine->forget_block(block);
+void vrkscript::block_destroyed(vrkblock* block) {
+    removedSleepers.push_back(block);
+    sleepersChanged = 1;
+    forget_block(block);
 }
 
-void link_add_sleeper(vrkscript* engine, vrkblock* t) {
+void vrkscript::add_sleeper(vrkblock* t) {
     // The block is alive and waits, so no entry of it may be swept at the end
     // of the frame: it may have ended and re-entered sleep within one frame,
     // or a block that died earlier may have left its address on the list.
-    auto& removed = engine->removedSleepers;
-    removed.erase(std::remove(removed.begin(), removed.end(), t), removed.end());
-    const bool known = std::any_of(engine->sleepingBlocks.begin(), engine->sleepingBlocks.end(),
+    removedSleepers.erase(std::remove(removedSleepers.begin(), removedSleepers.end(), t),
+                          removedSleepers.end());
+    const bool known = std::any_of(sleepingBlocks.begin(), sleepingBlocks.end(),
                                    [t](const vrkblock_handle& h) { return h.refers_to(t); }) ||
-                       std::find(engine->newSleepers.begin(), engine->newSleepers.end(), t) !=
-                           engine->newSleepers.end();
-    if (!known) engine->newSleepers.push_back(t);
+                       std::find(newSleepers.begin(), newSleepers.end(), t) != newSleepers.end();
+    if (!known) newSleepers.push_back(t);
 }
 
-void link_block_finished(vrkscript* engine, vrkblock* block) {
-    engine->finishedBlocks.push_back(block);
-}
+void vrkscript::block_finished(vrkblock* block) { finishedBlocks.push_back(block); }
 
-std::map<std::string, vrkblock*>* link_extern_blocks(vrkscript* engine) {
-    return &engine->extern_blocks;
+std::vector<vrkparser*> vrkscript::scripts() const {
+    std::vector<vrkparser*> list;
+    list.reserve(parsers.size());
+    for (const auto& p : parsers) list.push_back(p.get());
+    return list;
 }
-
-}  // namespace
 
 vrkscript::vrkscript() {
     vrkcontext& ctx = context();
     ctx.main_thread = current_thread_id();
-    set_engine_link(
-        {&link_block_destroyed, &link_add_sleeper, &link_block_finished, &link_extern_blocks});
     install_block_image();
     workingDirectory = ctx.executableDirectory;
     if (!host_state().firstEngine) host_state().firstEngine = this;
@@ -279,6 +271,13 @@ void vrkscript::removeSchedule(vrkschedule* record) {
     auto found = std::find_if(schedules.begin(), schedules.end(),
                               [record](const auto& s) { return s.get() == record; });
     if (found != schedules.end()) schedules.erase(found);
+}
+
+vrkschedule* vrkscript::find_schedule(uint64_t id) {
+    for (const auto& s : schedules) {
+        if (s->id == id) return s.get();
+    }
+    return nullptr;
 }
 
 void vrkscript::forget_block(vrkblock* b) {

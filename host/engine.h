@@ -19,8 +19,10 @@
 // active: its parser moves to `retiredParsers` and a later frame destroys it
 // once nothing of it runs any more.
 //
-// Native modules see this record's layout, so the field order is kept, the
-// unnamed string and byte included.
+// The layers below the host see the engine as `vrkengine` (vm/engine.h): the
+// tables they read and write are fields of that base, and what they may ask of
+// the engine (registration, loading, worker threads, schedules, a block's end)
+// are its virtual functions, implemented here.
 #pragma once
 
 #include <atomic>
@@ -32,10 +34,11 @@
 #include <string>
 #include <vector>
 
-#include "host/schedule.h"
+#include "builtins/schedule_record.h"
 #include "host/thread_record.h"
 #include "values/object.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 #include "vm/instruction.h"
 
 namespace vrk {
@@ -50,12 +53,12 @@ struct vrkretired_parser {
     std::vector<vrkblock*> active_blocks;  // its blocks still active when it was retired
 };
 
-class vrkscript {
+class vrkscript : public vrkengine {
 public:
     // Creates the blocks of the engine, loads native modules and registers the
     // builtins. The first engine of the process becomes the context's firstEngine.
     vrkscript();
-    ~vrkscript();
+    ~vrkscript() override;
     vrkscript(const vrkscript&) = delete;
     vrkscript& operator=(const vrkscript&) = delete;
 
@@ -63,18 +66,20 @@ public:
     // description must outlive the engine. Returns the function's cell.
     vrkvar* registerFunction(const char* name, vrkbuiltin_fn function, int parameterCount,
                              void* userValue, const char* description, bool plain_args,
-                             bool deref_args);
+                             bool deref_args) override;
     // registerFunction, and the function cell enters `constructors` with the
     // script type name it makes.
     vrkvar* registerConstructor(const char* name, vrkbuiltin_fn function, int parameterCount,
                                 void* userValue, const char* description, bool plain_args,
-                                bool deref_args, const char* typeName);
+                                bool deref_args, const char* typeName) override;
     // Registers a global variable in firstBlock.
-    vrkvar* registerVariable(const char* name, const char* description);
+    vrkvar* registerVariable(const char* name, const char* description) override;
 
     // Loads a script: a file (`isFile`) or source text. Returns the parser, which
     // has no root block when the source could not be read; null for an empty name.
-    vrkparser* load(const std::string& fileName, bool isFile, bool compileNow);
+    vrkparser* load(const std::string& fileName, bool isFile, bool compileNow) override;
+    // The loaded scripts, in load order.
+    std::vector<vrkparser*> scripts() const override;
     // Takes a script out of `parsers`: destroyed at once when none of its blocks
     // is active, else retired until they have finished. `callback` runs when the
     // parser is gone. With `recompileAll` the other scripts are compiled anew.
@@ -86,55 +91,54 @@ public:
     bool frame();
 
     // A new zeroed schedule record with the next id, owned by the engine.
-    vrkschedule* addSchedule();
+    vrkschedule* addSchedule() override;
     // Finds the record and frees it; an unknown record is ignored.
-    void removeSchedule(vrkschedule* record);
+    void removeSchedule(vrkschedule* record) override;
+    // The schedule record with that id, or null.
+    vrkschedule* find_schedule(uint64_t id) override;
 
     // Runs `function` on a worker thread on behalf of `block`, which sleeps until
     // a frame after the work has finished; the function gets `returnCell`,
     // which is also the answer. Past 2048 running workers the work is parked
     // and started by a later frame (host/workers.cpp).
     vrkvar* returnThread(std::function<void(vrkvar*)> function, vrkblock* block,
-                         vrkvar* returnCell);
+                         vrkvar* returnCell) override;
 
     // Loads the native module at `path`: glue, then start (host/modules.cpp).
-    void loadModule(const std::string& path);
+    void loadModule(const std::string& path) override;
 
     // Takes a block out of every engine list (called by the block's destructor).
     void forget_block(vrkblock* b);
 
     // True while the block is in the scheduler's hands: waiting to start,
     // sleeping, or suspended and resumed by the frame (host/script_threads.cpp).
-    bool is_scheduled(const vrkblock* b) const;
+    bool is_scheduled(const vrkblock* b) const override;
     // Ends the run of a script thread (or any block the scheduler holds) at
     // once: its chain stops where it stands, the block leaves the scheduler and
     // whoever waits for its end is told, with no value. False for a block the
     // run loop is inside, which cannot be stopped under it.
-    bool stop_thread(vrkblock* b);
+    bool stop_thread(vrkblock* b) override;
 
-    vrkblock* firstBlock = nullptr;  // registered functions: cells, names, native blocks
-    std::string moduleText;          // kept for native modules
-    uint8_t moduleFlag = 1;          // kept for native modules
-    std::string workingDirectory;    // copy of the directory in force
+    // The block layer's calls (vm/engine.h): a block is destroyed, a block now
+    // sleeps, a detached block has finished.
+    void block_destroyed(vrkblock* block) override;
+    void add_sleeper(vrkblock* block) override;
+    void block_finished(vrkblock* block) override;
+
+    std::string workingDirectory;                     // copy of the directory in force
     std::vector<std::unique_ptr<vrkparser>> parsers;  // loaded scripts, in load order
     std::vector<vrkblock_handle> sleepingBlocks;      // blocks waiting for a time or a wake
     std::vector<vrkblock*> newSleepers;               // suspended since the last frame
     std::vector<vrkblock*> finishedBlocks;            // detached blocks to delete at frame end
     std::vector<vrkblock*> removedSleepers;           // blocks to drop from sleepingBlocks
-    std::vector<vrkparser*> parsersToRemove;          // scripts to stop at the next frame
     std::vector<std::unique_ptr<vrkthread_record>>
         pendingThreads;                                            // worker threads not yet started
     std::vector<std::unique_ptr<vrkthread_record>> activeThreads;  // running or finished workers
     std::vector<std::unique_ptr<vrkobject>> deletedObjects;        // deleted at frame end
     std::vector<std::unique_ptr<vrkschedule>> schedules;           // periodic callbacks
-    std::vector<vrkblock*> frame_blocks;                           // run once per frame (onFrame)
     std::vector<vrkobject_handle> objectsBeforeFrame;              // receive onFrameBegin
     std::vector<vrkobject_handle> objectsAfterFrame;               // receive onFrameEnd
-    std::map<std::string, vrkblock*> extern_blocks;            // blocks declared extern, by name
-    std::map<const char*, const char*> descriptions;           // help text by name pointer
-    std::map<vrkblock*, std::function<void()>> rootCallbacks;  // tied to a script's root block
-    vrkblock* globalBlock = nullptr;                           // the scripts' global variables
-    std::map<vrkvar*, std::string> namedCells;                 // named global cells
+    std::map<vrkblock*, std::function<void()>> rootCallbacks;      // tied to a script's root block
     std::atomic<uint8_t> inHousekeeping{0};  // 1 while frame releases threads and schedules
     uint8_t sleepersChanged = 0;             // set by a block's destructor: stop the sleeper walk
     uint64_t nextScheduleId = 0;             // counter of schedule ids
@@ -143,14 +147,9 @@ public:
     vrkparser* promptParser = nullptr;       // parser that executes typed lines
     std::deque<std::string> promptLines;     // lines waiting for promptParser
     std::map<uint64_t, std::vector<std::function<void()>>> reloadCallbacks;  // before a script goes
-    std::string scriptSearchPath;                             // prefix for relative script names
     std::vector<vrkretired_parser> retiredParsers;            // parsers whose blocks still run
     std::vector<std::function<void()>> afterRetireCallbacks;  // when retiredParsers runs empty
     std::function<void()> mainThreadHandler;                  // set only by a native module
-    std::map<vrkvar*, vrkvar*> constructors;  // constructor cell -> constant STRING of its type
-
-    // Receivers of `out` text, by the root block of the script that writes it.
-    std::map<vrkblock*, std::function<void(vrkblock*, const std::string&)>> outputHandlers;
 
 private:
     // Looks for native modules beside the working directory, then beside the

@@ -61,8 +61,9 @@ void install_engine_hooks(vrkscript* engine) {
                                vrkvar* returnCell) {
         return engine->returnThread(std::move(function), block, returnCell);
     };
-    ctx.deferDeletion = [](vrkscript* owner, vrkobject* object) {
-        vrkscript* target = owner ? owner : host_state().firstEngine;
+    ctx.deferDeletion = [](vrkengine* owner, vrkobject* object) {
+        // Every engine of the process is a vrkscript.
+        vrkscript* target = owner ? static_cast<vrkscript*>(owner) : host_state().firstEngine;
         if (!target) {
             delete object;
             return;

@@ -9,7 +9,7 @@
 
 #include "objects/image_codec.h"
 #include "objects/vec.h"
-#include "saved/cache.h"
+#include "values/cache.h"
 #include "values/cell.h"
 #include "vm/errors.h"
 

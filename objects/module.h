@@ -21,7 +21,7 @@
 
 namespace vrk {
 
-class vrkscript;
+class vrkengine;
 struct vrkparser;
 
 class AScript : public vrkobject_ext<AScript, vrkobject> {
@@ -38,7 +38,7 @@ public:
     // could not be read).
     vrkblock* root() const;
 
-    vrkscript* engine = nullptr;             // the engine that holds the script
+    vrkengine* engine = nullptr;             // the engine that holds the script
     vrkparser* script = nullptr;             // the loaded script's parser; null when loading failed
     std::function<void(vrkparser*)> unload;  // asks the engine to remove the script
 };

@@ -369,7 +369,7 @@ void VorkaOS::scriptRegister() {
     register_console_members();
 }
 
-void setup_os_global(vrkscript*, vrkvar* cell) {
+void setup_os_global(vrkengine*, vrkvar* cell) {
     auto* os = std::make_unique<VorkaOS>().release();
     os->object_flags |= object_flag::GLOBAL;
     set_object(cell, os, false);

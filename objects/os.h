@@ -24,7 +24,7 @@
 
 namespace vrk {
 
-class vrkscript;
+class vrkengine;
 
 class VorkaOS : public vrkobject_ext<VorkaOS, vrkobject> {
 public:
@@ -35,7 +35,7 @@ public:
 };
 
 // Sets up the global cell `os`: a new `VorkaOS`, global, behind a constant handle.
-void setup_os_global(vrkscript* engine, vrkvar* cell);
+void setup_os_global(vrkengine* engine, vrkvar* cell);
 
 // The console attribute a colour name gives: `background` selects the table
 // of `set_bg_color`. A name in neither table gives its length (times 16 for

@@ -9,7 +9,7 @@
 
 #include "base/log.h"
 #include "objects/object_context.h"
-#include "saved/cache.h"
+#include "values/cache.h"
 #include "values/cell.h"
 #include "values/value_context.h"
 #include "vm/errors.h"

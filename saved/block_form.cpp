@@ -8,15 +8,15 @@
 
 #include "base/log.h"
 #include "base/script_lock.h"
-#include "host/engine.h"
 #include "saved/block_links.h"
-#include "saved/cache.h"
 #include "saved/relink.h"
 #include "saved/value_form.h"
+#include "values/cache.h"
 #include "values/cell.h"
-#include "values/globals.h"
 #include "values/pools.h"
 #include "vm/block.h"
+#include "vm/engine.h"
+#include "vm/globals.h"
 #include "vm/instruction.h"
 #include "vm/run.h"
 
@@ -241,7 +241,7 @@ private:
 
     void write_reference(vrkblock* b, const vrkinstr& ins) {
         vrkblock* target = ins.ref_block();
-        vrkscript* engine = b->engine;
+        vrkengine* engine = b->engine;
         std::string name;
         const int32_t child = saved_child_index(b, target);
         if (child >= 0) {
@@ -610,7 +610,7 @@ private:
             state_.refs.push_back({b, index, form, first, second});
             return;
         }
-        vrkscript* engine = b->engine;
+        vrkengine* engine = b->engine;
         vrkinstr& ins = b->code[index];
         switch (form) {
             case link::native: {

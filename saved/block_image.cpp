@@ -7,7 +7,7 @@
 
 #include "saved/block_form.h"
 #include "saved/block_links.h"
-#include "saved/cache.h"
+#include "values/cache.h"
 #include "vm/block_image.h"
 
 namespace vrk {

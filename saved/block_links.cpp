@@ -2,10 +2,10 @@
 // search, the engine's tables, and adoption of blocks no tree owns.
 #include "saved/block_links.h"
 
-#include "host/engine.h"
 #include "values/cell.h"
 #include "values/pools.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 
 namespace vrk {
 
@@ -61,7 +61,7 @@ vrkvar* find_named_cell(vrkblock* from, const std::string& name) {
     for (vrkblock* b = from; b && steps < kMaxParentSteps; b = b->parent, ++steps) {
         if (vrkvar* cell = own_variable(b, name)) return cell;
     }
-    vrkscript* engine = from->engine;
+    vrkengine* engine = from->engine;
     if (!engine) return nullptr;
     if (engine->globalBlock) {
         if (vrkvar* cell = engine->globalBlock->find_var(name)) return cell;
@@ -81,7 +81,7 @@ vrkblock* find_named_block(vrkblock* from, const std::string& name) {
     return block_alive(cell->block) ? cell->block : nullptr;
 }
 
-bool named_cell_name(const vrkscript* engine, const vrkblock* target, std::string& name) {
+bool named_cell_name(const vrkengine* engine, const vrkblock* target, std::string& name) {
     if (!engine || !target) return false;
     for (const auto& [cell, cell_name] : engine->namedCells) {
         if (cell && cell->type == Tag::FUNCTION && cell->block == target) {
@@ -92,7 +92,7 @@ bool named_cell_name(const vrkscript* engine, const vrkblock* target, std::strin
     return false;
 }
 
-bool extern_name(const vrkscript* engine, const vrkblock* target, std::string& name) {
+bool extern_name(const vrkengine* engine, const vrkblock* target, std::string& name) {
     if (!engine || !target) return false;
     for (const auto& [extern_name, block] : engine->extern_blocks) {
         if (block == target) {
@@ -103,7 +103,7 @@ bool extern_name(const vrkscript* engine, const vrkblock* target, std::string& n
     return false;
 }
 
-vrkblock* named_cell_block(const vrkscript* engine, const std::string& name) {
+vrkblock* named_cell_block(const vrkengine* engine, const std::string& name) {
     if (!engine) return nullptr;
     for (const auto& [cell, cell_name] : engine->namedCells) {
         if (cell && cell_name == name && cell->type == Tag::FUNCTION) return cell->block;

@@ -20,7 +20,7 @@ namespace vrk {
 
 struct vrkblock;
 struct vrkvar;
-class vrkscript;
+class vrkengine;
 
 // True for a child that saved forms carry (neither a copy nor an instance).
 bool is_saved_child(const vrkblock* child);
@@ -40,10 +40,10 @@ vrkvar* find_named_cell(vrkblock* from, const std::string& name);
 vrkblock* find_named_block(vrkblock* from, const std::string& name);
 
 // The engine's tables by block: the key a block is known under, false if none.
-bool named_cell_name(const vrkscript* engine, const vrkblock* target, std::string& name);
-bool extern_name(const vrkscript* engine, const vrkblock* target, std::string& name);
+bool named_cell_name(const vrkengine* engine, const vrkblock* target, std::string& name);
+bool extern_name(const vrkengine* engine, const vrkblock* target, std::string& name);
 // The block of the named cell `name`, or null.
-vrkblock* named_cell_block(const vrkscript* engine, const std::string& name);
+vrkblock* named_cell_block(const vrkengine* engine, const std::string& name);
 
 // Makes `owner` responsible for deleting `b` when it is destroyed.
 void adopt_block(vrkblock* owner, vrkblock* b);

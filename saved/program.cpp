@@ -11,8 +11,8 @@
 #include "platform/files.h"
 #include "platform/system.h"
 #include "saved/block_form.h"
-#include "saved/cache.h"
 #include "saved/relink.h"
+#include "values/cache.h"
 #include "vm/block.h"
 
 namespace vrk {
@@ -41,7 +41,7 @@ std::vector<uint8_t> program_image(vrkblock* root) {
     return bytes;
 }
 
-vrkparser* empty_program_parser(vrkscript* engine) {
+vrkparser* empty_program_parser(vrkengine* engine) {
     return new vrkparser(engine, "", false, false);
 }
 
@@ -60,7 +60,7 @@ bool write_program(vrkblock* root, const std::string& path) {
     return !out.fail();
 }
 
-vrkparser* load_program(vrkscript* engine, const std::string& path) {
+vrkparser* load_program(vrkengine* engine, const std::string& path) {
     vrkparser* parser = empty_program_parser(engine);
     log().log("loading executable %s", path.c_str());
     std::ifstream in(platform::file_path(path), std::ios::binary);

@@ -22,7 +22,7 @@
 
 namespace vrk {
 
-class vrkscript;
+class vrkengine;
 struct vrkparser;
 struct vrkblock;
 class ScriptCacheReader;
@@ -41,7 +41,7 @@ void construct(vrkparser* parser, ScriptCacheReader& reader);
 std::vector<uint8_t> program_image(vrkblock* root);
 // A parser made to receive an image: no file is read, nothing is parsed, and
 // it is not one of the engine's scripts.
-vrkparser* empty_program_parser(vrkscript* engine);
+vrkparser* empty_program_parser(vrkengine* engine);
 // Builds the program in `bytes`, read from offset 0, into the parser.
 void construct_from_bytes(vrkparser* parser, const std::vector<uint8_t>& bytes);
 
@@ -50,6 +50,6 @@ void construct_from_bytes(vrkparser* parser, const std::vector<uint8_t>& bytes);
 bool write_program(vrkblock* root, const std::string& path);
 // Reads the image at `path` into a new program parser. A file that cannot be
 // opened ends the process abnormally.
-vrkparser* load_program(vrkscript* engine, const std::string& path);
+vrkparser* load_program(vrkengine* engine, const std::string& path);
 
 }  // namespace vrk

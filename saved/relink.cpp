@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <string>
 
-#include "host/engine.h"
 #include "saved/block_links.h"
 #include "values/cell.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 #include "vm/instruction.h"
 #include "vm/ops.h"
 
@@ -78,7 +78,7 @@ void relink_block(vrkblock* b, int depth) {
         if (child && is_saved_child(child)) relink_block(child, depth + 1);
 }
 
-void register_in(vrkblock* b, vrkscript* engine, int depth) {
+void register_in(vrkblock* b, vrkengine* engine, int depth) {
     if (depth > kMaxDepth || b->is_class_or_instance() ||
         (b->kind & (kind::SINGLETON | kind::STRUCT)))
         return;
@@ -100,7 +100,7 @@ void relink_loaded(vrkblock* root) {
     if (root) relink_block(root, 0);
 }
 
-void register_frame_functions(vrkblock* root, vrkscript* engine) {
+void register_frame_functions(vrkblock* root, vrkengine* engine) {
     if (root && engine) register_in(root, engine, 0);
 }
 

@@ -16,7 +16,7 @@
 namespace vrk {
 
 struct vrkblock;
-class vrkscript;
+class vrkengine;
 
 // Puts each declared function's block back into its variable and makes each
 // list literal's cell an empty list again, in `root` and every saved child.
@@ -24,6 +24,6 @@ void relink_loaded(vrkblock* root);
 
 // Enters the argument-less functions named "onFrame..." that a program
 // declares outside classes into the engine's frame list.
-void register_frame_functions(vrkblock* root, vrkscript* engine);
+void register_frame_functions(vrkblock* root, vrkengine* engine);
 
 }  // namespace vrk

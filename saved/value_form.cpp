@@ -9,7 +9,7 @@
 #include "base/script_lock.h"
 #include "saved/block_form.h"
 #include "saved/block_links.h"
-#include "saved/cache.h"
+#include "values/cache.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "values/object.h"
@@ -25,11 +25,6 @@ constexpr uint16_t kHandleAux = 0xFF00;
 
 // Report of data nested beyond kMaxNesting; such data reads as if it ended there.
 constexpr const char* kTooDeep = "saved data nested too deeply!";
-
-object_creator& creator_slot() {
-    static object_creator fn = nullptr;  // installed once by the object model at start-up
-    return fn;
-}
 
 object_associator& associator_slot() {
     static object_associator fn = nullptr;  // installed once by the object model at start-up
@@ -341,27 +336,7 @@ bool read_list(vrkjson* json, ScriptCacheReader& r, vrkblock* contextBlock) {
 
 // ---- native objects ---------------------------------------------------------------------
 
-object_creator set_object_creator(object_creator creator) {
-    return std::exchange(creator_slot(), creator);
-}
-
 void set_object_associator(object_associator associator) { associator_slot() = associator; }
-
-vrkobject* instantiate_object(ScriptCacheReader& reader) {
-    const std::string type_name = reader.compact_string();
-    object_creator create = creator_slot();
-    vrkobject* object = create ? create(type_name) : nullptr;
-    if (!object) {
-        log().error("cannot instantiate type: %s\n", type_name.c_str());
-        log().log("index: %i", static_cast<int>(reader.position));
-        const std::vector<uint8_t>& bytes = reader.bytes();
-        for (std::size_t i = 0; i < reader.size(); ++i)
-            log().log("%i: %c", static_cast<int>(i), static_cast<int>(bytes[i]));
-        return nullptr;
-    }
-    object->deserialize(reader);
-    return object;
-}
 
 // ---- the cell form ----------------------------------------------------------------------
 

@@ -28,6 +28,8 @@
 #include <string>
 #include <vector>
 
+#include "values/object_form.h"
+
 namespace vrk {
 
 struct vrkvar;
@@ -55,15 +57,9 @@ void dataToJson(vrkjson* json, const std::vector<uint8_t>& bytes, uint32_t& posi
                 vrkblock* contextBlock);
 
 // ---- native objects in saved forms ----------------------------------------------------
-// Creates a native object of a script type by name; installed by the object model.
-using object_creator = vrkobject* (*)(const std::string& type_name);
+// Objects are created by type name through values/object_form.h.
 // Ties an object read as part of a saved program to that program's block.
 using object_associator = void (*)(vrkobject* object, vrkblock* block);
-// Installs the creator; returns the one it replaces.
-object_creator set_object_creator(object_creator creator);
 void set_object_associator(object_associator associator);
-// Reads a type name, creates the object and lets it read its state; null (with
-// the report of the unknown type) when it cannot be created.
-vrkobject* instantiate_object(ScriptCacheReader& reader);
 
 }  // namespace vrk

@@ -6,9 +6,9 @@
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "values/cell.h"
+#include "values/error_report.h"
 #include "vm/block.h"
 #include "vm/copies.h"
-#include "vm/errors.h"
 #include "vm/run.h"
 
 namespace vrk {

@@ -10,9 +10,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "saved/json_text.h"
 #include "values/cell.h"
 #include "values/json.h"
+#include "values/json_text.h"
 #include "values/object.h"
 #include "vm/block.h"
 

@@ -12,8 +12,8 @@
 #include <string>
 
 #include "values/cell.h"
+#include "values/error_report.h"
 #include "values/object.h"
-#include "vm/errors.h"
 
 namespace vrk {
 

@@ -14,9 +14,9 @@
 
 #include "base/log.h"
 #include "values/cell.h"
+#include "values/error_report.h"
 #include "values/json.h"
 #include "values/operators.h"
-#include "vm/errors.h"
 
 namespace vrk {
 

@@ -8,9 +8,9 @@
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "values/error_report.h"
 #include "values/value_context.h"
 #include "vm/block.h"
-#include "vm/errors.h"
 
 namespace vrk {
 

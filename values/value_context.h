@@ -20,7 +20,7 @@
 
 namespace vrk {
 
-class vrkscript;
+class vrkengine;
 
 // A process-wide cell reached by name (`gvar`), with the number of blocks that hold it.
 struct vrknamed_cell {
@@ -38,9 +38,12 @@ struct vrkvalue_context {
     bool fused_paths = true;  // the run loop runs number sequences in one step (vm/fused_paths.h)
     std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
     // Queues a native object for deletion at the frame end of an engine; set by the engine.
-    std::function<void(vrkscript*, vrkobject*)> deferDeletion;
+    std::function<void(vrkengine*, vrkobject*)> deferDeletion;
     // Runs work on a worker thread for a block (the engine's returnThread); set by the engine.
     std::function<vrkvar*(std::function<void(vrkvar*)>, vrkblock*, vrkvar*)> startWorker;
+    // Appends the trace of a block's calling chain to a fault report (vm/errors.h); set by
+    // the block layer when it makes a block.
+    void (*trace_writer)(vrkblock*, std::string&) = nullptr;
 };
 
 // The value layer's part of the process context, created on first use and never freed.

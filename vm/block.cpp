@@ -9,7 +9,8 @@
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "values/value_context.h"
-#include "vm/engine_link.h"
+#include "vm/engine.h"
+#include "vm/errors.h"
 #include "vm/run.h"
 
 namespace vrk {
@@ -34,15 +35,22 @@ void mark_embedded_cells(vrkblock* b) {
     b->scratch.flags = flag::MOVABLE;
 }
 
-void enter_live(vrkblock* b) { value_context().live_blocks[b] = b->vars.get(); }
+// Enters the block into the set of live blocks. Making a block also installs
+// the trace writer of the value layer's fault reports (values/error_report.h):
+// no report can name a block before the first one exists.
+void enter_live(vrkblock* b) {
+    vrkvalue_context& ctx = value_context();
+    ctx.live_blocks[b] = b->vars.get();
+    ctx.trace_writer = &trace;
+}
 
 }  // namespace
 
 void set_source_splitter(source_splitter fn) { splitter_slot() = fn; }
 
-vrkblock* block_new(vrkscript* engine) { return new vrkblock(engine); }
+vrkblock* block_new(vrkengine* engine) { return new vrkblock(engine); }
 
-vrkblock* block_new(vrkscript* engine, const std::string& text) {
+vrkblock* block_new(vrkengine* engine, const std::string& text) {
     return new vrkblock(engine, text);
 }
 
@@ -65,13 +73,13 @@ bool vrkblock_handle::refers_to(const vrkblock* b) const {
     return b && id != 0 && id == b->registry_id && index == b->registry_index;
 }
 
-vrkblock::vrkblock(vrkscript* eng) : engine(eng), vars(std::make_unique<std::vector<vrkvar*>>()) {
+vrkblock::vrkblock(vrkengine* eng) : engine(eng), vars(std::make_unique<std::vector<vrkvar*>>()) {
     ScriptLock lock;
     mark_embedded_cells(this);
     enter_live(this);
 }
 
-vrkblock::vrkblock(vrkscript* eng, const std::string& text) : vrkblock(eng) { set_source(text); }
+vrkblock::vrkblock(vrkengine* eng, const std::string& text) : vrkblock(eng) { set_source(text); }
 
 std::map<std::string, uint32_t>& vrkblock::get_names() {
     if (!names) {

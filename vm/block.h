@@ -32,7 +32,7 @@
 
 namespace vrk {
 
-class vrkscript;
+class vrkengine;
 struct compile_state;
 
 // `kind` bits of a block.
@@ -103,14 +103,14 @@ struct vrkshared_value {
 
 struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     // Empty block: the engine's global block, copies, loading.
-    explicit vrkblock(vrkscript* engine);
+    explicit vrkblock(vrkengine* engine);
     // Block with source text, handed to the source splitter.
-    vrkblock(vrkscript* engine, const std::string& text);
+    vrkblock(vrkengine* engine, const std::string& text);
     ~vrkblock() override;
     vrkblock(const vrkblock&) = delete;
     vrkblock& operator=(const vrkblock&) = delete;
 
-    vrkscript* engine = nullptr;     // owner; null for an engine's own global block
+    vrkengine* engine = nullptr;     // owner; null for an engine's own global block
     vrkblock* parent = nullptr;      // lexically enclosing block (a copy has its source's)
     vrkblock* caller = nullptr;      // block that started the current run; itself from outside
     vrkblock* callee = nullptr;      // block of the call in progress
@@ -246,8 +246,8 @@ void end_running(vrkblock* b);
 // Blocks are created and destroyed only through these two: a block is owned by
 // its parent's child list (or by a parser, an engine, or its instance holders),
 // and its destruction follows a fixed order that other code relies on.
-vrkblock* block_new(vrkscript* engine);
-vrkblock* block_new(vrkscript* engine, const std::string& text);
+vrkblock* block_new(vrkengine* engine);
+vrkblock* block_new(vrkengine* engine, const std::string& text);
 void block_delete(vrkblock* b);
 
 // Hook the front end installs so that set_source can split source text into

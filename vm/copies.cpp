@@ -18,7 +18,7 @@
 #include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/block_image.h"
-#include "vm/engine_link.h"
+#include "vm/engine.h"
 #include "vm/run.h"
 #include "vm/sleep.h"
 

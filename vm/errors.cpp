@@ -1,21 +1,14 @@
-// Run-time fault reports and traces.
+// The trace of a block's calling chain.
 #include "vm/errors.h"
-
-#include <cstdarg>
-#include <cstdio>
-#include <vector>
 
 #include "base/context.h"
 #include "base/log.h"
-#include "base/script_lock.h"
 #include "vm/block.h"
 #include "vm/debug_runs.h"
 
 namespace vrk {
 
 namespace {
-
-constexpr std::size_t kReportBufferSize = 16384;
 
 // The line entry of the table that covers instruction ip, or null.
 const vrkline_entry* line_of(const vrkblock* b, uint32_t ip) {
@@ -65,30 +58,6 @@ void trace_into(vrkblock* b, std::string& out, int depth) {
 void trace(vrkblock* block, std::string& out) {
     if (!block) return;
     trace_into(block, out, 0);
-}
-
-void runtime_error(const char* code, vrkblock* block) {
-    std::string t;
-    trace(block, t);
-    log().error("\nRuntime error: %s\n%s\n", code, t.c_str());
-}
-
-void report_error(vrkblock* block, const char* kind, const char* message) {
-    ScriptLock lock;
-    std::string t;
-    trace(block, t);
-    log().error("\n%s: %s\nIn File:\n%s\n", kind ? kind : "runtime error", message, t.c_str());
-}
-
-void report_errorf(vrkblock* block, const char* kind, const char* format, ...) {
-    ScriptLock lock;
-    // The message is cut at the size of the report buffer.
-    std::vector<char> buffer(kReportBufferSize);
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(buffer.data(), buffer.size(), format, args);
-    va_end(args);
-    report_error(block, kind ? kind : "runtime_error", buffer.data());
 }
 
 }  // namespace vrk

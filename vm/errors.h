@@ -1,28 +1,20 @@
-// Run-time fault reports and the trace of the calling chain.
+// The trace of the calling chain, and the run-time fault reports that carry it.
 //
-// A fault at run time is reported, not raised: the report goes to the log with
-// a trace built from the outermost caller inwards, and the instruction or
-// builtin carries on with a harmless value. The run loop, native objects and
-// builtins all use these three routines.
+// A fault at run time is reported, not raised (values/error_report.h): the
+// report goes to the log with a trace built from the outermost caller inwards.
+// The trace reads the block records of the chain (the line and file tables,
+// the resume points), so it is written here; making a block installs `trace`
+// as the value layer's trace writer (vm/block.cpp).
 #pragma once
 
 #include <string>
 
-#include "platform/compiler.h"
+#include "values/error_report.h"
 
 namespace vrk {
 
 struct vrkblock;
 
-// "\nRuntime error: %s\n%s\n" with the code and the trace. Takes no lock: only
-// the thread running the block calls it.
-void runtime_error(const char* code, vrkblock* block);
-// "\n%s: %s\nIn File:\n%s\n"; a null kind reads "runtime error".
-void report_error(vrkblock* block, const char* kind, const char* message);
-// Formats the message into a 16384-byte buffer first (cut there); a null kind
-// reads "runtime_error".
-void report_errorf(vrkblock* block, const char* kind, const char* format, ...)
-    VRK_PRINTF_FORMAT(3, 4);
 // Appends the trace of `block` (outermost caller first) to `out`.
 void trace(vrkblock* block, std::string& out);
 

@@ -4,7 +4,7 @@
 // The stack holds [.. container key]. In read mode (`arg` not -1) the element is
 // read now and replaces the container in its slot. In store mode (`arg` -1)
 // the container stays in the slot and the key waits in the block's pending
-// index for the SET that follows (values/element_store.h). Both cells are
+// index for the SET that follows (vm/element_store.h). Both cells are
 // followed along their REF chains first, and the container becomes the owner
 // (`this`) of a call that may follow. A read of a JSON key uses `arg` as a
 // position hint and writes the hint back, so reading the same key in a loop

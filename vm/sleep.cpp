@@ -8,7 +8,7 @@
 #include "base/script_lock.h"
 #include "platform/system.h"
 #include "vm/block.h"
-#include "vm/engine_link.h"
+#include "vm/engine.h"
 
 namespace vrk {
 
@@ -42,7 +42,7 @@ int sleep(vrkblock* block, int64_t ms, bool hold, uint8_t wait_mode) {
     if (!block || refuse_if_destructing(block)) return 0;
     vrkblock* t = hold ? block : outermost(block);
     if (refuse_if_destructing(t)) return 0;
-    vrkscript* engine = t->engine;
+    vrkengine* engine = t->engine;
     if (!engine) return 0;
 
     t->sleep_ms = ms;

@@ -8,7 +8,7 @@
 // it copies nothing. A script callee's variable pointer is saved in `params`
 // and the argument cell itself takes its place in the callee's variables, to
 // be put back after the call; a native callee just collects the arguments.
-#include "values/element_store.h"
+#include "vm/element_store.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 

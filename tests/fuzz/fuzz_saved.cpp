@@ -16,15 +16,15 @@
 #include "base/script_lock.h"
 #include "host/engine.h"
 #include "saved/block_form.h"
-#include "saved/cache.h"
 #include "saved/value_form.h"
 #include "tests/fuzz/run_budget.h"
+#include "values/cache.h"
 #include "values/cell.h"
-#include "values/globals.h"
 #include "values/json.h"
 #include "values/object.h"
 #include "values/value_context.h"
 #include "vm/block.h"
+#include "vm/globals.h"
 
 namespace {
 

@@ -14,12 +14,12 @@
 #include "frontend/parser.h"
 #include "host/engine.h"
 #include "saved/block_form.h"
-#include "saved/cache.h"
 #include "saved/program.h"
 #include "support/program.h"
 #include "support/saved_support.h"
-#include "values/globals.h"
+#include "values/cache.h"
 #include "vm/block.h"
+#include "vm/globals.h"
 
 namespace vrk {
 namespace {

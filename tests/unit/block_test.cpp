@@ -6,8 +6,8 @@
 #include "base/script_lock.h"
 #include "host/engine.h"
 #include "values/classref.h"
-#include "values/globals.h"
 #include "vm/block.h"
+#include "vm/globals.h"
 
 namespace vrk {
 namespace {

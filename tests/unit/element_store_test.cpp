@@ -10,10 +10,10 @@
 #include "base/script_lock.h"
 #include "support/log_capture.h"
 #include "values/cell.h"
-#include "values/element_store.h"
 #include "values/json.h"
 #include "values/object.h"
 #include "vm/block.h"
+#include "vm/element_store.h"
 #include "vm/instruction.h"
 
 namespace vrk {

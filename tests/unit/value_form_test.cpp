@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "builtins/serial.h"
-#include "saved/cache.h"
 #include "saved/json_text.h"
 #include "saved/value_form.h"
 #include "support/program.h"
 #include "support/saved_support.h"
+#include "values/cache.h"
 #include "values/object.h"
 #include "vm/block.h"
 

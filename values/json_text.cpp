@@ -6,7 +6,7 @@
 // written only when they are themselves JSON values. A record is an array when
 // none of its elements has a non-empty key, otherwise an object whose keyless
 // elements are left out.
-#include "saved/json_text.h"
+#include "values/json_text.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 // Schedule records: script functions the engine calls on a calendar rhythm.
 //
-// Each `everyx...` call of a script makes one record, owned by the engine's
-// schedule list. The engine looks at exactly one record per frame, in turn, and
+// Each `everyx...` call of a script makes one record (builtins/schedules.cpp),
+// owned by the engine's schedule list. The engine looks at exactly one record per frame, in turn, and
 // decides with `schedule_due` whether its task should run now. The test is
 // arithmetic on wall-clock seconds and broken-down UTC time and has some edges
 // that are part of the behaviour: the distance from the last run is taken as

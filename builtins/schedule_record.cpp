@@ -1,5 +1,5 @@
 // The due test of schedule records.
-#include "host/schedule.h"
+#include "builtins/schedule_record.h"
 
 #include <chrono>
 

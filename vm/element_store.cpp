@@ -1,6 +1,6 @@
 // The element store `a[k] = v` by container type, and the checked assignment it shares
 // with the plain store of the run loop.
-#include "values/element_store.h"
+#include "vm/element_store.h"
 
 #include <cstdint>
 #include <string>

@@ -1,16 +1,16 @@
 // Retired and revived global names.
-#include "values/globals.h"
+#include "vm/globals.h"
 
-#include "host/engine.h"
 #include "values/cell.h"
 #include "vm/block.h"
+#include "vm/engine.h"
 
 namespace vrk {
 
 namespace {
 const char* const kRetiredSuffix = "__VORKAGC";
 
-vrkblock* global_block(vrkscript* engine) {
+vrkblock* global_block(vrkengine* engine) {
     if (!engine->globalBlock) {
         engine->globalBlock = block_new(nullptr);
         engine->globalBlock->engine = engine;
@@ -19,7 +19,7 @@ vrkblock* global_block(vrkscript* engine) {
 }
 }  // namespace
 
-void retire_global(vrkscript* engine, const std::string& name) {
+void retire_global(vrkengine* engine, const std::string& name) {
     vrkblock* g = global_block(engine);
     auto& names = g->get_names();
     auto it = names.find(name);
@@ -30,7 +30,7 @@ void retire_global(vrkscript* engine, const std::string& name) {
     if (index < g->vars->size()) reset((*g->vars)[index], Tag::INT);
 }
 
-vrkvar* declare_global(vrkscript* engine, const std::string& name) {
+vrkvar* declare_global(vrkengine* engine, const std::string& name) {
     vrkblock* g = global_block(engine);
     auto& names = g->get_names();
     auto retired = names.find(name + kRetiredSuffix);

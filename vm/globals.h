@@ -10,11 +10,11 @@
 namespace vrk {
 
 struct vrkvar;
-class vrkscript;
+class vrkengine;
 
 // Takes `name` out of the global block's names, keeping its slot for a revival.
-void retire_global(vrkscript* engine, const std::string& name);
+void retire_global(vrkengine* engine, const std::string& name);
 // Declares `name` in the global block, reviving a retired slot if there is one.
-vrkvar* declare_global(vrkscript* engine, const std::string& name);
+vrkvar* declare_global(vrkengine* engine, const std::string& name);
 
 }  // namespace vrk

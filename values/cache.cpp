@@ -1,6 +1,6 @@
 // Primitive forms of the saved data: fixed-width little-endian numbers, compact
 // integers and strings, written to and read from byte vectors.
-#include "saved/cache.h"
+#include "values/cache.h"
 
 #include <bit>
 #include <cstring>
