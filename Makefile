@@ -9,6 +9,7 @@
 #   make windows       cross-build build-win/vorka.exe and its unit tests (mingw-w64)
 #   make windows-test  the same, then its unit and script tests under wine
 #   make tsan-test  the worker-thread tests in build-tsan with ThreadSanitizer
+#   make pgo        build-pgo/vorka optimised with a profile of the bench workloads
 #   make clean      remove the build directories
 #   make install    build and install under $(PREFIX) (staged under $(DESTDIR))
 #   make uninstall  remove what make install put there
@@ -26,6 +27,7 @@ WIN_DIR    ?= build-win
 # cross-build short on a busy machine.
 WIN_CMAKE_ARGS ?= -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE='-O0 -DNDEBUG'
 TSAN_DIR   ?= build-tsan
+PGO_DIR    ?= build-pgo
 # Unit tests that start worker threads, and the script thread stress tests; only
 # these run under ThreadSanitizer.
 TSAN_TESTS ?= ^Workers|^ScriptThreads|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects|^BuiltinsFilesTest|^BitmapJobsTest
@@ -69,7 +71,7 @@ define configure
 	fi
 endef
 
-.PHONY: all deps configure build run test asan-build asan-test tsan-build tsan-test format format-check tidy windows windows-test clean help install uninstall
+.PHONY: all deps configure build run test asan-build asan-test tsan-build tsan-test pgo format format-check tidy windows windows-test clean help install uninstall
 
 all: build
 
@@ -136,8 +138,22 @@ windows:
 windows-test: windows
 	tools/windows-test.sh $(WIN_DIR)
 
+# Profile-guided build: an instrumented executable runs the bench workloads
+# (tools/pgo-train.sh), then the same folder is built again with the profile.
+# The profile of an earlier run is thrown away first, so that it always
+# belongs to the current code.
+pgo:
+	@tools/setup-deps.sh
+	$(call configure,$(PGO_DIR),-DCMAKE_BUILD_TYPE=Release -DVORKA_TESTS=OFF)
+	rm -rf $(PGO_DIR)/pgo-profile
+	cmake -S . -B $(PGO_DIR) -DVORKA_PGO=generate
+	cmake --build $(PGO_DIR) --parallel $(JOBS) --target vorka
+	tools/pgo-train.sh $(PGO_DIR)/vorka
+	cmake -S . -B $(PGO_DIR) -DVORKA_PGO=use
+	cmake --build $(PGO_DIR) --parallel $(JOBS) --target vorka
+
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(WIN_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(WIN_DIR) $(PGO_DIR)
 
 install: configure
 	cmake --build $(BUILD_DIR) --parallel $(JOBS) --target vorka vorka_filetypes

@@ -36,6 +36,7 @@ struct vrkvalue_context {
     std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
     uint64_t blocks_destroyed = 0;  // blocks that have left live_blocks so far
     bool fused_paths = true;  // the run loop runs number sequences in one step (vm/fused_paths.h)
+    bool light_entry = true;  // if/loop bodies are entered without a full run (vm/run.cpp)
     std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
     // Queues a native object for deletion at the frame end of an engine; set by the engine.
     std::function<void(vrkengine*, vrkobject*)> deferDeletion;

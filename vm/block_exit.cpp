@@ -26,6 +26,7 @@ Flow finish_return(vrkblock* b) {
 
 // `this` and `self` are visible in every nested body.
 void share_this_and_self(vrkblock* b, vrkblock* child) {
+    if (child->this_index < 0 && child->self_index < 0) return;
     vrkvar* outer_this = b->this_var();
     vrkvar* inner_this = child->this_var();
     if (outer_this && inner_this) {
@@ -87,16 +88,19 @@ Flow break_loop(run_state& rs, const vrkinstr& ins) {
     return Flow::end;
 }
 
-Flow run_child(run_state& rs, const vrkinstr& ins) {
+vrkblock* child_to_run(run_state& rs, const vrkinstr& ins) {
     vrkblock* b = rs.b;
     if (!b->children || ins.arg < 0 || static_cast<uint64_t>(ins.arg) >= b->children->size())
-        return Flow::next;
+        return nullptr;
     vrkblock* child = (*b->children)[static_cast<std::size_t>(ins.arg)];
-    if (!child) return Flow::next;
+    if (!child) return nullptr;
     b->waiting_on = child;
     share_this_and_self(b, child);
+    return child;
+}
 
-    vrkvar* r = resume(child, b, b->self_cell);
+Flow child_ended(run_state& rs, vrkblock* child, vrkvar* r) {
+    vrkblock* b = rs.b;
     if (child->resume_at == 0) b->waiting_on = nullptr;
     if (r == kSuspended) {
         if (b->waiting_on) {
@@ -141,6 +145,12 @@ Flow run_child(run_state& rs, const vrkinstr& ins) {
         b->suspended = 1;
     }
     return Flow::next;
+}
+
+Flow run_child(run_state& rs, const vrkinstr& ins) {
+    vrkblock* child = child_to_run(rs, ins);
+    if (!child) return Flow::next;
+    return child_ended(rs, child, resume(child, rs.b, rs.b->self_cell));
 }
 
 }  // namespace vrk

@@ -37,13 +37,13 @@ namespace vrk {
 namespace fused {
 
 // A plain number cell: INT or FLOAT, not a marker.
-inline bool is_number(const vrkvar* c) {
+[[gnu::always_inline]] inline bool is_number(const vrkvar* c) {
     return !is_marker(c, kMarkerLimit) && (c->type == Tag::INT || c->type == Tag::FLOAT);
 }
 
 // The cell a LOAD of a named variable puts into the top slot, or null when the
 // instruction is anything else (a sub-code, a bad index).
-inline vrkvar* loaded_var(const vrkinstr& ins) {
+[[gnu::always_inline]] inline vrkvar* loaded_var(const vrkinstr& ins) {
     if (ins.opcode() != Op::LOAD || ins.ref == 0) return nullptr;
     vrkblock* owner = operand_block(ins);
     if (!has_var(owner, ins.arg)) return nullptr;
@@ -52,7 +52,8 @@ inline vrkvar* loaded_var(const vrkinstr& ins) {
 
 // The answer of CMP `code` for two numbers, right operand first, as the
 // comparison routines give it.
-inline bool number_test(int64_t code, const vrkvar* rhs, const vrkvar* lhs, bool& known) {
+[[gnu::always_inline]] inline bool number_test(int64_t code, const vrkvar* rhs, const vrkvar* lhs,
+                                               bool& known) {
     known = true;
     const bool floating = rhs->type == Tag::FLOAT || lhs->type == Tag::FLOAT;
     if (floating) {
@@ -90,8 +91,8 @@ inline bool number_test(int64_t code, const vrkvar* rhs, const vrkvar* lhs, bool
 // `LOAD a; ARG 0 m; LOAD b; CMP code` at rs.ip, `lhs` the variable of the
 // first LOAD, both variables numbers. Answers true when it ran the four
 // instructions.
-inline bool compare_step(run_state& rs, vrkvar* lhs, const vrkinstr* code, std::size_t count,
-                         uint64_t& steps) {
+[[gnu::always_inline]] inline bool compare_step(run_state& rs, vrkvar* lhs, const vrkinstr* code,
+                                                std::size_t count, uint64_t& steps) {
     constexpr uint32_t kLength = 4;
     if (rs.ip + std::size_t{kLength} > count || steps < kLength) return false;
     const vrkinstr& arg = code[rs.ip + 1];
@@ -126,7 +127,7 @@ inline bool completes(Op step, Op op) {
 }
 
 // set_int / set_float on a non-constant cell, with the same-type case in line.
-inline void store_int(vrkvar* res, int64_t v) {
+[[gnu::always_inline]] inline void store_int(vrkvar* res, int64_t v) {
     if (res->type == Tag::INT) {
         res->block = nullptr;
         res->aux = 0;
@@ -137,7 +138,7 @@ inline void store_int(vrkvar* res, int64_t v) {
     }
 }
 
-inline void store_float(vrkvar* res, double v) {
+[[gnu::always_inline]] inline void store_float(vrkvar* res, double v) {
     if (res->type == Tag::FLOAT) {
         res->block = nullptr;
         res->aux = 0;
@@ -152,8 +153,9 @@ inline void store_float(vrkvar* res, double v) {
 // receives top op y, as the operator writes its result into the slot under the
 // operand pair. `before`: instructions of this step already run in front of
 // it (the LOAD of the top cell). Answers true when it ran the three.
-inline bool arithmetic_at(run_state& rs, uint32_t at, uint32_t before, const vrkinstr* code,
-                          std::size_t count, uint64_t& steps) {
+[[gnu::always_inline]] inline bool arithmetic_at(run_state& rs, uint32_t at, uint32_t before,
+                                                 const vrkinstr* code, std::size_t count,
+                                                 uint64_t& steps) {
     constexpr uint32_t kLength = 3;
     if (at + std::size_t{kLength} > count || steps < before + kLength) return false;
     const vrkinstr& step = code[at];
@@ -191,14 +193,14 @@ inline bool arithmetic_at(run_state& rs, uint32_t at, uint32_t before, const vrk
     return true;
 }
 
-inline bool arithmetic_step(run_state& rs, const vrkinstr* code, std::size_t count,
-                            uint64_t& steps) {
+[[gnu::always_inline]] inline bool arithmetic_step(run_state& rs, const vrkinstr* code,
+                                                   std::size_t count, uint64_t& steps) {
     return arithmetic_at(rs, rs.ip, 0, code, count, steps);
 }
 
 // INC or DEC right behind the LOAD of a number, as step_in_place does it: a
 // constant stays as it is, an integer wraps around.
-inline void step_number(vrkvar* v, bool up) {
+[[gnu::always_inline]] inline void step_number(vrkvar* v, bool up) {
     if (v->constant) return;
     if (v->type == Tag::INT) {
         const auto i = static_cast<uint64_t>(v->value.i);
@@ -212,7 +214,8 @@ inline void step_number(vrkvar* v, bool up) {
 // can be fused: the comparison sequence, an operand step with its operator,
 // or INC / DEC. Answers false, having done nothing, when the LOAD names no
 // variable; otherwise the LOAD has run, and what followed it if rs.next says so.
-inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count, uint64_t& steps) {
+[[gnu::always_inline]] inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count,
+                                             uint64_t& steps) {
     vrkvar* v = loaded_var(code[rs.ip]);
     if (!v) return false;
     if (compare_step(rs, v, code, count, steps)) return true;
@@ -235,7 +238,7 @@ inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count, ui
 // JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT that is not 0, with no
 // loop signal pending: the jump is not taken and the loop goes on. Answers
 // false for everything else, which the jump routine decides.
-inline bool jump_not_taken(vrkblock* b, bool loop) {
+[[gnu::always_inline]] inline bool jump_not_taken(vrkblock* b, bool loop) {
     if (b->stack.empty()) return false;
     const vrkvar* v = b->stack.back();
     if (is_marker(v, kMarkerLimit) || v->type != Tag::INT || v->value.i == 0) return false;

@@ -50,29 +50,29 @@ inline constexpr uintptr_t kMarkerLimit = 11;
 
 // ---- small helpers of the hot path -------------------------------------------------
 
-inline vrkvar*& top_slot(vrkblock* b) { return b->stack.back(); }
+[[gnu::always_inline]] inline vrkvar*& top_slot(vrkblock* b) { return b->stack.back(); }
 
 // The block an instruction names in `ref`, or null when `ref` is a mode number,
 // zero or all ones.
-inline vrkblock* operand_block(const vrkinstr& ins) {
+[[gnu::always_inline]] inline vrkblock* operand_block(const vrkinstr& ins) {
     if (ins.ref < kFirstBlockRef || ins.ref == kRefMinusOne) return nullptr;
     return ins.ref_block();
 }
 
 // Variable `index` of `block`, or null when the block has no such index.
-inline vrkvar* var_at(const vrkblock* block, int64_t index) {
+[[gnu::always_inline]] inline vrkvar* var_at(const vrkblock* block, int64_t index) {
     if (!block || index < 0 || static_cast<uint64_t>(index) >= block->vars->size()) return nullptr;
     return (*block->vars)[static_cast<std::size_t>(index)];
 }
 
 // True when `index` is a valid variable index of `block`.
-inline bool has_var(const vrkblock* block, int64_t index) {
+[[gnu::always_inline]] inline bool has_var(const vrkblock* block, int64_t index) {
     return block && index >= 0 && static_cast<uint64_t>(index) < block->vars->size();
 }
 
 // The slot-load that LOAD with a block, the aliases and the operand steps share:
 // a named variable goes into the top slot, sub-code -2 puts the void constant.
-inline void slot_load(vrkblock* b, const vrkinstr& ins) {
+[[gnu::always_inline]] inline void slot_load(vrkblock* b, const vrkinstr& ins) {
     if (vrkblock* owner = operand_block(ins); has_var(owner, ins.arg)) {
         top_slot(b) = (*owner->vars)[static_cast<std::size_t>(ins.arg)];
     } else if (ins.arg == -2) {
@@ -83,7 +83,7 @@ inline void slot_load(vrkblock* b, const vrkinstr& ins) {
 // True when free_temp hands `cell` back to the pool. Markers, constants (the
 // shared cells and hidden literals, including the erase constant a store keeps
 // in place of a copy) and the embedded cells are not temporaries and stay out.
-inline bool is_pooled_temp(const vrkblock* b, const vrkvar* cell) {
+[[gnu::always_inline]] inline bool is_pooled_temp(const vrkblock* b, const vrkvar* cell) {
     if (is_marker(cell, kMarkerLimit) || cell->constant) return false;
     return cell != &b->scratch && cell != &b->result && cell != &b->native_result;
 }
@@ -106,13 +106,13 @@ inline bool is_pooled_temp(const vrkblock* b, const vrkvar* cell) {
 // (`transient_element`) and whether `member_owner` is transient.
 
 // True for a cell that lives only until the next call or free (above).
-inline bool is_transient(const vrkblock* b, const vrkvar* c) {
+[[gnu::always_inline]] inline bool is_transient(const vrkblock* b, const vrkvar* c) {
     return (c->attrs & attr::NO_REF_WRAP) || (c->flags & flag::MOVABLE) ||
            (b->transient_element && c == b->transient_element);
 }
 
 // Forgets a transient owner of the next member call.
-inline void forget_transient_owner(vrkblock* b) {
+[[gnu::always_inline]] inline void forget_transient_owner(vrkblock* b) {
     if (b->owner_transient) {
         b->member_owner = nullptr;
         b->owner_transient = 0;
@@ -121,7 +121,7 @@ inline void forget_transient_owner(vrkblock* b) {
 
 // Hands a temporary back to the block's pool. A member owner that may lie in it
 // is forgotten first.
-inline void free_temp(vrkblock* b, vrkvar* cell) {
+[[gnu::always_inline]] inline void free_temp(vrkblock* b, vrkvar* cell) {
     if (is_pooled_temp(b, cell)) {
         forget_transient_owner(b);
         return_temp(b, cell);
@@ -201,7 +201,15 @@ void restore_params(vrkblock* block, bool callee_alive);
 // LOAD sub-code -1.
 Flow return_value(run_state& rs);
 Flow break_loop(run_state& rs, const vrkinstr& ins);
+// RUN_CHILD: the child named by `arg` runs as a nested run of this block.
 Flow run_child(run_state& rs, const vrkinstr& ins);
+// Its two halves, for a run loop with its own way of running the body: the
+// child to run (with `waiting_on` set and `this` and `self` shared), or null
+// when the instruction names none and does nothing; then, once the child's run
+// has ended with `r` (kSuspended, or null when it could not be entered), what
+// the instruction makes of it.
+vrkblock* child_to_run(run_state& rs, const vrkinstr& ins);
+Flow child_ended(run_state& rs, vrkblock* child, vrkvar* r);
 // What every early end of a run clears before the run ends.
 void end_in_place(vrkblock* b);
 

@@ -22,7 +22,7 @@ namespace {
 // A block that is running or sleeping cannot be entered again (a native block
 // can: it keeps nothing between calls). The refusal clears `running` even of a
 // block whose own run loop is still going on; that loop carries on regardless.
-bool may_enter(vrkblock* b, vrkblock* caller, uint32_t start) {
+[[gnu::always_inline]] inline bool may_enter(vrkblock* b, vrkblock* caller, uint32_t start) {
     if (b->native) return true;
     const bool was_running = b->running != 0;
     const bool was_sleeping = b->sleeping != 0;
@@ -37,12 +37,17 @@ bool may_enter(vrkblock* b, vrkblock* caller, uint32_t start) {
     return true;
 }
 
-void fresh_start(vrkblock* b) {
+[[gnu::always_inline]] inline void fresh_start(vrkblock* b) {
     b->waiting_on = nullptr;
     b->self_cell = nullptr;
-    b->stack.clear();
+    // The stack keeps its memory: one slot, the scratch cell.
+    if (b->stack.empty()) {
+        b->stack.push_back(&b->scratch);
+    } else {
+        b->stack.erase(b->stack.begin() + 1, b->stack.end());
+        b->stack.front() = &b->scratch;
+    }
     b->params.clear();
-    b->stack.push_back(&b->scratch);
     b->pending_index = -1;
     if (!b->callblocks.empty()) {
         log().log("callblocks is not zero!");
@@ -52,7 +57,7 @@ void fresh_start(vrkblock* b) {
 
 // `self` 0 keeps the saved self cell, all ones binds nothing; anything else is
 // the `this` of this run.
-void bind_self(vrkblock* b, vrkvar* self) {
+[[gnu::always_inline]] inline void bind_self(vrkblock* b, vrkvar* self) {
     if (self == nullptr || self == kSelfUnchanged) return;
     b->self_cell = self;
     if (vrkvar* this_cell = b->this_var()) {
@@ -61,12 +66,21 @@ void bind_self(vrkblock* b, vrkvar* self) {
     }
 }
 
-vrkvar* top_or_null(vrkblock* b) { return b->stack.empty() ? nullptr : b->stack.back(); }
+[[gnu::always_inline]] inline vrkvar* top_or_null(vrkblock* b) {
+    return b->stack.empty() ? nullptr : b->stack.back();
+}
+
+// True when run_cleanup would find nothing to do, as at the end of most runs.
+[[gnu::always_inline]] inline bool nothing_to_clean(const vrkblock* b) {
+    return b->self_index < 0 && !(b->scratch.attrs & attr::RESULT_BITS) &&
+           !(b->params_bound && !b->params.empty() && b->callee) &&
+           !(b->temp_pool && b->temp_pool->in_use != 0) && !b->scoped;
+}
 
 vrkvar* normal_end(vrkblock* b) {
     b->resume_at = 0;
     b->suspended = 0;
-    run_cleanup(b);
+    if (!nothing_to_clean(b)) run_cleanup(b);
     if (b->stack.size() != 1) log().log("\nstack size: %i\n", static_cast<int>(b->stack.size()));
     b->waiting_on = nullptr;
     b->self_cell = nullptr;
@@ -118,11 +132,33 @@ struct depth_guard {
     depth_guard& operator=(const depth_guard&) = delete;
 };
 
+// The fast paths a run takes, read from the value context once per run and
+// handed down to the bodies it runs (the tests switch each off to compare).
+struct loop_switches {
+    bool fused;  // fused number sequences (vm/fused_paths.h)
+    bool light;  // the light entry of if/loop bodies (run_body)
+};
+
+vrkvar* run_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_switches switches);
+
+// RUN_CHILD with the light entry (run_body) for its body.
+[[gnu::always_inline]] inline Flow run_child_light(vrkcontext& ctx, run_state& rs,
+                                                   const vrkinstr& ins, loop_switches switches) {
+    vrkblock* child = child_to_run(rs, ins);
+    if (!child) return Flow::next;
+    vrkblock* parent = rs.b;
+    vrkvar* r = ctx.debug_info ? resume(child, parent, parent->self_cell)
+                               : run_body(ctx, child, parent, switches);
+    return child_ended(rs, child, r);
+}
+
 // Executes one instruction, or with `fused` set a whole fused sequence that
 // starts at it (vm/fused_paths.h). Kept in line in the loop: as a call of its
 // own its entry and exit cost as much as a simple instruction.
-[[gnu::always_inline]] inline Flow dispatch(run_state& rs, vrkinstr& ins, const vrkinstr* code,
-                                            std::size_t count, uint64_t& steps, bool fused) {
+[[gnu::always_inline]] inline Flow dispatch(vrkcontext& ctx, run_state& rs, vrkinstr& ins,
+                                            const vrkinstr* code, std::size_t count,
+                                            uint64_t& steps, loop_switches switches) {
+    const bool fused = switches.fused;
     vrkblock* b = rs.b;
     Flow flow = Flow::next;
     switch (ins.opcode()) {
@@ -149,7 +185,9 @@ struct depth_guard {
         case Op::DEC: step_in_place(b, false); break;
         case Op::CALL: flow = call(rs, ins); break;
         case Op::CALL_PREP: flow = prepare_call(rs, ins); break;
-        case Op::RUN_CHILD: flow = run_child(rs, ins); break;
+        case Op::RUN_CHILD:
+            flow = switches.light ? run_child_light(ctx, rs, ins, switches) : run_child(rs, ins);
+            break;
         case Op::EXTERNAL: flow = external(rs, ins); break;
         case Op::PUSH: push_slots(b, ins); break;
         case Op::ARG: wrap_argument(b, ins); break;
@@ -219,24 +257,24 @@ vrkvar* out_of_memory_end(vrkblock* b) {
     return normal_end(b);
 }
 
-}  // namespace
+// The report of a run refused for want of depth budget.
+void report_depth(const vrkcontext& ctx) {
+    // Too deep for the host stack: the block is not entered and the call
+    // answers nothing; the caller's run goes on, as after any runtime error.
+    if (ctx.depth_limit)
+        log().error(
+            "\nRuntime error: run depth budget used up: the limit is %u nested runs "
+            "(calls and block bodies), block not entered\n",
+            ctx.depth_limit);
+    else
+        log().error("run depth budget used up: block not entered");
+}
 
-vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
-    vrkcontext& ctx = context();
-    depth_guard depth(ctx.depth_budget);
-    if (ctx.depth_budget == 0) [[unlikely]] {
-        // Too deep for the host stack: the block is not entered and the call
-        // answers nothing; the caller's run goes on, as after any runtime error.
-        if (ctx.depth_limit)
-            log().error(
-                "\nRuntime error: run depth budget used up: the limit is %u nested runs "
-                "(calls and block bodies), block not entered\n",
-                ctx.depth_limit);
-        else
-            log().error("run depth budget used up: block not entered");
-        return nullptr;
-    }
-    if (!may_enter(b, caller, start)) return nullptr;
+// Everything the start of a run does to its block once the depth budget has
+// let it in; false when the block may not be entered.
+[[gnu::always_inline]] inline bool enter(vrkblock* b, vrkblock* caller, uint32_t start,
+                                         vrkvar* self) {
+    if (!may_enter(b, caller, start)) return false;
     if (start == 0) {
         fresh_start(b);
     } else if (b->stack.empty()) {
@@ -247,16 +285,18 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     b->loop_signal = 0;
     b->return_signal = 0;
     b->suspended = 0;
+    return true;
+}
 
+// The one dispatch loop: runs the block of `rs` from rs.ip to the end of its
+// run, answering what the run answers.
+[[gnu::always_inline]] inline vrkvar* run_loop(vrkcontext& ctx, run_state& rs,
+                                               loop_switches switches) {
+    vrkblock* const b = rs.b;
     // A block's code does not change while the block runs.
     vrkinstr* const code = b->code.data();
     const std::size_t count = b->code.size();
-    run_state rs{b, start, start, start != 0};
     uint64_t& steps = ctx.step_budget;
-    const bool fused = value_context().fused_paths;
-    // With debug tables the run is recorded with its position, so that a
-    // trace names the statement being run rather than the one it resumes at.
-    const debug_run_scope recorded(ctx.debug_info ? b : nullptr, &rs.ip);
     while (rs.ip < count) {
         if (--steps == 0) [[unlikely]] {
             if (budget_stop(ctx, b, rs)) return forced_end(b);
@@ -267,7 +307,7 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
         // Running out of memory is a run-time error of the script, not of the
         // host: the run that met it ends, and everything else goes on.
         try {
-            flow = dispatch(rs, ins, code, count, steps, fused);
+            flow = dispatch(ctx, rs, ins, code, count, steps, switches);
         } catch (const std::bad_alloc&) {
             return out_of_memory_end(b);
         } catch (const std::length_error&) {
@@ -284,6 +324,44 @@ vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
         rs.ip = rs.next;
     }
     return normal_end(b);
+}
+
+// The light entry of an if/loop body: resume(child, parent, parent->self_cell)
+// without what a body can do without. The process context and the switches
+// come from the parent's run instead of being looked up again, and there is no
+// debug record to keep (with debug tables bodies take the full entry). The
+// depth budget, the entry checks, the fresh start, `this` and every end are
+// those of any run.
+[[gnu::noinline]] vrkvar* run_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent,
+                                   loop_switches switches) {
+    depth_guard depth(ctx.depth_budget);
+    if (ctx.depth_budget == 0) [[unlikely]] {
+        report_depth(ctx);
+        return nullptr;
+    }
+    const uint32_t start = child->resume_at;
+    if (!enter(child, parent, start, parent->self_cell)) return nullptr;
+    run_state rs{child, start, start, start != 0};
+    return run_loop(ctx, rs, switches);
+}
+
+}  // namespace
+
+vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
+    vrkcontext& ctx = context();
+    depth_guard depth(ctx.depth_budget);
+    if (ctx.depth_budget == 0) [[unlikely]] {
+        report_depth(ctx);
+        return nullptr;
+    }
+    if (!enter(b, caller, start, self)) return nullptr;
+    const vrkvalue_context& values = value_context();
+    const loop_switches switches{values.fused_paths, values.light_entry};
+    run_state rs{b, start, start, start != 0};
+    // With debug tables the run is recorded with its position, so that a
+    // trace names the statement being run rather than the one it resumes at.
+    const debug_run_scope recorded(ctx.debug_info ? b : nullptr, &rs.ip);
+    return run_loop(ctx, rs, switches);
 }
 
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {

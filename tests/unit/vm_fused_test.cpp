@@ -1,13 +1,17 @@
-// The fused number paths of the run loop against the single instructions:
-// every script here is compiled twice and run once with the fused steps off
-// and once with them on; what it prints, what it logs and the final state of
-// every variable of every block must be the same. The cases cover integers,
-// floats, mixed pairs, wrap-around, constants, fresh native results, operands
-// that must take the slow path, a block that suspends inside a loop, and the
-// step budget running out at every instruction of a loop.
+// The fast paths of the run loop against the slow ones: the fused number
+// paths against the single instructions, and the light entry of if/loop
+// bodies against a full run of each body. Every script here is compiled and
+// run with both off, then with each on and with both on; what it prints, what
+// it logs and the final state of every variable of every block must be the
+// same. The cases cover integers, floats, mixed pairs, wrap-around, constants,
+// fresh native results, operands that must take the slow path, a block that
+// suspends inside a loop, the step budget running out at every instruction of
+// a loop, and bodies that break, continue, return, share `this`, suspend in
+// nested bodies, or go past the depth budget.
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/context.h"
@@ -55,6 +59,7 @@ protected:
 
     void TearDown() override {
         value_context().fused_paths = true;
+        value_context().light_entry = true;
         context().step_budget = 0;
         context().step_budget_spent = false;
         EngineFixture::TearDown();
@@ -71,13 +76,16 @@ protected:
             for (const vrkblock* c : *b->children) dump(c, out);
     }
 
-    // Compiles and runs `text` with the fused steps on or off, under a step
-    // budget (0: none), resuming the root while it comes back suspended.
-    outcome run_fused(const std::string& text, bool fused, uint64_t budget = 0) {
+    // Compiles and runs `text` with the fused steps and the light entry on or
+    // off, under a step budget (0: none), resuming the root while it comes
+    // back suspended.
+    outcome run_script(const std::string& text, bool fused, uint64_t budget = 0,
+                       bool light = true) {
         outcome current;
         printed.clear();
         messages.clear();
         value_context().fused_paths = fused;
+        value_context().light_entry = light;
         vrkblock* root = parse(text);
         EXPECT_NE(root, nullptr);
         context().step_budget = budget;
@@ -98,12 +106,17 @@ protected:
     }
 
     void expect_same(const std::string& text, uint64_t budget = 0) {
-        const outcome slow = run_fused(text, false, budget);
-        const outcome fast = run_fused(text, true, budget);
-        EXPECT_EQ(slow.printed, fast.printed) << text << " budget " << budget;
-        EXPECT_EQ(slow.logged, fast.logged) << text << " budget " << budget;
-        EXPECT_EQ(slow.state, fast.state) << text << " budget " << budget;
-        EXPECT_EQ(slow.suspensions, fast.suspensions) << text;
+        const outcome slow = run_script(text, false, budget, false);
+        for (const auto& [fused, light] :
+             {std::pair{true, false}, std::pair{false, true}, std::pair{true, true}}) {
+            const outcome fast = run_script(text, fused, budget, light);
+            const std::string which = std::string(fused ? " fused" : "") + (light ? " light" : "") +
+                                      " budget " + std::to_string(budget);
+            EXPECT_EQ(slow.printed, fast.printed) << text << which;
+            EXPECT_EQ(slow.logged, fast.logged) << text << which;
+            EXPECT_EQ(slow.state, fast.state) << text << which;
+            EXPECT_EQ(slow.suspensions, fast.suspensions) << text << which;
+        }
     }
 };
 
@@ -115,7 +128,7 @@ TEST_F(VmFusedTest, NumbersGiveWhatTheSingleInstructionsGive) {
         "print(a < b, a <= b, a > b, a >= b, a == b, a != b, a === b, a || b, a && b);"
         "n=0; print(n || n, n && a, b == 2, b != 2, b >= 2, b <= 2);";
     expect_same(integers);
-    const outcome ints = run_fused(integers, true);
+    const outcome ints = run_script(integers, true);
     ASSERT_GE(ints.printed.size(), 6U);
     EXPECT_EQ(ints.printed[0], "1175") << "sum of 0..49 less 50";
     EXPECT_EQ((Strings(ints.printed.begin() + 1, ints.printed.begin() + 6)),
@@ -133,7 +146,7 @@ TEST_F(VmFusedTest, NumbersGiveWhatTheSingleInstructionsGive) {
         "m = 9223372036854775807; m += 1; print(m); m -= 1; print(m); p = m * 3; print(p);"
         "q = 0 - m; q -= 2; print(q); r = q / -1; print(r);";
     expect_same(wrap);
-    EXPECT_EQ(run_fused(wrap, true).printed[0], "-9223372036854775808");
+    EXPECT_EQ(run_script(wrap, true).printed[0], "-9223372036854775808");
 }
 
 TEST_F(VmFusedTest, OperandsOutsideTheFusedPathsTakeTheSingleInstructions) {
@@ -151,7 +164,7 @@ TEST_F(VmFusedTest, SuspendedLoopResumesTheSame) {
     const std::string text =
         "t = 0; for (i = 0; i < 6; i++) { t += i; if (i < 3) { pause(); } t *= 2; } print(t);";
     expect_same(text);
-    const outcome fast = run_fused(text, true);
+    const outcome fast = run_script(text, true);
     EXPECT_EQ(fast.suspensions, 3);
     EXPECT_EQ(fast.printed, (Strings{"114"}));
 }
@@ -162,6 +175,65 @@ TEST_F(VmFusedTest, StepBudgetStopsAtTheSameInstruction) {
     const std::string text =
         "t=0; f=0.5; for (i=0; i<4; i++) { t += i; f *= 2; if (t > f) { t -= 1; } } print(t, f);";
     for (uint64_t budget = 1; budget < 200; ++budget) expect_same(text, budget);
+}
+
+TEST_F(VmFusedTest, BodiesGiveWhatFullRunsGive) {
+    // break and continue from nested bodies, return from inside loops and ifs,
+    // a while loop left by break, and the values of nested bodies.
+    expect_same(
+        "f(n) { for (k = 0; k < 10; k++) { if (k == n) { if (k > 2) { return k * 10; } "
+        "return k; } } return -1; }"
+        "print(f(1), f(5), f(20));"
+        "s = 0; for (i = 0; i < 8; i++) { if (i == 2) { continue; } if (i == 6) { break; } "
+        "s += i; } print(s, i);"
+        "n = 0; while (1) { n++; if (n > 4) { if (n == 5) { break; } } } print(n);"
+        "t = 0; for (i = 0; i < 3; i++) { for (j = 0; j < 3; j++) { if (j == i) { continue; } "
+        "t += j; } } print(t);");
+    // `this` and members of an instance seen from the bodies of a method.
+    expect_same(
+        "class counter = { total = 0; add(n) { for (i = 0; i < n; i++) { if (i < 3) "
+        "{ this.total += i; } else { this.total += 1; } } return this.total; } };"
+        "c = counter(); print(c.add(6), c.total);");
+    // A suspension two bodies deep, resumed exactly there.
+    const std::string nested =
+        "t = 0; for (i = 0; i < 4; i++) { if (i > 0) { if (i < 3) { t += 1; pause(); "
+        "t *= 3; } } t += i; } print(t);";
+    expect_same(nested);
+    EXPECT_EQ(run_script(nested, true).suspensions, 2);
+    const outcome bodies = run_script(
+        "class counter = { total = 0; add(n) { for (i = 0; i < n; i++) { if (i < 3) "
+        "{ this.total += i; } else { this.total += 1; } } return this.total; } };"
+        "c = counter(); print(c.add(6), c.total);",
+        true);
+    EXPECT_EQ(bodies.printed, (std::vector<std::string>{"6 6 "})) << "0+1+2, then 1 three times";
+}
+
+TEST_F(VmFusedTest, DepthBudgetCountsBodiesAlike) {
+    // Each body is one nested run against the depth budget, whichever way it
+    // is entered: the refusal comes at the same depth, with the same report.
+    const std::string text =
+        "d = 0; if (1) { d = 1; if (1) { d = 2; if (1) { d = 3; if (1) { d = 4; } } } } "
+        "print(d);";
+    for (uint32_t budget : {3u, 4u, 5u, 6u, 7u}) {
+        std::vector<outcome> outcomes;
+        for (bool light : {false, true}) {
+            context().depth_budget = budget;
+            context().depth_limit = budget - 1;
+            outcomes.push_back(run_script(text, true, 0, light));
+            context().depth_budget = 0;
+            context().depth_limit = 0;
+        }
+        EXPECT_EQ(outcomes[0].printed, outcomes[1].printed) << budget;
+        EXPECT_EQ(outcomes[0].logged, outcomes[1].logged) << budget;
+        EXPECT_EQ(outcomes[0].state, outcomes[1].state) << budget;
+    }
+    context().depth_budget = 4;
+    context().depth_limit = 3;
+    const outcome cut = run_script(text, true, 0, true);
+    context().depth_budget = 0;
+    context().depth_limit = 0;
+    ASSERT_FALSE(cut.printed.empty());
+    EXPECT_NE(cut.printed[0], "4 ") << "the innermost bodies are refused";
 }
 
 }  // namespace
