@@ -76,7 +76,7 @@ endef
 all: build
 
 help:
-	@sed -n '3,8p' Makefile | sed 's/^# \{0,1\}//'
+	@sed -n '3,16p' Makefile | sed 's/^# \{0,1\}//'
 
 deps:
 	@tools/setup-deps.sh
