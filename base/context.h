@@ -37,7 +37,6 @@ struct vrkcontext {
     uint32_t main_thread = 0;              // thread that created the last engine
     std::atomic<uint32_t> lock_thread{0};  // thread holding global_lock now, 0 if none
     uint32_t lock_depth = 0;               // nesting of the lock taken by other threads
-    uint64_t copy_runs_ended = 0;          // times a copy of a block stopped running
     bool debug_info = false;               // keep line and file tables while compiling
     vrklog log;                            // the log object
     // Budgets of script runs, for hosts that run untrusted text; 0 means no

@@ -204,7 +204,6 @@ vrkvar* vrkblock::self_var() {
 
 void end_running(vrkblock* b) {
     b->running = 0;
-    if (b->kind & kind::COPY) ++context().copy_runs_ended;
     // The source's next search for an idle copy starts no later than here.
     if (vrkblock* source = b->copy_of; source && b->copy_position < source->running_copies)
         source->running_copies = b->copy_position;
