@@ -1,12 +1,13 @@
 // The vorka executable with the run loop's fast paths off: fused number
-// sequences run as their single instructions, and if/loop bodies take the full
-// entry of a run. The script tests run once more with it, so that every
-// script shows the same with and without them.
+// sequences run as their single instructions, if/loop bodies take the full
+// entry of a run, and calls take the general copies. The script tests run
+// once more with it, so that every script shows the same with and without them.
 #include "host/entry.h"
 #include "values/value_context.h"
 
 int main(int argc, char** argv) {
     vrk::value_context().fused_paths = false;
     vrk::value_context().light_entry = false;
+    vrk::value_context().call_paths = false;
     return vrk::run_host(argc, argv);
 }

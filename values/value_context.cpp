@@ -3,11 +3,11 @@
 
 namespace vrk {
 
-vrkvalue_context& value_context() {
+vrkvalue_context* new_value_context() {
     // Deliberately leaked, like the rest of the process context: worker threads
-    // and static destructors may still free cells while the process ends.
-    static vrkvalue_context* const instance = new vrkvalue_context();
-    return *instance;
+    // and static destructors may still free cells while the process ends. The
+    // accessor keeps the pointer, so leak checkers still reach it.
+    return new vrkvalue_context();
 }
 
 }  // namespace vrk

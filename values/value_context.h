@@ -8,10 +8,12 @@
 // destroyed.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "values/cell.h"
@@ -28,15 +30,29 @@ struct vrknamed_cell {
     int32_t holders = 0;     // blocks still associated with it; the cell goes at 0
 };
 
+// A block lately found in `live_blocks`, and the count of destroyed blocks at
+// that moment. While the count has not moved, no block has gone, so the block
+// still lives: the answer comes without a look-up in the map.
+struct vrklive_hit {
+    const vrkblock* block = nullptr;  // the block found alive
+    uint64_t destroyed = 0;           // blocks_destroyed when it was found
+};
+
+// Number of remembered live blocks (a power of two; chosen by address bits).
+inline constexpr std::size_t kLiveHits = 8;
+
 struct vrkvalue_context {
     vrkpools pools;                           // free lists and foreign-thread queues
     vrkregistry registry;                     // guarded pointer table
     std::vector<vrkcallback> callback_queue;  // destroy callbacks by block
     uint32_t live_cells = 0;                  // constructed cell records
-    std::map<const vrkblock*, std::vector<vrkvar*>*> live_blocks;  // every block that exists
-    uint64_t blocks_destroyed = 0;  // blocks that have left live_blocks so far
+    std::unordered_map<const vrkblock*, std::vector<vrkvar*>*>
+        live_blocks;                               // every block that exists
+    uint64_t blocks_destroyed = 0;                 // blocks that have left live_blocks so far
+    std::array<vrklive_hit, kLiveHits> live_hits;  // blocks lately found alive (block_alive)
     bool fused_paths = true;  // the run loop runs number sequences in one step (vm/fused_paths.h)
     bool light_entry = true;  // if/loop bodies are entered without a full run (vm/run.cpp)
+    bool call_paths = true;   // calls skip copies that change nothing (vm/calls.cpp)
     std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
     // Queues a native object for deletion at the frame end of an engine; set by the engine.
     std::function<void(vrkengine*, vrkobject*)> deferDeletion;
@@ -47,7 +63,14 @@ struct vrkvalue_context {
     void (*trace_writer)(vrkblock*, std::string&) = nullptr;
 };
 
+// Makes the value layer's part of the process context; called once, by value_context().
+vrkvalue_context* new_value_context();
+
 // The value layer's part of the process context, created on first use and never freed.
-vrkvalue_context& value_context();
+// Inline: the run loop and the call path reach it several times per instruction.
+[[gnu::always_inline]] inline vrkvalue_context& value_context() {
+    static vrkvalue_context* const instance = new_value_context();
+    return *instance;
+}
 
 }  // namespace vrk

@@ -58,8 +58,17 @@ void block_delete(vrkblock* b) { delete b; }
 
 bool block_alive(const vrkblock* b) {
     if (!b) return false;
-    auto& live = value_context().live_blocks;
-    return live.find(b) != live.end();
+    vrkvalue_context& ctx = value_context();
+    // The pointer is only compared, never followed: it may name freed memory,
+    // or a new block made where a dead one was (which a destruction in between
+    // tells apart).
+    const auto address = reinterpret_cast<uintptr_t>(b);
+    vrklive_hit& hit = ctx.live_hits[((address >> 4) ^ (address >> 10)) & (kLiveHits - 1)];
+    if (hit.block == b && hit.destroyed == ctx.blocks_destroyed) return true;
+    if (ctx.live_blocks.find(b) == ctx.live_blocks.end()) return false;
+    hit.block = b;
+    hit.destroyed = ctx.blocks_destroyed;
+    return true;
 }
 
 vrkblock* vrkblock_handle::get() const { return dynamic_cast<vrkblock*>(registry_get(index, id)); }

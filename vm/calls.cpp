@@ -28,6 +28,25 @@ vrkvar* function_in_top(vrkblock* b) {
     return cell;
 }
 
+// True when `this` of a method already holds `instance` exactly as assigning
+// it would leave it: a method called again on the same instance finds its
+// `this` as the last call left it (run clean-up resets `self` only). The
+// assignment would then take the cell out of the instance's list of holders
+// and put it back, count nothing (the cell is uncounted) and leave every field
+// as it is. A class blueprint (assigning it makes an instance), a singleton
+// (its cells are not listed), a fresh result (whose bit the assignment hands
+// over) and any cell whose bits differ from the outcome take the assignment.
+bool holds_instance(const vrkvar* this_cell, const vrkvar* instance) {
+    const vrkblock* block = instance->block;
+    return this_cell != instance && block && this_cell->type == Tag::CLASS &&
+           this_cell->block == block && !(block->kind & (kind::CLASS | kind::SINGLETON)) &&
+           !this_cell->constant &&
+           (this_cell->flags & (flag::NO_COUNT | flag::FIXED_TYPE)) == flag::NO_COUNT &&
+           this_cell->value.i == 0 && this_cell->aux == 0 &&
+           this_cell->attrs == ((this_cell->attrs & attr::KEEP_MASK) | attr::INSTANCE_CELL) &&
+           !(instance->attrs & attr::FRESH_RESULT);
+}
+
 // `this` or `self` of the callee, taken from the container or instance the
 // function was found in. A captured `this` or `self` is the lambda's own and
 // stays.
@@ -36,7 +55,9 @@ void bind_owner(vrkblock* b, vrkblock* callee, vrkvar* owner) {
     if (owner->type == Tag::CLASS && this_cell) {
         if (!(this_cell->flags & flag::CAPTURED)) {
             this_cell->flags |= flag::NO_COUNT;
-            assign(this_cell, deref(owner), b);
+            vrkvar* instance = deref(owner);
+            if (!(value_context().call_paths && holds_instance(this_cell, instance)))
+                assign(this_cell, instance, b);
         }
         return;
     }
@@ -48,6 +69,25 @@ void bind_owner(vrkblock* b, vrkblock* callee, vrkvar* owner) {
     } else {
         bind_ref(self_cell, owner);
     }
+}
+
+// Copies a plain function cell into a temp fresh from the pool, as assign
+// would: for a blank INT temp and a function that is no lambda (whose closure
+// is captured anew on every copy), has no shared or native record and is no
+// fresh result, assigning comes down to taking the tag, the block and the
+// parameter count, with an empty closure. False, with `t` untouched, for
+// anything else.
+bool copy_plain_function(vrkvar* t, const vrkvar* fn) {
+    if (t->type != Tag::INT || t->constant || (t->flags & flag::FIXED_TYPE) || t->attrs != 0)
+        return false;
+    if (fn->attrs & (attr::SHARED_CLOSURE | attr::NATIVE_FUNCTION | attr::FRESH_RESULT))
+        return false;
+    if (fn->block->kind & kind::LAMBDA) return false;
+    t->type = Tag::FUNCTION;
+    t->value.i = 0;
+    t->aux = fn->aux;
+    t->block = fn->block;
+    return true;
 }
 
 // Gives the callblocks temp of the finished call back.
@@ -139,7 +179,7 @@ void start_call(vrkblock* b) {
         return;
     }
     vrkvar* t = take_temp(b);
-    assign(t, callable, b);
+    if (!(value_context().call_paths && copy_plain_function(t, callable))) assign(t, callable, b);
     b->callblocks.push_back(t);
     slot = t;
 }
