@@ -183,6 +183,11 @@ std::vector<int32_t>* as_intset(vrkvar* cell);
 std::vector<int64_t>* as_bigintset(vrkvar* cell);
 // Follows a REF chain to its end; a REF with a null target is returned itself.
 vrkvar* deref(vrkvar* cell);
+// deref where most cells are no reference (the call paths): such a cell is its
+// own end, found without a call.
+[[gnu::always_inline]] inline vrkvar* chain_end(vrkvar* cell) {
+    return cell->type == Tag::REF ? deref(cell) : cell;
+}
 
 // ---- changing type ------------------------------------------------------------
 // The raw change: releases what the cell held and allocates the new payload.

@@ -23,7 +23,7 @@ namespace {
 vrkvar* function_in_top(vrkblock* b) {
     vrkvar* cell = top_slot(b);
     if (is_marker(cell, kMarkerLimit)) return nullptr;
-    cell = deref(cell);
+    cell = chain_end(cell);
     if (cell->type != Tag::FUNCTION || !cell->block) return nullptr;
     return cell;
 }
@@ -55,7 +55,7 @@ void bind_owner(vrkblock* b, vrkblock* callee, vrkvar* owner) {
     if (owner->type == Tag::CLASS && this_cell) {
         if (!(this_cell->flags & flag::CAPTURED)) {
             this_cell->flags |= flag::NO_COUNT;
-            vrkvar* instance = deref(owner);
+            vrkvar* instance = chain_end(owner);
             if (!(value_context().call_paths && holds_instance(this_cell, instance)))
                 assign(this_cell, instance, b);
         }
@@ -162,7 +162,7 @@ void start_call(vrkblock* b) {
         log().log("stackptr error in return!");
         return;
     }
-    vrkvar* cell = deref(slot);
+    vrkvar* cell = chain_end(slot);
     vrkvar* callable = nullptr;
     if (cell->type == Tag::FUNCTION && cell->block) {
         callable = cell;
@@ -264,7 +264,7 @@ Flow call(run_state& rs, const vrkinstr& ins) {
         set_int(&b->scratch, 0);
         return Flow::next;
     }
-    cell = deref(cell);
+    cell = chain_end(cell);
     if (cell->type == Tag::CLASS) {
         call_class(b, cell);
         return Flow::next;

@@ -103,22 +103,26 @@ void share_with_source(vrkblock* source, vrkblock* copy, bool root) {
     }
 }
 
-// The copies of `source` that still exist; dead entries are dropped (a copy
-// that ran as a script thread may have been deleted when its run ended). The
-// list is checked against the live blocks only when some block has been
-// destroyed since its last check: a recursive call scans it on every call.
-std::vector<vrkblock*>& live_copies(vrkblock* source) {
-    std::vector<vrkblock*>& copies = source->get_copies();
-    const uint64_t destroyed = value_context().blocks_destroyed;
-    if (source->copies_checked != destroyed) {
-        copies.erase(std::remove_if(copies.begin(), copies.end(),
-                                    [](vrkblock* c) { return !block_alive(c); }),
-                     copies.end());
-        for (std::size_t i = 0; i < copies.size(); ++i) {
-            if (copies[i]->copy_of == source) copies[i]->copy_position = static_cast<uint32_t>(i);
-        }
-        source->copies_checked = destroyed;
+// Drops the dead entries of the copies of `source` (a copy that ran as a
+// script thread may have been deleted when its run ended).
+[[gnu::noinline]] void drop_dead_copies(vrkblock* source, std::vector<vrkblock*>& copies,
+                                        uint64_t destroyed) {
+    copies.erase(
+        std::remove_if(copies.begin(), copies.end(), [](vrkblock* c) { return !block_alive(c); }),
+        copies.end());
+    for (std::size_t i = 0; i < copies.size(); ++i) {
+        if (copies[i]->copy_of == source) copies[i]->copy_position = static_cast<uint32_t>(i);
     }
+    source->copies_checked = destroyed;
+}
+
+// The copies of `source` that still exist. The list is checked against the
+// live blocks only when some block has been destroyed since its last check: a
+// recursive call looks at it on every call.
+std::vector<vrkblock*>& live_copies(vrkblock* source) {
+    std::vector<vrkblock*>& copies = source->copies ? *source->copies : source->get_copies();
+    const uint64_t destroyed = value_context().blocks_destroyed;
+    if (source->copies_checked != destroyed) drop_dead_copies(source, copies, destroyed);
     return copies;
 }
 
@@ -281,7 +285,7 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
     vrkblock* source = block;
     if (function_cell) {
         if (is_marker(function_cell, 11)) return nullptr;
-        vrkvar* cell = deref(function_cell);
+        vrkvar* cell = chain_end(function_cell);
         if (cell->type != Tag::FUNCTION || !cell->block) return nullptr;
         source = cell->block;
     }

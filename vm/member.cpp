@@ -80,7 +80,7 @@ vrkvar* class_member(vrkblock* b, vrkinstr& ins, vrkvar* instance_cell, vrkvar* 
 
 void class_access(vrkblock* b, const vrkinstr& ins) {
     vrkvar*& slot = top_slot(b);
-    vrkvar* owner = is_marker(slot, kMarkerLimit) ? nullptr : deref(slot);
+    vrkvar* owner = is_marker(slot, kMarkerLimit) ? nullptr : chain_end(slot);
     if (owner && owner->type == Tag::CLASS && has_var(owner->block, ins.arg)) {
         const bool transient = is_transient(b, owner);
         slot = (*owner->block->vars)[static_cast<std::size_t>(ins.arg)];

@@ -35,7 +35,7 @@ bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
     if (ins.arg < 1 || b->callblocks.empty()) return false;
     vrkvar* fn = b->callblocks.back();
     if (is_marker(fn, kMarkerLimit)) return false;
-    fn = deref(fn);
+    fn = chain_end(fn);
     if (fn->type != Tag::FUNCTION) return false;
     vrkvar* param = var_at(fn->block, ins.arg - 1);
     return param && (param->attrs & attr::BY_REF_PARAM);
