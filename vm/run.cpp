@@ -317,19 +317,23 @@ template <bool kBody>
     op_EXP_TMP:
     op_BIT_TMP:
     op_TMP:
-        if (!fused || !fused::arithmetic_step(rs, code, count, steps)) operand_step(rs, VRK_INS);
+        if (!fused) {
+            operand_step(rs, VRK_INS);
+        } else if (!fused::arithmetic_step(rs, code, count, steps)) {
+            fused::number_operand_step(rs, VRK_INS);
+        }
         VRK_NEXT(Flow::next);
     op_ADD:
-        add_values(rs);
+        if (!(fused && rs.kept_left == nullptr && fused::operator_step(b, Op::ADD))) add_values(rs);
         VRK_NEXT(Flow::next);
     op_SUB:
-        arithmetic(b, BinOp::sub);
+        if (!(fused && fused::operator_step(b, Op::SUB))) arithmetic(b, BinOp::sub);
         VRK_NEXT(Flow::next);
     op_MULT:
-        arithmetic(b, BinOp::mult);
+        if (!(fused && fused::operator_step(b, Op::MULT))) arithmetic(b, BinOp::mult);
         VRK_NEXT(Flow::next);
     op_DIV:
-        arithmetic(b, BinOp::div);
+        if (!(fused && fused::operator_step(b, Op::DIV))) arithmetic(b, BinOp::div);
         VRK_NEXT(Flow::next);
     op_EXP:
         arithmetic(b, BinOp::exp);
