@@ -290,14 +290,23 @@ inline bool completes(Op step, Op op) {
     return true;
 }
 
-// JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT that is not 0, with no
-// loop signal pending: the jump is not taken and the loop goes on. Answers
-// false for everything else, which the jump routine decides.
-[[gnu::always_inline]] inline bool jump_not_taken(vrkblock* b, bool loop) {
+// JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT, decided in line: the
+// loop's exit test obeys and clears a pending loop signal, and a taken jump
+// forwards inside the code goes to index + arg + 2. Answers false, having done
+// nothing, for everything else (other values, a distance the jump routine must
+// check or report), which the jump routine decides.
+[[gnu::always_inline]] inline bool jump_on_int(run_state& rs, const vrkinstr& ins,
+                                               std::size_t count, bool loop) {
+    vrkblock* b = rs.b;
     if (b->stack.empty()) return false;
     const vrkvar* v = b->stack.back();
-    if (is_marker(v, kMarkerLimit) || v->type != Tag::INT || v->value.i == 0) return false;
-    return !loop || b->loop_signal == 0;
+    if (is_marker(v, kMarkerLimit) || v->type != Tag::INT) return false;
+    const bool taken = v->value.i == 0 || (loop && b->loop_signal != 0);
+    if (taken && ins.arg != 0 && (ins.arg < 0 || static_cast<uint64_t>(ins.arg) + rs.ip > count))
+        return false;
+    if (loop) b->loop_signal = 0;
+    if (taken && ins.arg != 0) rs.next = rs.ip + static_cast<uint32_t>(ins.arg) + 2;
+    return true;
 }
 
 }  // namespace fused

@@ -368,10 +368,10 @@ template <bool kBody>
     op_JMP:
         VRK_NEXT(jump(rs, VRK_INS));
     op_JMP_FALSE:
-        if (fused && fused::jump_not_taken(b, false)) VRK_NEXT(Flow::next);
+        if (fused && fused::jump_on_int(rs, VRK_INS, count, false)) VRK_NEXT(Flow::next);
         VRK_NEXT(jump_if_false(rs, VRK_INS, false));
     op_JMP_FALSE_LOOP:
-        if (fused && fused::jump_not_taken(b, true)) VRK_NEXT(Flow::next);
+        if (fused && fused::jump_on_int(rs, VRK_INS, count, true)) VRK_NEXT(Flow::next);
         VRK_NEXT(jump_if_false(rs, VRK_INS, true));
     op_NOP:
         VRK_NEXT(Flow::next);
