@@ -301,11 +301,11 @@ inline bool completes(Op step, Op op) {
     if (b->stack.empty()) return false;
     const vrkvar* v = b->stack.back();
     if (is_marker(v, kMarkerLimit) || v->type != Tag::INT) return false;
-    const bool taken = v->value.i == 0 || (loop && b->loop_signal != 0);
-    if (taken && ins.arg != 0 && (ins.arg < 0 || static_cast<uint64_t>(ins.arg) + rs.ip > count))
-        return false;
+    // Not taken, with no loop signal pending (which the exit test would clear).
+    if (v->value.i != 0 && (!loop || b->loop_signal == 0)) return true;
+    if (ins.arg < 0 || static_cast<uint64_t>(ins.arg) + rs.ip > count) return false;
     if (loop) b->loop_signal = 0;
-    if (taken && ins.arg != 0) rs.next = rs.ip + static_cast<uint32_t>(ins.arg) + 2;
+    if (ins.arg != 0) rs.next = rs.ip + static_cast<uint32_t>(ins.arg) + 2;
     return true;
 }
 
