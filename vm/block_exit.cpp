@@ -24,6 +24,8 @@ Flow finish_return(vrkblock* b) {
     return Flow::end;
 }
 
+}  // namespace
+
 // `this` and `self` are visible in every nested body.
 void share_this_and_self(vrkblock* b, vrkblock* child) {
     if (child->this_index < 0 && child->self_index < 0) return;
@@ -44,8 +46,6 @@ void share_this_and_self(vrkblock* b, vrkblock* child) {
         }
     }
 }
-
-}  // namespace
 
 void end_in_place(vrkblock* b) {
     b->resume_at = 0;
@@ -88,18 +88,9 @@ Flow break_loop(run_state& rs, const vrkinstr& ins) {
     return Flow::end;
 }
 
-vrkblock* child_to_run(run_state& rs, const vrkinstr& ins) {
-    vrkblock* b = rs.b;
-    if (!b->children || ins.arg < 0 || static_cast<uint64_t>(ins.arg) >= b->children->size())
-        return nullptr;
-    vrkblock* child = (*b->children)[static_cast<std::size_t>(ins.arg)];
-    if (!child) return nullptr;
-    b->waiting_on = child;
-    share_this_and_self(b, child);
-    return child;
-}
-
-Flow child_ended(run_state& rs, vrkblock* child, vrkvar* r) {
+// The rest of child_ended: a suspended child, the signals of `return`, `break`
+// and `continue`, and a child that could not be entered.
+Flow child_ended_signals(run_state& rs, vrkblock* child, vrkvar* r) {
     vrkblock* b = rs.b;
     if (child->resume_at == 0) b->waiting_on = nullptr;
     if (r == kSuspended) {

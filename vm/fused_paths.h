@@ -149,6 +149,32 @@ inline bool completes(Op step, Op op) {
     }
 }
 
+// res := lhs op rhs for numbers, as binary_op writes it: integers wrap
+// around, a mixed pair is computed in floating point.
+[[gnu::always_inline]] inline void apply_numbers(vrkvar* res, const vrkvar* lhs, const vrkvar* rhs,
+                                                 Op op) {
+    if (lhs->type == Tag::INT && rhs->type == Tag::INT) {
+        const auto l = static_cast<uint64_t>(lhs->value.i);
+        const auto r = static_cast<uint64_t>(rhs->value.i);
+        switch (op) {
+            // Modular, as the integer rule of the operators.
+            case Op::ADD: store_int(res, static_cast<int64_t>(l + r)); break;
+            case Op::SUB: store_int(res, static_cast<int64_t>(l - r)); break;
+            case Op::MULT: store_int(res, static_cast<int64_t>(l * r)); break;
+            default: store_int(res, int_arith(BinOp::div, lhs->value.i, rhs->value.i)); break;
+        }
+    } else {
+        const double l = lhs->type == Tag::FLOAT ? lhs->value.f : static_cast<double>(lhs->value.i);
+        const double r = rhs->type == Tag::FLOAT ? rhs->value.f : static_cast<double>(rhs->value.i);
+        switch (op) {
+            case Op::ADD: store_float(res, l + r); break;
+            case Op::SUB: store_float(res, l - r); break;
+            case Op::MULT: store_float(res, l * r); break;
+            default: store_float(res, r == 0.0 ? 0.0 : l / r); break;
+        }
+    }
+}
+
 // `X_TMP 0; LOAD y; X` at index `at`, the top cell and y numbers: the top cell
 // receives top op y, as the operator writes its result into the slot under the
 // operand pair. `before`: instructions of this step already run in front of
@@ -166,31 +192,60 @@ inline bool completes(Op step, Op op) {
     if (!is_number(res) || res->constant || (res->attrs & attr::FRESH_RESULT)) return false;
     vrkvar* rhs = loaded_var(code[at + 1]);
     if (!rhs || !is_number(rhs)) return false;
-    if (res->type == Tag::INT && rhs->type == Tag::INT) {
-        const auto l = static_cast<uint64_t>(res->value.i);
-        const auto r = static_cast<uint64_t>(rhs->value.i);
-        switch (op) {
-            // Modular, as the integer rule of the operators.
-            case Op::ADD: store_int(res, static_cast<int64_t>(l + r)); break;
-            case Op::SUB: store_int(res, static_cast<int64_t>(l - r)); break;
-            case Op::MULT: store_int(res, static_cast<int64_t>(l * r)); break;
-            default: store_int(res, int_arith(BinOp::div, res->value.i, rhs->value.i)); break;
-        }
-    } else {
-        const double l = res->type == Tag::FLOAT ? res->value.f : static_cast<double>(res->value.i);
-        const double r = rhs->type == Tag::FLOAT ? rhs->value.f : static_cast<double>(rhs->value.i);
-        switch (op) {
-            case Op::ADD: store_float(res, l + r); break;
-            case Op::SUB: store_float(res, l - r); break;
-            case Op::MULT: store_float(res, l * r); break;
-            default: store_float(res, r == 0.0 ? 0.0 : l / r); break;
-        }
-    }
+    apply_numbers(res, res, rhs, op);
     // The `+` forgets a string kept in place by an earlier operand step.
     if (op == Op::ADD) rs.kept_left = nullptr;
     steps -= before + kLength - 1;
     rs.next = at + kLength;
     return true;
+}
+
+// ADD, SUB, MULT or DIV (`op`) on [.. res t rhs], where the operand step left
+// the copy t of a number and something other than a LOAD of a variable (a
+// subscript, a call) put the number rhs: res receives t op rhs, the two
+// slots go and the temp goes back to the pool, as the operator does. Answers
+// false, having done nothing, for anything else. (ADD leaves a string kept in
+// place by its operand step to add_values.)
+[[gnu::always_inline]] inline bool operator_step(vrkblock* b, Op op) {
+    const std::size_t size = b->stack.size();
+    if (size < 3) return false;
+    vrkvar* rhs = b->stack[size - 1];
+    vrkvar* lhs = b->stack[size - 2];
+    vrkvar* res = b->stack[size - 3];
+    if (is_marker(res, kMarkerLimit) || !is_number(res) || res->constant ||
+        (res->attrs & attr::FRESH_RESULT))
+        return false;
+    if (!is_pooled_temp(b, lhs) || !is_number(lhs) || !is_number(rhs)) return false;
+    apply_numbers(res, lhs, rhs, op);
+    b->stack.pop_back();
+    b->stack.pop_back();
+    return_temp(b, lhs);
+    return true;
+}
+
+// The operand step (vm/stack_ops.cpp) of an operator whose left operand is a
+// plain number: the copy into a fresh temp is assign's own path for a number
+// into a cell holding a number of the same type, in line. Anything else takes
+// the operand step itself.
+[[gnu::always_inline]] inline void number_operand_step(run_state& rs, const vrkinstr& ins) {
+    vrkblock* b = rs.b;
+    vrkvar* v = top_slot(b);
+    if (!is_number(v) || (v->attrs & attr::FRESH_RESULT)) {
+        operand_step(rs, ins);
+        return;
+    }
+    vrkvar* t = take_temp(b);
+    if (t->type == v->type && !t->constant && !(t->flags & flag::FIXED_TYPE)) {
+        t->attrs &= attr::KEEP_MASK;
+        t->aux = 0;
+        t->block = nullptr;
+        t->value = v->value;
+    } else {
+        assign(t, v, b);
+    }
+    b->stack.push_back(t);
+    b->stack.push_back(nullptr);
+    slot_load(b, ins);
 }
 
 [[gnu::always_inline]] inline bool arithmetic_step(run_state& rs, const vrkinstr* code,
@@ -235,14 +290,23 @@ inline bool completes(Op step, Op op) {
     return true;
 }
 
-// JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT that is not 0, with no
-// loop signal pending: the jump is not taken and the loop goes on. Answers
-// false for everything else, which the jump routine decides.
-[[gnu::always_inline]] inline bool jump_not_taken(vrkblock* b, bool loop) {
+// JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT, decided in line: the
+// loop's exit test obeys and clears a pending loop signal, and a taken jump
+// forwards inside the code goes to index + arg + 2. Answers false, having done
+// nothing, for everything else (other values, a distance the jump routine must
+// check or report), which the jump routine decides.
+[[gnu::always_inline]] inline bool jump_on_int(run_state& rs, const vrkinstr& ins,
+                                               std::size_t count, bool loop) {
+    vrkblock* b = rs.b;
     if (b->stack.empty()) return false;
     const vrkvar* v = b->stack.back();
-    if (is_marker(v, kMarkerLimit) || v->type != Tag::INT || v->value.i == 0) return false;
-    return !loop || b->loop_signal == 0;
+    if (is_marker(v, kMarkerLimit) || v->type != Tag::INT) return false;
+    // Not taken, with no loop signal pending (which the exit test would clear).
+    if (v->value.i != 0 && (!loop || b->loop_signal == 0)) return true;
+    if (ins.arg < 0 || static_cast<uint64_t>(ins.arg) + rs.ip > count) return false;
+    if (loop) b->loop_signal = 0;
+    if (ins.arg != 0) rs.next = rs.ip + static_cast<uint32_t>(ins.arg) + 2;
+    return true;
 }
 
 }  // namespace fused

@@ -21,6 +21,7 @@
 #include "values/pools.h"
 #include "vm/block.h"
 #include "vm/instruction.h"
+#include "vm/run.h"
 
 namespace vrk {
 
@@ -208,8 +209,33 @@ Flow run_child(run_state& rs, const vrkinstr& ins);
 // when the instruction names none and does nothing; then, once the child's run
 // has ended with `r` (kSuspended, or null when it could not be entered), what
 // the instruction makes of it.
-vrkblock* child_to_run(run_state& rs, const vrkinstr& ins);
-Flow child_ended(run_state& rs, vrkblock* child, vrkvar* r);
+// Both are in line for the common case (no `this` or `self` to share, an
+// ordinary end of the child) and leave the rest to the out-of-line parts.
+void share_this_and_self(vrkblock* b, vrkblock* child);
+Flow child_ended_signals(run_state& rs, vrkblock* child, vrkvar* r);
+
+[[gnu::always_inline]] inline vrkblock* child_to_run(run_state& rs, const vrkinstr& ins) {
+    vrkblock* b = rs.b;
+    if (!b->children || ins.arg < 0 || static_cast<uint64_t>(ins.arg) >= b->children->size())
+        return nullptr;
+    vrkblock* child = (*b->children)[static_cast<std::size_t>(ins.arg)];
+    if (!child) return nullptr;
+    b->waiting_on = child;
+    if (child->this_index >= 0 || child->self_index >= 0) share_this_and_self(b, child);
+    return child;
+}
+
+[[gnu::always_inline]] inline Flow child_ended(run_state& rs, vrkblock* child, vrkvar* r) {
+    // Neither suspended nor a signal to pass on, and a value, or none from a
+    // child that is not waiting: the child's answer goes into the top slot.
+    if (r == kSuspended || child->return_signal || child->loop_signal ||
+        (child->resume_at != 0 && is_marker(r, kMarkerLimit)))
+        return child_ended_signals(rs, child, r);
+    vrkblock* b = rs.b;
+    if (child->resume_at == 0) b->waiting_on = nullptr;
+    top_slot(b) = r;
+    return Flow::next;
+}
 // What every early end of a run clears before the run ends.
 void end_in_place(vrkblock* b);
 

@@ -3,6 +3,7 @@
 #include "vm/run.h"
 
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -70,17 +71,10 @@ namespace {
     return b->stack.empty() ? nullptr : b->stack.back();
 }
 
-// True when run_cleanup would find nothing to do, as at the end of most runs.
-[[gnu::always_inline]] inline bool nothing_to_clean(const vrkblock* b) {
-    return b->self_index < 0 && !(b->scratch.attrs & attr::RESULT_BITS) &&
-           !(b->params_bound && !b->params.empty() && b->callee) &&
-           !(b->temp_pool && b->temp_pool->in_use != 0) && !b->scoped;
-}
-
 vrkvar* normal_end(vrkblock* b) {
     b->resume_at = 0;
     b->suspended = 0;
-    if (!nothing_to_clean(b)) run_cleanup(b);
+    run_cleanup(b);
     if (b->stack.size() != 1) log().log("\nstack size: %i\n", static_cast<int>(b->stack.size()));
     b->waiting_on = nullptr;
     b->self_cell = nullptr;
@@ -139,7 +133,20 @@ struct loop_switches {
     bool light;  // the light entry of if/loop bodies (run_body)
 };
 
-vrkvar* run_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_switches switches);
+template <bool kBody>
+vrkvar* run_block(vrkcontext& ctx, vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self,
+                  loop_switches switches);
+
+// The light entry of an if/loop body: resume(child, parent, parent->self_cell)
+// without what a body can do without. The process context and the switches
+// come from the parent's run instead of being looked up again, and there is no
+// debug record to keep (with debug tables bodies take the full entry). The
+// depth budget, the entry checks, the fresh start, `this` and every end are
+// those of any run.
+[[gnu::always_inline]] inline vrkvar* run_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent,
+                                               loop_switches switches) {
+    return run_block<true>(ctx, child, parent, child->resume_at, parent->self_cell, switches);
+}
 
 // RUN_CHILD with the light entry (run_body) for its body.
 [[gnu::always_inline]] inline Flow run_child_light(vrkcontext& ctx, run_state& rs,
@@ -150,89 +157,6 @@ vrkvar* run_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_switch
     vrkvar* r = ctx.debug_info ? resume(child, parent, parent->self_cell)
                                : run_body(ctx, child, parent, switches);
     return child_ended(rs, child, r);
-}
-
-// Executes one instruction, or with `fused` set a whole fused sequence that
-// starts at it (vm/fused_paths.h). Kept in line in the loop: as a call of its
-// own its entry and exit cost as much as a simple instruction.
-[[gnu::always_inline]] inline Flow dispatch(vrkcontext& ctx, run_state& rs, vrkinstr& ins,
-                                            const vrkinstr* code, std::size_t count,
-                                            uint64_t& steps, loop_switches switches) {
-    const bool fused = switches.fused;
-    vrkblock* b = rs.b;
-    Flow flow = Flow::next;
-    switch (ins.opcode()) {
-        case Op::SET: flow = store(rs, ins, false); break;
-        case Op::SET_DEREF: flow = store(rs, ins, true); break;
-        case Op::MAKE_REF: rebind(b, ins); break;
-        case Op::DEREF: deref_top(b); break;
-        case Op::ADD_TMP:
-        case Op::SUB_TMP:
-        case Op::MULT_TMP:
-        case Op::DIV_TMP:
-        case Op::EXP_TMP:
-        case Op::BIT_TMP:
-        case Op::TMP:
-            if (fused && fused::arithmetic_step(rs, code, count, steps)) break;
-            operand_step(rs, ins);
-            break;
-        case Op::ADD: add_values(rs); break;
-        case Op::SUB: arithmetic(b, BinOp::sub); break;
-        case Op::MULT: arithmetic(b, BinOp::mult); break;
-        case Op::DIV: arithmetic(b, BinOp::div); break;
-        case Op::EXP: arithmetic(b, BinOp::exp); break;
-        case Op::INC: step_in_place(b, true); break;
-        case Op::DEC: step_in_place(b, false); break;
-        case Op::CALL: flow = call(rs, ins); break;
-        case Op::CALL_PREP: flow = prepare_call(rs, ins); break;
-        case Op::RUN_CHILD:
-            flow = switches.light ? run_child_light(ctx, rs, ins, switches) : run_child(rs, ins);
-            break;
-        case Op::EXTERNAL: flow = external(rs, ins); break;
-        case Op::PUSH: push_slots(b, ins); break;
-        case Op::ARG: wrap_argument(b, ins); break;
-        case Op::POP: pop_slots(b, ins); break;
-        case Op::FREE_TOP: free_top(b); break;
-        case Op::JMP: flow = jump(rs, ins); break;
-        case Op::JMP_FALSE:
-            if (fused && fused::jump_not_taken(b, false)) break;
-            flow = jump_if_false(rs, ins, false);
-            break;
-        case Op::JMP_FALSE_LOOP:
-            if (fused && fused::jump_not_taken(b, true)) break;
-            flow = jump_if_false(rs, ins, true);
-            break;
-        case Op::NOP: break;
-        case Op::LOAD:
-            if (ins.ref != 0) {
-                if (fused && fused::load_step(rs, code, count, steps)) break;
-                slot_load(b, ins);
-            } else if (ins.arg == load_code::RETURN) {
-                flow = return_value(rs);
-            } else if (ins.arg == load_code::CALL_START) {
-                start_call(b);
-            } else {
-                load_constant(b, ins);
-            }
-            break;
-        case Op::BREAK: flow = break_loop(rs, ins); break;
-        case Op::CMP: compare(b, ins); break;
-        case Op::INDEX: flow = index_value(rs, ins); break;
-        case Op::SWAP: swap_slots(b, ins); break;
-        case Op::BIT_OR:
-        case Op::BIT_XOR:
-        case Op::BIT_AND: bit_operation(b, ins); break;
-        case Op::NOT: logical_not(b); break;
-        case Op::INVERT: invert_bits(b); break;
-        case Op::RESET: reset_state(b, ins); break;
-        case Op::CLASS_ACCESS: class_access(b, ins); break;
-        // The never-emitted aliases and every number without a case load
-        // the named variable.
-        case Op::LOAD_ALIAS:
-        case Op::LOAD_ALIAS2:
-        default: slot_load(b, ins); break;
-    }
-    return flow;
 }
 
 // The end of a run whose instruction could not get the memory it needed. The
@@ -288,80 +212,233 @@ void report_depth(const vrkcontext& ctx) {
     return true;
 }
 
-// The one dispatch loop: runs the block of `rs` from rs.ip to the end of its
-// run, answering what the run answers.
-[[gnu::always_inline]] inline vrkvar* run_loop(vrkcontext& ctx, run_state& rs,
-                                               loop_switches switches) {
-    vrkblock* const b = rs.b;
-    // A block's code does not change while the block runs.
-    vrkinstr* const code = b->code.data();
-    const std::size_t count = b->code.size();
-    uint64_t& steps = ctx.step_budget;
-    while (rs.ip < count) {
-        if (--steps == 0) [[unlikely]] {
-            if (budget_stop(ctx, b, rs)) return forced_end(b);
-        }
-        vrkinstr& ins = code[rs.ip];
-        rs.next = rs.ip + 1;
-        Flow flow = Flow::next;
-        // Running out of memory is a run-time error of the script, not of the
-        // host: the run that met it ends, and everything else goes on.
-        try {
-            flow = dispatch(ctx, rs, ins, code, count, steps, switches);
-        } catch (const std::bad_alloc&) {
-            return out_of_memory_end(b);
-        } catch (const std::length_error&) {
-            return out_of_memory_end(b);
-        }
-        if (flow != Flow::next) return early_end(b, flow);
-        if (b->suspended) {
-            // 1: stopped before this instruction, which runs again; 2: after it.
-            b->resume_at = b->suspended == 1 ? rs.ip : rs.ip + 1;
-            end_running(b);
-            return kSuspended;
-        }
-        rs.resumed = false;
-        rs.ip = rs.next;
-    }
-    return normal_end(b);
+// The opcode numbers run from 0 without a gap, so that the label table of the
+// dispatch loop, generated from the opcode table in its order, is indexed by
+// the number itself.
+constexpr bool opcodes_dense() {
+    int position = 0;
+    bool dense = true;
+#define VRK_OP_POSITION(name, number, effect, arg, ref) dense = dense && (number) == position++;
+    VRK_OPCODES(VRK_OP_POSITION)
+#undef VRK_OP_POSITION
+    return dense && position == kOpcodeCount;
 }
+static_assert(opcodes_dense(), "opcode numbers must run from 0 without a gap");
 
-// The light entry of an if/loop body: resume(child, parent, parent->self_cell)
-// without what a body can do without. The process context and the switches
-// come from the parent's run instead of being looked up again, and there is no
-// debug record to keep (with debug tables bodies take the full entry). The
-// depth budget, the entry checks, the fresh start, `this` and every end are
-// those of any run.
-[[gnu::noinline]] vrkvar* run_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent,
-                                   loop_switches switches) {
-    depth_guard depth(ctx.depth_budget);
-    if (ctx.depth_budget == 0) [[unlikely]] {
-        report_depth(ctx);
-        return nullptr;
-    }
-    const uint32_t start = child->resume_at;
-    if (!enter(child, parent, start, parent->self_cell)) return nullptr;
-    run_state rs{child, start, start, start != 0};
-    return run_loop(ctx, rs, switches);
-}
-
-}  // namespace
-
-vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
-    vrkcontext& ctx = context();
+// A run of block `b` from instruction `start`, as `run` describes it, with the
+// one dispatch loop; `kBody` for the light entry of a body (run_body), which
+// keeps no debug record.
+//
+// Dispatch is threaded: every instruction's code ends with its own copy of the
+// step between instructions (the flow and suspension checks, the step budget)
+// and jumps straight to the code of the next instruction through a table of
+// label addresses. The table is generated from the opcode table, one label per
+// opcode, so an opcode without code here does not compile. A number past the
+// table (and the never-emitted aliases) loads the named variable.
+//
+// With `fused` set an instruction may run a whole fused sequence that starts
+// at it (vm/fused_paths.h). A function with a label table is never inlined:
+// the entry of a run is done here, in the same frame.
+template <bool kBody>
+[[gnu::noinline]] vrkvar* run_block(vrkcontext& ctx, vrkblock* const b, vrkblock* caller,
+                                    uint32_t start, vrkvar* self, loop_switches switches) {
     depth_guard depth(ctx.depth_budget);
     if (ctx.depth_budget == 0) [[unlikely]] {
         report_depth(ctx);
         return nullptr;
     }
     if (!enter(b, caller, start, self)) return nullptr;
-    const vrkvalue_context& values = value_context();
-    const loop_switches switches{values.fused_paths, values.light_entry};
     run_state rs{b, start, start, start != 0};
     // With debug tables the run is recorded with its position, so that a
     // trace names the statement being run rather than the one it resumes at.
-    const debug_run_scope recorded(ctx.debug_info ? b : nullptr, &rs.ip);
-    return run_loop(ctx, rs, switches);
+    std::optional<debug_run_scope> recorded;
+    if constexpr (!kBody) {
+        if (ctx.debug_info) recorded.emplace(b, &rs.ip);
+    }
+    // A block's code does not change while the block runs.
+    vrkinstr* const code = b->code.data();
+    const std::size_t count = b->code.size();
+    uint64_t& steps = ctx.step_budget;
+    const bool fused = switches.fused;
+    static const void* const labels[] = {
+#define VRK_OP_LABEL(name, number, effect, arg, ref) &&op_##name,
+        VRK_OPCODES(VRK_OP_LABEL)
+#undef VRK_OP_LABEL
+    };
+    static_assert(sizeof(labels) / sizeof(labels[0]) == kOpcodeCount);
+    Flow flow = Flow::next;
+
+// Starts the instruction at rs.ip, or ends the run at the end of the code.
+#define VRK_DISPATCH()                                         \
+    do {                                                       \
+        if (rs.ip >= count) return normal_end(b);              \
+        if (--steps == 0) [[unlikely]] {                       \
+            if (budget_stop(ctx, b, rs)) return forced_end(b); \
+        }                                                      \
+        rs.next = rs.ip + 1;                                   \
+        const uint8_t op = code[rs.ip].op;                     \
+        goto*(op < kOpcodeCount ? labels[op] : &&op_other);    \
+    } while (0)
+// The step between two instructions, `f` what the one just run answered.
+#define VRK_NEXT(f)                                                                  \
+    do {                                                                             \
+        flow = (f);                                                                  \
+        if (flow != Flow::next) return early_end(b, flow);                           \
+        if (b->suspended) {                                                          \
+            /* 1: stopped before this instruction, which runs again; 2: after it. */ \
+            b->resume_at = b->suspended == 1 ? rs.ip : rs.ip + 1;                    \
+            end_running(b);                                                          \
+            return kSuspended;                                                       \
+        }                                                                            \
+        rs.resumed = false;                                                          \
+        rs.ip = rs.next;                                                             \
+        VRK_DISPATCH();                                                              \
+    } while (0)
+#define VRK_INS code[rs.ip]
+
+    // Running out of memory is a run-time error of the script, not of the
+    // host: the run that met it ends, and everything else goes on.
+    try {
+        VRK_DISPATCH();
+    op_SET:
+        VRK_NEXT(store(rs, VRK_INS, false));
+    op_SET_DEREF:
+        VRK_NEXT(store(rs, VRK_INS, true));
+    op_MAKE_REF:
+        rebind(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    op_DEREF:
+        deref_top(b);
+        VRK_NEXT(Flow::next);
+    op_ADD_TMP:
+    op_SUB_TMP:
+    op_MULT_TMP:
+    op_DIV_TMP:
+    op_EXP_TMP:
+    op_BIT_TMP:
+    op_TMP:
+        if (!fused) {
+            operand_step(rs, VRK_INS);
+        } else if (!fused::arithmetic_step(rs, code, count, steps)) {
+            fused::number_operand_step(rs, VRK_INS);
+        }
+        VRK_NEXT(Flow::next);
+    op_ADD:
+        if (!(fused && rs.kept_left == nullptr && fused::operator_step(b, Op::ADD))) add_values(rs);
+        VRK_NEXT(Flow::next);
+    op_SUB:
+        if (!(fused && fused::operator_step(b, Op::SUB))) arithmetic(b, BinOp::sub);
+        VRK_NEXT(Flow::next);
+    op_MULT:
+        if (!(fused && fused::operator_step(b, Op::MULT))) arithmetic(b, BinOp::mult);
+        VRK_NEXT(Flow::next);
+    op_DIV:
+        if (!(fused && fused::operator_step(b, Op::DIV))) arithmetic(b, BinOp::div);
+        VRK_NEXT(Flow::next);
+    op_EXP:
+        arithmetic(b, BinOp::exp);
+        VRK_NEXT(Flow::next);
+    op_INC:
+        step_in_place(b, true);
+        VRK_NEXT(Flow::next);
+    op_DEC:
+        step_in_place(b, false);
+        VRK_NEXT(Flow::next);
+    op_CALL:
+        VRK_NEXT(call(rs, VRK_INS));
+    op_CALL_PREP:
+        VRK_NEXT(prepare_call(rs, VRK_INS));
+    op_RUN_CHILD:
+        VRK_NEXT(switches.light ? run_child_light(ctx, rs, VRK_INS, switches)
+                                : run_child(rs, VRK_INS));
+    op_EXTERNAL:
+        VRK_NEXT(external(rs, VRK_INS));
+    op_PUSH:
+        push_slots(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    op_ARG:
+        wrap_argument(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    op_POP:
+        pop_slots(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    op_FREE_TOP:
+        free_top(b);
+        VRK_NEXT(Flow::next);
+    op_JMP:
+        VRK_NEXT(jump(rs, VRK_INS));
+    op_JMP_FALSE:
+        if (fused && fused::jump_on_int(rs, VRK_INS, count, false)) VRK_NEXT(Flow::next);
+        VRK_NEXT(jump_if_false(rs, VRK_INS, false));
+    op_JMP_FALSE_LOOP:
+        if (fused && fused::jump_on_int(rs, VRK_INS, count, true)) VRK_NEXT(Flow::next);
+        VRK_NEXT(jump_if_false(rs, VRK_INS, true));
+    op_NOP:
+        VRK_NEXT(Flow::next);
+    op_LOAD : {
+        const vrkinstr& ins = VRK_INS;
+        if (ins.ref != 0) {
+            if (!fused || !fused::load_step(rs, code, count, steps)) slot_load(b, ins);
+            VRK_NEXT(Flow::next);
+        }
+        if (ins.arg == load_code::RETURN) VRK_NEXT(return_value(rs));
+        if (ins.arg == load_code::CALL_START) {
+            start_call(b);
+        } else {
+            load_constant(b, ins);
+        }
+        VRK_NEXT(Flow::next);
+    }
+    op_BREAK:
+        VRK_NEXT(break_loop(rs, VRK_INS));
+    op_CMP:
+        compare(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    op_INDEX:
+        VRK_NEXT(index_value(rs, VRK_INS));
+    op_SWAP:
+        swap_slots(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    op_BIT_OR:
+    op_BIT_XOR:
+    op_BIT_AND:
+        bit_operation(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    op_NOT:
+        logical_not(b);
+        VRK_NEXT(Flow::next);
+    op_INVERT:
+        invert_bits(b);
+        VRK_NEXT(Flow::next);
+    op_RESET:
+        reset_state(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    op_CLASS_ACCESS:
+        class_access(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    // The never-emitted aliases and every number without a row load the
+    // named variable.
+    op_LOAD_ALIAS:
+    op_LOAD_ALIAS2:
+    op_other:
+        slot_load(b, VRK_INS);
+        VRK_NEXT(Flow::next);
+    } catch (const std::bad_alloc&) {
+        return out_of_memory_end(b);
+    } catch (const std::length_error&) {
+        return out_of_memory_end(b);
+    }
+#undef VRK_INS
+#undef VRK_NEXT
+#undef VRK_DISPATCH
+}
+
+}  // namespace
+
+vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
+    const vrkvalue_context& values = value_context();
+    return run_block<false>(context(), b, caller, start, self,
+                            loop_switches{values.fused_paths, values.light_entry});
 }
 
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {

@@ -11,10 +11,9 @@
 
 #include <cstdint>
 
-namespace vrk {
+#include "vm/block.h"
 
-struct vrkvar;
-struct vrkblock;
+namespace vrk {
 
 // `self` argument of run meaning "no change and no binding".
 inline vrkvar* const kSelfUnchanged = reinterpret_cast<vrkvar*>(~uintptr_t{0});
@@ -29,8 +28,15 @@ vrkvar* run(vrkblock* block, vrkblock* caller, uint32_t start, vrkvar* self);
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self);
 
 // The clean-up at every end of a run: self variable, scratch payload, displaced
-// parameters, leaked temps, scoped variables.
-void run_cleanup(vrkblock* block);
+// parameters, leaked temps, scoped variables. Most runs have none of them, which
+// this tests in line; the work itself is out of line (run_cleanup_work).
+void run_cleanup_work(vrkblock* block);
+inline void run_cleanup(vrkblock* block) {
+    if (block->self_index >= 0 || (block->scratch.attrs & attr::RESULT_BITS) ||
+        (block->params_bound && !block->params.empty() && block->callee) ||
+        (block->temp_pool && block->temp_pool->in_use != 0) || block->scoped)
+        run_cleanup_work(block);
+}
 
 // Gives back every temp of the block at once, without a report, and leaves the
 // stack with its one bottom slot: for a run abandoned in mid-instruction, whose

@@ -61,7 +61,7 @@ void restore_params(vrkblock* block, bool callee_alive) {
     block->params.clear();
 }
 
-void run_cleanup(vrkblock* b) {
+void run_cleanup_work(vrkblock* b) {
     if (vrkvar* self = b->self_var()) reset(self, Tag::INT);
     if (b->scratch.attrs & attr::RESULT_BITS) release_object(&b->scratch);
     if (b->params_bound && !b->params.empty() && b->callee) restore_params(b);
