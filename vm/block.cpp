@@ -39,7 +39,7 @@ void mark_embedded_cells(vrkblock* b) {
 // Enters the block into the set of live blocks. Making a block also installs
 // the trace writer of the value layer's fault reports (values/error_report.h)
 // and its block hooks (values/block_hooks.h): no report can name a block, and
-// no cell hold one, before the first one exists.
+// no cell can hold one, before the first one exists.
 void enter_live(vrkblock* b) {
     vrkvalue_context& ctx = value_context();
     ctx.live_blocks[b] = b->vars.get();
