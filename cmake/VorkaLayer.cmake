@@ -1,5 +1,5 @@
 # vorka_layer(<folder> [LINKS <PUBLIC|PRIVATE lower layer library>...]
-#             [EXPOSE <folder/header.h>...] [EXCLUDE <file.cpp>...])
+#             [EXCLUDE <file.cpp>...])
 #
 # Makes the library vorka_<folder> of one source folder: the folder's own *.cpp
 # files (not its sub-folders; of platform/ only this platform's), with the folder's headers reachable as
@@ -13,15 +13,14 @@
 # order stops the build with "No such file or directory". The links are made
 # when CMake configures, so Ninja and Makefile builds see the same tree.
 #
-# EXPOSE names single headers of higher layers that this layer still includes:
-# each one is linked alone into a private include root of the layer. Every such
-# header is a known debt listed in docs/ARCHITECTURE.md; the list only shrinks.
+# There is no way around this: a layer that needs something of a higher one
+# calls it through an interface the higher layer installs (docs/ARCHITECTURE.md).
 #
 # The libraries are object libraries: `vorka_core` (in the top CMakeLists.txt)
 # gathers all of them into the one static library that the executable, the
 # unit tests, the benchmarks and the fuzz targets link.
 function(vorka_layer folder)
-  cmake_parse_arguments(LAYER "" "" "LINKS;EXPOSE;EXCLUDE" ${ARGN})
+  cmake_parse_arguments(LAYER "" "" "LINKS;EXCLUDE" ${ARGN})
   set(lib vorka_${folder})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   vorka_platform_filter(sources)
@@ -35,16 +34,6 @@ function(vorka_layer folder)
   target_include_directories(${lib} PUBLIC ${root})
   if(LAYER_LINKS)
     target_link_libraries(${lib} ${LAYER_LINKS})
-  endif()
-  set(exposed ${CMAKE_BINARY_DIR}/layers/exposed-to-${folder})
-  file(REMOVE_RECURSE ${exposed})
-  if(LAYER_EXPOSE)
-    foreach(header ${LAYER_EXPOSE})
-      get_filename_component(header_dir ${exposed}/${header} DIRECTORY)
-      file(MAKE_DIRECTORY ${header_dir})
-      file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${header} ${exposed}/${header} SYMBOLIC)
-    endforeach()
-    target_include_directories(${lib} PRIVATE ${exposed})
   endif()
   if(VORKA_FUZZ)
     target_compile_options(${lib} PRIVATE ${VORKA_FUZZ_LIBRARY_OPTIONS})

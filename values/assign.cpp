@@ -8,14 +8,13 @@
 #include <string>
 
 #include "base/log.h"
+#include "values/block_hooks.h"
 #include "values/cell.h"
 #include "values/classref.h"
 #include "values/closure.h"
 #include "values/json.h"
 #include "values/object.h"
 #include "values/pools.h"
-#include "vm/block.h"
-#include "vm/copies.h"
 
 namespace vrk {
 
@@ -59,14 +58,16 @@ void copy_json(vrkvar* dest, vrkvar* src, vrkblock* caller, int depth) {
         // A struct variable is laid out by its struct block: one keyed element
         // per plain member, in declaration order.
         vrkblock* layout = src->block;
-        std::vector<vrkvar*>& members = *layout->vars;
+        const vrkblock_hooks& blocks = block_hooks();
+        const std::vector<vrkvar*>& members = blocks.variables(layout);
         for (std::size_t i = 0; i < members.size(); ++i) {
             vrkvar* member = members[i];
             if (!member || (member->flags & flag::STRUCT_VAR) ||
                 (member->attrs & attr::NO_DESTRUCTOR) || member->constant) {
                 continue;
             }
-            vrkelement* e = element_new_keyed(layout->var_name_at(static_cast<uint32_t>(i)));
+            vrkelement* e = element_new_keyed(
+                blocks.variable_name(layout, static_cast<uint32_t>(i)));
             to->elements.push_back(e);
             assign_at(e, member, caller, depth + 1);
         }
@@ -105,21 +106,15 @@ void copy_function(vrkvar* dest, vrkvar* src, vrkblock* caller) {
     closure_capture(dest, src, caller);
 }
 
-// CLASS payload copy: a blueprint is instantiated, anything else is shared.
+// CLASS payload copy: a blueprint is instantiated, anything else is shared
+// (the block layer decides which, vm/instances.h).
 void copy_class(vrkvar* dest, vrkvar* src, vrkblock* caller) {
     vrkblock* b = src->block;
     if (!b) {
         dest->block = nullptr;
         return;
     }
-    if ((b->kind & kind::CLASS) && !(b->kind & kind::SINGLETON)) {
-        dest->block = copyConstruct(dest, b, caller);
-        return;
-    }
-    // A singleton is shared as it is; anything else joins the instance's cells
-    // and, unless the cell is a non-counting one, counts as a holder.
-    dest->block = b;
-    if (!(b->kind & kind::SINGLETON)) class_add_holder(dest, b);
+    block_hooks().copy_class(dest, b, caller);
 }
 
 // Copies the payload of `src` into `dest`, which already has src's tag and an

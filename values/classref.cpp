@@ -1,165 +1,23 @@
-// Reference counting of class instances and the run of their destructors.
+// A cell's hold on a class instance, passed on to the block layer's counting.
 #include "values/classref.h"
 
-#include <algorithm>
-
-#include "base/log.h"
-#include "base/script_lock.h"
+#include "values/block_hooks.h"
 #include "values/cell.h"
-#include "values/error_report.h"
-#include "vm/block.h"
-#include "vm/copies.h"
-#include "vm/run.h"
 
 namespace vrk {
 
-namespace {
-
-void forget_cell(vrkblock* block, vrkvar* cell) {
-    if (!cell || !block->class_data) return;
-    auto& cells = block->class_data->cells;
-    auto it = std::find(cells.begin(), cells.end(), cell);
-    if (it != cells.end()) cells.erase(it);
-}
-
-// Blanks a CLASS cell without releasing anything.
-void blank(vrkvar* cell) {
-    cell->type = Tag::INT;
-    cell->value.i = 0;
-    cell->block = nullptr;
-    cell->attrs &= static_cast<uint16_t>(~attr::INSTANCE_CELL);
-}
-
-// Runs the script destructor of an instance whose last holder let go, then
-// deletes the instance. Returns false when the destructor reference was invalid.
-bool destroy_instance(vrkblock* block, vrkblock* caller, uint16_t attrs) {
-    vrkclass_data& data = block->get_class_data();
-    if (data.destructing) {
-        log().error("class is already being destructed!");
-        return true;
-    }
-    data.destructing = 1;
-
-    vrkvar* d = nullptr;
-    if (block->is_class_or_instance() &&
-        block->vars->size() > static_cast<std::size_t>(ClassSlot::destructor))
-        d = (*block->vars)[static_cast<std::size_t>(ClassSlot::destructor)];
-    if (!d || d->type == Tag::VOID || (attrs & attr::NO_DESTRUCTOR)) {
-        block_delete(block);
-        return true;
-    }
-    vrkvar* fn = deref(d);
-    if (!fn || fn->type == Tag::REF) {
-        report_error(caller, "free", "invalid destructor reference!");
-        block_delete(block);
-        return false;
-    }
-    vrkblock* own = fn->type == Tag::FUNCTION ? fn->block : nullptr;
-    vrkblock* inst = own ? get_instance(own, fn, true) : nullptr;
-    if (!own || !inst) {
-        block_delete(block);
-        return true;
-    }
-
-    // `this` of the destructor is the dying instance, without a count.
-    vrkvar* self = inst->this_var();
-    if (self) {
-        reset(self, Tag::INT);
-        self->type = Tag::CLASS;
-        self->block = block;
-        self->flags |= flag::NO_COUNT;
-    }
-    // Hand the declared defaults of the destructor's parameters over.
-    if (inst != own) {
-        std::size_t n = std::min<std::size_t>(
-            static_cast<std::size_t>(std::max<int16_t>(own->param_count, 0)),
-            std::min(inst->vars->size(), own->vars->size()));
-        for (std::size_t i = 0; i < n; ++i) {
-            vrkvar* from = (*own->vars)[i];
-            vrkvar* to = (*inst->vars)[i];
-            std::swap(from->type, to->type);
-            std::swap(from->value, to->value);
-            std::swap(from->aux, to->aux);
-            std::swap(from->block, to->block);
-            from->type = Tag::VOID;
-            from->value.i = 0;
-            from->block = nullptr;
-        }
-    }
-
-    vrkvar* r = run(inst, nullptr, 0, kSelfUnchanged);
-    if (self) blank(self);
-    if (r == kSuspended) {
-        // The destructor sleeps: the instance lives until it has finished, and a
-        // caller waits for it.
-        if (caller) {
-            caller->suspended = 2;
-            caller->sleep_ms = -1;
-        }
-        inst->get_completion().on_finish = [block, caller](vrkblock*, vrkvar*) {
-            block_delete(block);
-            if (caller && block_alive(caller)) caller->sleep_ms = 0;
-        };
-        return true;
-    }
-    block_delete(block);
-    return true;
-}
-
-}  // namespace
-
 void class_add_holder(vrkvar* cell, vrkblock* block) {
-    if (!block || (block->kind & kind::SINGLETON)) return;
-    vrkclass_data& data = block->get_class_data();
-    if (!(cell->flags & flag::NON_COUNTING)) ++data.refs;
-    cell->attrs |= attr::INSTANCE_CELL;
-    data.cells.push_back(cell);
+    if (block) block_hooks().hold_instance(cell, block);
 }
 
 void clearblock(vrkblock* block, vrkvar* cell, vrkblock* caller, uint16_t saved_flags,
                 uint16_t saved_attrs) {
-    if (!block || !block_alive(block)) return;
-    ScriptLock lock;
-    forget_cell(block, cell);
-    if ((block->kind & (kind::CLASS | kind::SINGLETON)) ||
-        (saved_flags & (flag::NO_COUNT | flag::CAPTURED)))
-        return;
-    vrkclass_data& data = block->get_class_data();
-    if (!(saved_flags & flag::MOVABLE)) --data.refs;
-    if (data.refs > 0) return;
-    if (data.refs < 0) {
-        log().error("class ref < 0!");
-        return;
-    }
-    destroy_instance(block, caller, saved_attrs);
+    if (block) block_hooks().release_instance(block, cell, caller, saved_flags, saved_attrs);
 }
 
 void clearblock(vrkvar* cell, vrkblock* caller, bool force) {
     if (!cell || cell->type != Tag::CLASS || !cell->block) return;
-    vrkblock* block = cell->block;
-    if (!block_alive(block)) {
-        blank(cell);
-        return;
-    }
-    ScriptLock lock;
-    forget_cell(block, cell);
-    uint16_t flags = cell->flags;
-    uint16_t attrs = cell->attrs;
-    bool stop = (block->kind & (kind::CLASS | kind::SINGLETON)) ||
-                (flags & (flag::NO_COUNT | flag::CAPTURED));
-    if (!stop) {
-        vrkclass_data& data = block->get_class_data();
-        if (!(flags & flag::MOVABLE)) --data.refs;
-        if (data.refs < 0) {
-            log().error("class ref < 0!");
-        } else if (data.refs == 0 || force) {
-            // The cell lets go before the destructor runs, so the instance's
-            // tear-down finds nothing that still points at it.
-            blank(cell);
-            destroy_instance(block, caller, attrs);
-        }
-    }
-    blank(cell);
+    block_hooks().release_cell(cell, caller, force);
 }
 
 }  // namespace vrk

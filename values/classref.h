@@ -1,12 +1,12 @@
-// Lifetime of class instances: reference counting by the cells that hold them.
+// A cell takes hold of and lets go of a class instance.
 //
-// There is no tracing collector. A CLASS cell that holds an instance counts as a
-// holder unless it is a non-counting cell (NO_COUNT, CAPTURED or MOVABLE at the
-// time of the copy); the count lives in the instance's class data, together with
-// the list of every CLASS cell pointing at it. When the last counting cell lets
-// go, the script destructor (reserved slot 1) runs once with `this` bound to the
-// instance, and then the instance block is deleted. Blueprints and singletons
-// are never released this way.
+// A CLASS cell that holds an instance may count as one of its holders; when the
+// last counting holder lets go, the instance's script destructor runs and the
+// instance is deleted (the counting and the destructor run: vm/instances.h).
+// These are the value layer's words for it, used by `assign` and every type
+// change: running script code is the block layer's business, so they pass the
+// instance on through the block hooks (values/block_hooks.h). A cell without a
+// block never reaches them.
 #pragma once
 
 #include <cstdint>

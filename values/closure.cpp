@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "base/log.h"
+#include "values/block_hooks.h"
 #include "values/cell.h"
-#include "vm/block.h"
 
 namespace vrk {
 
@@ -44,7 +44,10 @@ void closure_release(vrkvar* cell, uint16_t attrs) {
 
 void closure_capture(vrkvar* dest, const vrkvar* src, vrkblock* caller) {
     vrkblock* fn = dest->block;
-    if (!fn || (fn->kind & kind::LAMBDA) == 0) return;
+    if (!fn) return;
+    const vrkblock_hooks& blocks = block_hooks();
+    const vrkcapture_list* captures = nullptr;
+    if (!blocks.lambda_captures(fn, captures)) return;
 
     if (closure_owned(dest, dest->attrs)) {
         log().error("function data still present!");
@@ -59,10 +62,10 @@ void closure_capture(vrkvar* dest, const vrkvar* src, vrkblock* caller) {
             closure->pairs.push_back(
                 {pair.var_index, pair.source_index, captured_copy(pair.cell, caller)});
         }
-    } else if (fn->captures) {
-        const std::vector<vrkvar*>& vars = *fn->vars;
-        closure->pairs.reserve(fn->captures->size());
-        for (const auto& [target, source] : *fn->captures) {
+    } else if (captures) {
+        const std::vector<vrkvar*>& vars = blocks.variables(fn);
+        closure->pairs.reserve(captures->size());
+        for (const auto& [target, source] : *captures) {
             if (source < 0 || static_cast<std::size_t>(source) >= vars.size() || !vars[source])
                 continue;
             closure->pairs.push_back(

@@ -32,7 +32,9 @@ void closure_release(vrkvar* cell, uint16_t attrs);
 
 // Gives `dest`, a FUNCTION cell whose block is a lambda, a new closure captured
 // from `src` (its closure, or else its block's store variables). `caller` is the
-// running block, passed on to the copies.
+// running block, passed on to the copies. The lambda's capture list and store are
+// read through the block hooks (values/block_hooks.h); a block that is no lambda
+// gets nothing.
 void closure_capture(vrkvar* dest, const vrkvar* src, vrkblock* caller);
 
 }  // namespace vrk

@@ -10,11 +10,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "values/block_hooks.h"
 #include "values/cell.h"
 #include "values/json.h"
 #include "values/json_text.h"
 #include "values/object.h"
-#include "vm/block.h"
 
 namespace vrk {
 
@@ -134,8 +134,8 @@ void append_string(const vrkvar* cell, std::string& out) {
             break;
         case Tag::FUNCTION: out += "FUNCTION"; break;
         case Tag::CLASS:
-            if (cell->block && cell->block->class_data) {
-                if (cell->block->class_data->name) out += *cell->block->class_data->name;
+            if (cell->block) {
+                block_hooks().append_class_text(cell->block, out);
             } else {
                 out += "CLASS";
             }

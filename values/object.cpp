@@ -7,12 +7,12 @@
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
+#include "values/block_hooks.h"
 #include "values/cache.h"
 #include "values/cell.h"
 #include "values/object_form.h"
 #include "values/pools.h"
 #include "values/value_context.h"
-#include "vm/block.h"
 
 namespace vrk {
 
@@ -106,7 +106,7 @@ void set_object(vrkvar* cell, vrkobject* object, bool fresh) {
 bool run_deferred(ScriptArrayReturn& answer, vrkblock* block, vrkvar* cell) {
     if (answer.status != 1 || !answer.job) return false;
     auto& start = value_context().startWorker;
-    if (!start || !block || !block->engine) {
+    if (!start || !block || !block_hooks().engine(block)) {
         answer.job();
         return false;
     }
@@ -185,11 +185,16 @@ void vrkobject::destroy_default() {
     // a second time.
     if (ending) return;
     ending = 1;
-    if (owner_block && block_alive(owner_block) && owner_block->engine) {
+    vrkengine* engine = nullptr;
+    if (owner_block) {
+        const vrkblock_hooks& blocks = block_hooks();
+        if (blocks.alive(owner_block)) engine = blocks.engine(owner_block);
+    }
+    if (engine) {
         ScriptLock lock;
         vrkvalue_context& ctx = value_context();
         if (ctx.deferDeletion) {
-            ctx.deferDeletion(owner_block->engine, this);
+            ctx.deferDeletion(engine, this);
             return;
         }
     }

@@ -1,5 +1,5 @@
 // Taking records from and returning them to the free lists, the foreign-thread
-// queues, block temporaries and the callback queue.
+// queues and the callback queue.
 #include "values/pools.h"
 
 #include <atomic>
@@ -8,9 +8,7 @@
 #include "base/context.h"
 #include "base/log.h"
 #include "base/script_lock.h"
-#include "values/error_report.h"
 #include "values/value_context.h"
-#include "vm/block.h"
 
 namespace vrk {
 
@@ -215,34 +213,6 @@ void drain_free_queues() {
     while (vrkjson* j = pools.json_queue.pop()) json_free(j);
     while (vrkelement* e = pools.element_queue.pop()) element_free(e);
     while (vrkvar* c = pools.cell_queue.pop()) cell_free(c);
-}
-
-// ---- temporaries -------------------------------------------------------------------------
-
-vrkvar* take_temp(vrkblock* block) {
-    vrktemp_pool& temps = block->get_temp_pool();
-    ++temps.in_use;
-    if (!temps.free.empty()) {
-        vrkvar* cell = temps.free.back();
-        temps.free.pop_back();
-        if (cell) {
-            reset(cell, Tag::INT);
-            cell->value.i = 0;
-            cell->attrs = 0;
-            return cell;
-        }
-        // A null entry is dropped and a new temp made in its place.
-        report_error(block, "internal", "allocation failure!");
-    }
-    vrkvar* cell = cell_new(Tag::INT);
-    temps.all.push_back(cell);
-    return cell;
-}
-
-void return_temp(vrkblock* block, vrkvar* cell) {
-    vrktemp_pool& temps = block->get_temp_pool();
-    --temps.in_use;
-    temps.free.push_back(cell);
 }
 
 // ---- callback queue ---------------------------------------------------------------------

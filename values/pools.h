@@ -7,8 +7,8 @@
 // it frees to one of three lock-free queues, which the frame loop drains while
 // it holds the lock. Caps keep memory from staying high after a burst.
 //
-// Temporaries of a block live in its own temp pool and are never returned to
-// the heap while the block lives.
+// The temporaries of a block are cells from these pools kept by the block
+// itself (vm/temps.h).
 #pragma once
 
 #include <cstdint>
@@ -68,13 +68,6 @@ struct vrkcallback {
     uint8_t kind = 1;                        // 1 ordinary, 3 thread record
 };
 
-// Temporary cells of one block.
-struct vrktemp_pool {
-    std::vector<vrkvar*> all;   // every temp this pool ever made
-    std::vector<vrkvar*> free;  // those available now
-    int16_t in_use = 0;         // up on take, down on return
-};
-
 // ---- payload records ------------------------------------------------------------
 std::string* string_new();
 void string_free(std::string* s);
@@ -86,10 +79,6 @@ void json_free(vrkjson* j);
 // Drains the three queues (json, element, cell, in that order); call with the
 // global lock held.
 void drain_free_queues();
-
-// ---- temporaries ---------------------------------------------------------------------
-vrkvar* take_temp(vrkblock* block);
-void return_temp(vrkblock* block, vrkvar* cell);
 
 // ---- callback queue ---------------------------------------------------------------------
 void callback_add(std::function<void(uint64_t)> callable, uint64_t handle, vrkblock* block,

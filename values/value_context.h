@@ -23,6 +23,7 @@
 namespace vrk {
 
 class vrkengine;
+struct vrkblock_hooks;
 
 // A process-wide cell reached by name (`gvar`), with the number of blocks that hold it.
 struct vrknamed_cell {
@@ -61,6 +62,9 @@ struct vrkvalue_context {
     // Appends the trace of a block's calling chain to a fault report (vm/errors.h); set by
     // the block layer when it makes a block.
     void (*trace_writer)(vrkblock*, std::string&) = nullptr;
+    // What the value layer asks of blocks (values/block_hooks.h); set by the block layer
+    // when it makes a block.
+    const vrkblock_hooks* block_hooks = nullptr;
 };
 
 // Makes the value layer's part of the process context; called once, by value_context().

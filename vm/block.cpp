@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "base/script_lock.h"
 #include "values/value_context.h"
+#include "vm/block_hooks.h"
 #include "vm/engine.h"
 #include "vm/errors.h"
 #include "vm/run.h"
@@ -36,12 +37,14 @@ void mark_embedded_cells(vrkblock* b) {
 }
 
 // Enters the block into the set of live blocks. Making a block also installs
-// the trace writer of the value layer's fault reports (values/error_report.h):
-// no report can name a block before the first one exists.
+// the trace writer of the value layer's fault reports (values/error_report.h)
+// and its block hooks (values/block_hooks.h): no report can name a block, and
+// no cell can hold one, before the first one exists.
 void enter_live(vrkblock* b) {
     vrkvalue_context& ctx = value_context();
     ctx.live_blocks[b] = b->vars.get();
     ctx.trace_writer = &trace;
+    install_block_hooks(ctx);
 }
 
 }  // namespace

@@ -29,6 +29,7 @@
 #include "values/object.h"
 #include "values/pools.h"
 #include "vm/instruction.h"
+#include "vm/temps.h"
 
 namespace vrk {
 
