@@ -25,7 +25,7 @@ int64_t local_to_unix(const calendar_time& fields) {
     parts.tm_sec = fields.second;
     parts.tm_isdst = -1;
     const std::time_t t = ::mktime(&parts);
-    if (t == static_cast<std::time_t>(-1) || t < 0) return -1;
+    if (t < 0) return -1;  // also mktime's -1 for a time it cannot represent
     return static_cast<int64_t>(t);
 }
 

@@ -76,11 +76,15 @@ TEST_F(LogTest, RawInterpretsPercentASecondTime) {
     // Missing arguments read as zero; unknown conversions stay as written.
     EXPECT_EQ(captured([] { log().raw("%s", "[%d|%5.1f|%y|%s|%n]"); }), "[0|  0.0|%y|(null)|]");
     // A caller may format into the buffer itself: no first pass then, only the second.
+    // The buffer is the format on purpose here, which the format checks flag.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
     EXPECT_EQ(captured([] {
                   std::snprintf(log().buffer(), kLogBufferSize, "%s", "a%%b");
                   log().raw(log().buffer());
               }),
               "a%b");
+#pragma GCC diagnostic pop
 }
 
 TEST_F(LogTest, ListenersSeeTypeAndTextAndLeaveWhenTheyReturnFalse) {

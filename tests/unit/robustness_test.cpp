@@ -215,8 +215,10 @@ TEST_F(RobustnessTest, AnInstanceMadeDuringTeardownOutlivesItsClass) {
 // put the variables back innermost first, or the function keeps an argument
 // cell that the root's clean-up frees.
 TEST_F(RobustnessTest, StoppingAChainPutsParametersBackInnermostFirst) {
-    parsers.push_back(
-        std::make_unique<vrkparser>(engine.get(), std::string("{b(2}#\t", 8), false, true));
+    // Eight bytes: the source text ends in the literal's NUL on purpose.
+    parsers.push_back(std::make_unique<vrkparser>(
+        engine.get(), std::string("{b(2}#\t", 8),  // NOLINT(bugprone-string-constructor)
+        false, true));
     vrkblock* root = parsers.back()->root_block;
     ASSERT_NE(root, nullptr);
     ASSERT_TRUE(root->children && !root->children->empty());
