@@ -12,92 +12,25 @@
 #include <string>
 #include <vector>
 
-#include "base/context.h"
-#include "support/engine_fixture.h"
-#include "values/cell.h"
+#include "support/fast_paths.h"
 #include "values/value_context.h"
-#include "vm/block.h"
-#include "vm/run.h"
 
 namespace vrk {
 namespace {
 
-// Everything a run shows.
-struct outcome {
-    std::vector<std::string> printed;  // arguments of print, as text
-    std::vector<std::string> logged;   // log lines
-    std::vector<std::string> state;    // every variable, block by block, with holder counts
-    int suspensions = 0;               // times the root run came back suspended
-};
+using outcome = test::run_outcome;
 
-class VmCallsTest : public test::EngineFixture {
+class VmCallsTest : public test::FastPathFixture {
 protected:
-    void SetUp() override {
-        EngineFixture::SetUp();
-        // Suspends the calling run after this instruction, as a sleep does.
-        engine->registerFunction(
-            "pause",
-            [](vrkblock* b, std::vector<vrkvar*>&, void*, vrkvar& result) -> vrkvar* {
-                if (b) b->suspended = 2;
-                return &result;
-            },
-            0, nullptr, "suspends the caller", true, true);
-    }
-
-    void TearDown() override {
-        value_context().call_paths = true;
-        context().step_budget = 0;
-        context().step_budget_spent = false;
-        EngineFixture::TearDown();
-    }
-
-    static void dump(const vrkblock* b, std::vector<std::string>& out) {
-        if (!b) return;
-        for (const vrkvar* v : *b->vars) {
-            if (!v) continue;
-            std::string line = std::to_string(static_cast<int>(v->type)) + ":" + to_string(v) +
-                               ":" + std::to_string(v->attrs) + ":" + std::to_string(v->flags);
-            if (v->type == Tag::CLASS && v->block && v->block->class_data)
-                line += ":" + std::to_string(v->block->class_data->refs) + "/" +
-                        std::to_string(v->block->class_data->cells.size());
-            out.push_back(line);
-        }
-        if (b->children)
-            for (const vrkblock* c : *b->children) dump(c, out);
-    }
-
     outcome run_script(const std::string& text, bool fast, uint64_t budget = 0) {
-        outcome current;
-        printed.clear();
-        messages.clear();
         value_context().call_paths = fast;
-        vrkblock* root = parse(text);
-        EXPECT_NE(root, nullptr);
-        context().step_budget = budget;
-        context().step_budget_spent = false;
-        if (root) {
-            vrkvar* r = run(root, nullptr, 0, nullptr);
-            while (r == kSuspended && current.suspensions < 1000) {
-                ++current.suspensions;
-                r = resume(root, nullptr, nullptr);
-            }
-        }
-        context().step_budget = 0;
-        context().step_budget_spent = false;
-        dump(root, current.state);
-        current.printed = printed;
-        current.logged = messages;
-        return current;
+        return run_outcome_of(text, budget);
     }
 
     outcome expect_same(const std::string& text, uint64_t budget = 0) {
         const outcome slow = run_script(text, false, budget);
         const outcome fast = run_script(text, true, budget);
-        const std::string which = " budget " + std::to_string(budget);
-        EXPECT_EQ(slow.printed, fast.printed) << text << which;
-        EXPECT_EQ(slow.logged, fast.logged) << text << which;
-        EXPECT_EQ(slow.state, fast.state) << text << which;
-        EXPECT_EQ(slow.suspensions, fast.suspensions) << text << which;
+        expect_same_outcome(slow, fast, text + " budget " + std::to_string(budget));
         return fast;
     }
 };

@@ -14,30 +14,20 @@
 #include <utility>
 #include <vector>
 
-#include "base/context.h"
-#include "support/engine_fixture.h"
-#include "values/cell.h"
+#include "support/fast_paths.h"
 #include "values/value_context.h"
-#include "vm/block.h"
-#include "vm/run.h"
 
 namespace vrk {
 namespace {
 
 using test::Strings;
 
-// Everything a run shows.
-struct outcome {
-    std::vector<std::string> printed;  // arguments of print, as text
-    std::vector<std::string> logged;   // log lines
-    std::vector<std::string> state;    // tag and text of every variable, block by block
-    int suspensions = 0;               // times the root run came back suspended
-};
+using outcome = test::run_outcome;
 
-class VmFusedTest : public test::EngineFixture {
+class VmFusedTest : public test::FastPathFixture {
 protected:
     void SetUp() override {
-        EngineFixture::SetUp();
+        FastPathFixture::SetUp();
         // A native result marked fresh, as builtins that make a new value mark it.
         engine->registerFunction(
             "fresh",
@@ -47,62 +37,14 @@ protected:
                 return &result;
             },
             0, nullptr, "a fresh integer", true, true);
-        // Suspends the calling run after this instruction, as a sleep does.
-        engine->registerFunction(
-            "pause",
-            [](vrkblock* b, std::vector<vrkvar*>&, void*, vrkvar& result) -> vrkvar* {
-                if (b) b->suspended = 2;
-                return &result;
-            },
-            0, nullptr, "suspends the caller", true, true);
     }
 
-    void TearDown() override {
-        value_context().fused_paths = true;
-        value_context().light_entry = true;
-        context().step_budget = 0;
-        context().step_budget_spent = false;
-        EngineFixture::TearDown();
-    }
-
-    static void dump(const vrkblock* b, std::vector<std::string>& out) {
-        if (!b) return;
-        for (const vrkvar* v : *b->vars) {
-            if (!v) continue;
-            out.push_back(std::to_string(static_cast<int>(v->type)) + ":" + to_string(v) + ":" +
-                          std::to_string(v->attrs));
-        }
-        if (b->children)
-            for (const vrkblock* c : *b->children) dump(c, out);
-    }
-
-    // Compiles and runs `text` with the fused steps and the light entry on or
-    // off, under a step budget (0: none), resuming the root while it comes
-    // back suspended.
+    // Runs `text` with the fused steps and the light entry on or off.
     outcome run_script(const std::string& text, bool fused, uint64_t budget = 0,
                        bool light = true) {
-        outcome current;
-        printed.clear();
-        messages.clear();
         value_context().fused_paths = fused;
         value_context().light_entry = light;
-        vrkblock* root = parse(text);
-        EXPECT_NE(root, nullptr);
-        context().step_budget = budget;
-        context().step_budget_spent = false;
-        if (root) {
-            vrkvar* r = run(root, nullptr, 0, nullptr);
-            while (r == kSuspended && current.suspensions < 1000) {
-                ++current.suspensions;
-                r = resume(root, nullptr, nullptr);
-            }
-        }
-        context().step_budget = 0;
-        context().step_budget_spent = false;
-        dump(root, current.state);
-        current.printed = printed;
-        current.logged = messages;
-        return current;
+        return run_outcome_of(text, budget);
     }
 
     void expect_same(const std::string& text, uint64_t budget = 0) {
@@ -110,12 +52,9 @@ protected:
         for (const auto& [fused, light] :
              {std::pair{true, false}, std::pair{false, true}, std::pair{true, true}}) {
             const outcome fast = run_script(text, fused, budget, light);
-            const std::string which = std::string(fused ? " fused" : "") + (light ? " light" : "") +
-                                      " budget " + std::to_string(budget);
-            EXPECT_EQ(slow.printed, fast.printed) << text << which;
-            EXPECT_EQ(slow.logged, fast.logged) << text << which;
-            EXPECT_EQ(slow.state, fast.state) << text << which;
-            EXPECT_EQ(slow.suspensions, fast.suspensions) << text << which;
+            expect_same_outcome(slow, fast,
+                                text + (fused ? " fused" : "") + (light ? " light" : "") +
+                                    " budget " + std::to_string(budget));
         }
     }
 };
