@@ -26,9 +26,9 @@ Flow finish_return(vrkblock* b) {
 
 }  // namespace
 
-// `this` and `self` are visible in every nested body.
+// `this` and `self` are visible in every nested body (called by child_to_run
+// for a child that has either).
 void share_this_and_self(vrkblock* b, vrkblock* child) {
-    if (child->this_index < 0 && child->self_index < 0) return;
     vrkvar* outer_this = b->this_var();
     vrkvar* inner_this = child->this_var();
     if (outer_this && inner_this) {
