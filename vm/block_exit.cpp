@@ -9,6 +9,7 @@
 // own `loop_signal`, which the loop's exit test (JMP_FALSE_LOOP) obeys, while
 // `continue` stops at the loop body.
 #include "base/log.h"
+#include "values/value_context.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 #include "vm/run.h"
@@ -71,7 +72,21 @@ Flow return_value(run_state& rs) {
     // block simply runs on to its end (the compiler puts the end or a jump to
     // it right behind).
     if (value == &b->result || value == &b->native_result) return Flow::next;
-    assign(&b->result, value, b);
+    vrkvar& result = b->result;
+    if (value_context().call_paths && value->type == result.type &&
+        (value->type == Tag::INT || value->type == Tag::FLOAT) &&
+        !(value->attrs & attr::FRESH_RESULT) && !result.constant &&
+        !(result.flags & flag::FIXED_TYPE)) {
+        // assign's own path for a number into a result holding a number of
+        // the same type; it releases nothing, so nothing can suspend here.
+        result.attrs &= attr::KEEP_MASK;
+        result.aux = 0;
+        result.block = nullptr;
+        result.value = value->value;
+        slot = &result;
+        return finish_return(b);
+    }
+    assign(&result, value, b);
     slot = &b->result;
     if (b->suspended) {
         // Letting go of the old result ran a destructor that sleeps.

@@ -90,6 +90,25 @@ bool copy_plain_function(vrkvar* t, const vrkvar* fn) {
     return true;
 }
 
+// The copy get_instance would choose for the busy function `block` of the
+// plain cell `fn` when its search can start where the last one ended and the
+// copy there is idle: no block has died since the list of copies was checked
+// and since that search, so the list and the count of leading running copies
+// stand. The search would take that copy at once and leave its count as it
+// is. Null for anything else (the search decides then).
+vrkblock* idle_copy_in_line(vrkblock* block, vrkvar* fn) {
+    if (block->native || !block->copies) return nullptr;
+    const uint64_t destroyed = value_context().blocks_destroyed;
+    if (block->copies_checked != destroyed || block->running_copies_destroyed != destroyed)
+        return nullptr;
+    const std::vector<vrkblock*>& copies = *block->copies;
+    if (block->running_copies >= copies.size()) return nullptr;
+    vrkblock* copy = copies[block->running_copies];
+    if (copy->busy()) return nullptr;
+    if (fn->value.ptr) load_closure(fn, copy);
+    return copy;
+}
+
 // Gives the callblocks temp of the finished call back.
 void drop_callblock(vrkblock* b) {
     free_temp(b, b->callblocks.back());
@@ -178,8 +197,9 @@ void start_call(vrkblock* b) {
         slot = nullptr;
         return;
     }
-    vrkvar* t = take_temp(b);
-    if (!(value_context().call_paths && copy_plain_function(t, callable))) assign(t, callable, b);
+    const bool fast = value_context().call_paths;
+    vrkvar* t = fast ? take_temp_fast(b) : take_temp(b);
+    if (!(fast && copy_plain_function(t, callable))) assign(t, callable, b);
     b->callblocks.push_back(t);
     slot = t;
 }
@@ -221,9 +241,11 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
         // the calls of a locked function take turns.
         // The function's block has just been looked at (its options, whether
         // it is busy): it exists.
-        vrkblock* instance = (block->options & kLockedOption)
-                                 ? nullptr
-                                 : get_instance(block, fn, false, true);
+        vrkblock* instance = nullptr;
+        if (!(block->options & kLockedOption))
+            instance = value_context().call_paths ? idle_copy_in_line(block, fn) : nullptr;
+        if (!instance && !(block->options & kLockedOption))
+            instance = get_instance(block, fn, false, true);
         if (!instance) {
             if (block->native) runtime_error("EXTERNAL_BUSY", b);
             sleep(b, 0, false, 0);

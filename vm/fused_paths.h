@@ -234,7 +234,7 @@ inline bool completes(Op step, Op op) {
         operand_step(rs, ins);
         return;
     }
-    vrkvar* t = take_temp(b);
+    vrkvar* t = take_temp_fast(b);
     if (t->type == v->type && !t->constant && !(t->flags & flag::FIXED_TYPE)) {
         t->attrs &= attr::KEEP_MASK;
         t->aux = 0;
@@ -251,6 +251,33 @@ inline bool completes(Op step, Op op) {
 [[gnu::always_inline]] inline bool arithmetic_step(run_state& rs, const vrkinstr* code,
                                                    std::size_t count, uint64_t& steps) {
     return arithmetic_at(rs, rs.ip, 0, code, count, steps);
+}
+
+// SET of a number into a variable holding a number of the same type (`ref`
+// a block, `arg` its variable), as store and its checked copy do it: the
+// owner of a member call is forgotten, assign's number path copies the value
+// (handing a fresh result's bit over), the variable goes into the top slot.
+// Answers false, having done nothing, for anything else: a pending index, a
+// constant, a typed or by-reference variable, a bound object, the cell itself.
+[[gnu::always_inline]] inline bool store_number(vrkblock* b, const vrkinstr& ins) {
+    vrkvar* dst = var_at(operand_block(ins), ins.arg);
+    vrkvar* src = top_slot(b);
+    if (!dst || !is_number(src) || src == dst || src->type != dst->type) return false;
+    if (dst->constant || (dst->flags & flag::FIXED_TYPE) || (dst->attrs & attr::BY_REF_PARAM) ||
+        (src->flags & flag::BOUND_OBJECT) || b->pending_index != -1)
+        return false;
+    b->member_owner = nullptr;
+    b->owner_transient = 0;
+    dst->attrs &= attr::KEEP_MASK;
+    if (src->attrs & attr::FRESH_RESULT) {
+        src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
+        dst->attrs |= attr::OWNS_RESULT;
+    }
+    dst->aux = 0;
+    dst->block = nullptr;
+    dst->value = src->value;
+    top_slot(b) = dst;
+    return true;
 }
 
 // INC or DEC right behind the LOAD of a number, as step_in_place does it: a

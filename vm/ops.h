@@ -129,6 +129,34 @@ inline constexpr uintptr_t kMarkerLimit = 11;
     }
 }
 
+// take_temp (vm/temps.h) in line for the temps the run loop takes most: the
+// pool's next free temp holds a number, or a function cell with no closure or
+// native record (the copy of the function a call keeps in `callblocks`). A
+// reset of such a cell to a blank INT releases nothing, so what take_temp
+// leaves comes down to the fields: INT 0, aux 0, no attributes; the block word
+// of an INT cleared (its own-type reset clears it), that of another tag kept
+// (a change of tag keeps it). Any other temp, a constant, or an empty pool
+// takes take_temp.
+[[gnu::always_inline]] inline vrkvar* take_temp_fast(vrkblock* b) {
+    vrktemp_pool* pool = b->temp_pool.get();
+    if (pool && !pool->free.empty()) {
+        vrkvar* cell = pool->free.back();
+        if (cell && !cell->constant &&
+            (cell->type == Tag::INT || cell->type == Tag::FLOAT ||
+             (cell->type == Tag::FUNCTION && cell->value.ptr == nullptr))) {
+            pool->free.pop_back();
+            ++pool->in_use;
+            if (cell->type == Tag::INT) cell->block = nullptr;
+            cell->type = Tag::INT;
+            cell->value.i = 0;
+            cell->aux = 0;
+            cell->attrs = 0;
+            return cell;
+        }
+    }
+    return take_temp(b);
+}
+
 // ---- stack handling (vm/stack_ops.cpp) --------------------------------------------------
 // Pops one slot unless it is the last one; false (and a log line) when refused.
 bool pop_slot(vrkblock* b);
@@ -193,6 +221,31 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins);
 Flow call(run_state& rs, const vrkinstr& ins);
 // EXTERNAL, the one instruction of a native block.
 Flow external(run_state& rs, const vrkinstr& ins);
+
+// SET with `ref` -1 and a variable index: the binding of one argument into the
+// function of the call being prepared, as store does it for a plain function
+// cell in `callblocks` (a native callee collects the argument, a script callee
+// swaps it into its variable and keeps the displaced pointer). False, having
+// done nothing, for anything else (a class, a reference, a bad index), which
+// store handles.
+[[gnu::always_inline]] inline bool bind_argument(vrkblock* b, const vrkinstr& ins) {
+    if (b->callblocks.empty()) return false;
+    vrkvar* fn = b->callblocks.back();
+    if (is_marker(fn, kMarkerLimit) || fn->type != Tag::FUNCTION) return false;
+    vrkblock* callee = fn->block;
+    if (!has_var(callee, ins.arg)) return false;
+    b->member_owner = nullptr;
+    b->owner_transient = 0;
+    vrkvar* arg = top_slot(b);
+    if (callee->native) {
+        b->params.push_back(arg);
+        return true;
+    }
+    vrkvar*& slot = (*callee->vars)[static_cast<std::size_t>(ins.arg)];
+    b->params.push_back(slot);
+    slot = arg;
+    return true;
+}
 
 // restore_params (vm/run.h), skipping the look-up in the live blocks when the
 // caller knows the callee still exists (no block destroyed since it was entered).

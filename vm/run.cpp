@@ -131,6 +131,7 @@ struct depth_guard {
 struct loop_switches {
     bool fused;  // fused number sequences (vm/fused_paths.h)
     bool light;  // the light entry of if/loop bodies (run_body)
+    bool calls;  // the call paths in line (vrkvalue_context::call_paths)
 };
 
 template <bool kBody>
@@ -300,8 +301,15 @@ template <bool kBody>
     // host: the run that met it ends, and everything else goes on.
     try {
         VRK_DISPATCH();
-    op_SET:
-        VRK_NEXT(store(rs, VRK_INS, false));
+    op_SET : {
+        const vrkinstr& ins = VRK_INS;
+        if (ins.ref == kRefMinusOne) {
+            if (ins.arg >= 0 && switches.calls && bind_argument(b, ins)) VRK_NEXT(Flow::next);
+        } else if (fused && fused::store_number(b, ins)) {
+            VRK_NEXT(Flow::next);
+        }
+        VRK_NEXT(store(rs, ins, false));
+    }
     op_SET_DEREF:
         VRK_NEXT(store(rs, VRK_INS, true));
     op_MAKE_REF:
@@ -437,8 +445,9 @@ template <bool kBody>
 
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const vrkvalue_context& values = value_context();
-    return run_block<false>(context(), b, caller, start, self,
-                            loop_switches{values.fused_paths, values.light_entry});
+    return run_block<false>(
+        context(), b, caller, start, self,
+        loop_switches{values.fused_paths, values.light_entry, values.call_paths});
 }
 
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {

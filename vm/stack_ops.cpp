@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "values/value_context.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 
@@ -126,10 +127,16 @@ void wrap_argument(vrkblock* b, const vrkinstr& ins) {
     if (is_marker(v, kMarkerLimit)) v = void_value();  // null and the no-value markers
     // Arguments are always taken into a temp of their own, the erase constant
     // too: only the store sequence (PUSH) keeps it, so `f(null)` passes 0.
-    vrkvar* t = take_temp(b);
+    const bool fast = value_context().call_paths;
+    vrkvar* t = fast ? take_temp_fast(b) : take_temp(b);
     slot = t;
     if (wraps_by_reference(b, ins, v)) {
         set_ref(t, v);
+    } else if (fast && v->type == Tag::INT && !(v->attrs & attr::FRESH_RESULT) &&
+               t->type == Tag::INT && !t->constant && !(t->flags & flag::FIXED_TYPE)) {
+        // assign's own path for an integer into a blank INT temp.
+        t->block = nullptr;
+        t->value = v->value;
     } else {
         assign(t, v, b);
     }
