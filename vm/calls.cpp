@@ -91,22 +91,28 @@ bool copy_plain_function(vrkvar* t, const vrkvar* fn) {
 }
 
 // The copy get_instance would choose for the busy function `block` of the
-// plain cell `fn` when its search can start where the last one ended and the
-// copy there is idle: no block has died since the list of copies was checked
+// plain cell `fn`, found by its own search, when that search can start where
+// the last one ended: no block has died since the list of copies was checked
 // and since that search, so the list and the count of leading running copies
-// stand. The search would take that copy at once and leave its count as it
-// is. Null for anything else (the search decides then).
+// stand. The count is left as the search leaves it. Null when no copy is idle
+// (get_instance then makes one) or for anything else (get_instance decides).
 vrkblock* idle_copy_in_line(vrkblock* block, vrkvar* fn) {
     if (block->native || !block->copies) return nullptr;
     const uint64_t destroyed = value_context().blocks_destroyed;
     if (block->copies_checked != destroyed || block->running_copies_destroyed != destroyed)
         return nullptr;
     const std::vector<vrkblock*>& copies = *block->copies;
-    if (block->running_copies >= copies.size()) return nullptr;
-    vrkblock* copy = copies[block->running_copies];
-    if (copy->busy()) return nullptr;
-    if (fn->value.ptr) load_closure(fn, copy);
-    return copy;
+    std::size_t leading = block->running_copies;
+    for (std::size_t i = leading; i < copies.size(); ++i) {
+        vrkblock* copy = copies[i];
+        if (!copy->busy()) {
+            block->running_copies = static_cast<uint32_t>(leading);
+            if (fn->value.ptr) load_closure(fn, copy);
+            return copy;
+        }
+        if (leading == i && copy->running && !copy->native) leading = i + 1;
+    }
+    return nullptr;
 }
 
 // Gives the callblocks temp of the finished call back.

@@ -280,6 +280,66 @@ inline bool completes(Op step, Op op) {
     return true;
 }
 
+// The binding of a call's arguments as the compiler lays it out:
+//
+//   CALL_PREP 0 -1; POP 1 3; SET k -1; (POP 1 1; SET k -1)...; RESET 1
+//
+// (the start of binding, then from the last argument to the first the slot of
+// the wrapped argument given back to the pool, last one without a pop, and
+// the argument swapped into the callee's variable k), run in one step when
+// the call's function is a plain function cell and every index is one of its
+// variables. It writes what the single instructions write, in their order:
+// `params` and `params_bound`, the temps given back, the owner of a member
+// call forgotten, the variables swapped, the object stack's top dropped. None
+// of them can suspend or report an error then. It counts every instruction
+// against the step budget and is skipped when the budget could run out
+// inside it. Answers false, having done nothing, for anything else.
+[[gnu::always_inline]] inline bool binding_step(run_state& rs, const vrkinstr* code,
+                                                std::size_t count, uint64_t& steps) {
+    vrkblock* b = rs.b;
+    if (b->callblocks.empty()) return false;
+    vrkvar* fn = b->callblocks.back();
+    if (is_marker(fn, kMarkerLimit) || fn->type != Tag::FUNCTION || !fn->block) return false;
+    vrkblock* callee = fn->block;
+    std::size_t at = std::size_t{rs.ip} + 1;
+    std::size_t args = 0;
+    while (at + 1 < count) {
+        const vrkinstr& pop = code[at];
+        if (pop.opcode() != Op::POP || pop.arg != 1 || pop.ref != (args == 0 ? 3U : 1U)) break;
+        const vrkinstr& set = code[at + 1];
+        if (set.opcode() != Op::SET || set.ref != kRefMinusOne || !has_var(callee, set.arg))
+            return false;
+        at += 2;
+        ++args;
+    }
+    if (args == 0 || at >= count || code[at].opcode() != Op::RESET || code[at].arg != 1)
+        return false;
+    const std::size_t length = at + 1 - rs.ip;
+    // Each POP after the first takes a slot and may not take the last one.
+    if (steps < length || b->stack.size() < args) return false;
+
+    b->params.clear();
+    b->params_bound = callee->native ? 0 : 1;
+    for (std::size_t i = 0, pos = std::size_t{rs.ip} + 1; i < args; ++i, pos += 2) {
+        if (i != 0) b->stack.pop_back();
+        free_temp(b, top_slot(b));
+        b->member_owner = nullptr;
+        b->owner_transient = 0;
+        vrkvar* arg = top_slot(b);
+        if (callee->native) {
+            b->params.push_back(arg);
+        } else {
+            vrkvar*& slot = (*callee->vars)[static_cast<std::size_t>(code[pos + 1].arg)];
+            b->params.push_back(slot);
+            slot = arg;
+        }
+    }
+    if (b->object_stack && b->object_stack->size() > 1) b->object_stack->pop_back();
+    steps -= length - 1;
+    rs.next = static_cast<uint32_t>(at + 1);
+    return true;
+}
+
 // INC or DEC right behind the LOAD of a number, as step_in_place does it: a
 // constant stays as it is, an integer wraps around.
 [[gnu::always_inline]] inline void step_number(vrkvar* v, bool up) {

@@ -355,6 +355,9 @@ template <bool kBody>
     op_CALL:
         VRK_NEXT(call(rs, VRK_INS));
     op_CALL_PREP:
+        if (switches.calls && VRK_INS.ref == kRefMinusOne &&
+            fused::binding_step(rs, code, count, steps))
+            VRK_NEXT(Flow::next);
         VRK_NEXT(prepare_call(rs, VRK_INS));
     op_RUN_CHILD:
         VRK_NEXT(switches.light ? run_child_light(ctx, rs, VRK_INS, switches)
