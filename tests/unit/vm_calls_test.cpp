@@ -81,5 +81,61 @@ TEST_F(VmCallsTest, SuspendedMethodAndStepBudgetStopTheSame) {
     for (uint64_t budget = 1; budget < 400; budget += 3) expect_same(text, budget);
 }
 
+// Argument binding in one step, temps taken in line, numbers returned and
+// stored in line, the idle copy chosen in line: calls with one, two and three
+// arguments, fewer arguments than parameters (defaults), more (an error),
+// by-reference parameters, natives called through a variable with several
+// arguments, a lambda, recursion with two arguments (copies chosen on the way
+// down and reused on the way up), float and string results, a result that is
+// an instance (its destructor runs when the holder lets go), a call of a
+// number, and an error inside a called function.
+const char* const kCalls =
+    "class r = { v = 0; destructor() { print(\"gone\", this.v); } };"
+    "make(n) { x = r(); x.v = n; return x; }"
+    "add3(a, b, c) { return a + b + c; }"
+    "def(a, b = 7) { return a * b; }"
+    "swap(#a, #b) { t = a; a = b; b = t; }"
+    "half(x) { return x / 2.0; }"
+    "greet(s) { return \"hi \" + s; }"
+    "ack(m, n) { if (m == 0) { return n + 1; } if (n == 0) { return ack(m - 1, 1); }"
+    " return ack(m - 1, ack(m, n - 1)); }"
+    "bad(a) { return a + nothing[3]; }"
+    "p = print; k = 2; mul = [k](x, y) { return x * y * k; };"
+    "u = 1; w = 2; swap(u, w);"
+    "p(add3(1, 2, 3), def(3), def(3, 2), half(5), greet(\"you\"), mul(3, 4), u, w);"
+    "p(ack(2, 3), add3(1, 2, 3, 4)); n = 5; n(1); p(bad(1));"
+    "h = make(4); p(h.v); h = make(5); p(h.v); h = 0; p(\"end\");";
+
+TEST_F(VmCallsTest, BindingAndResultsGiveWhatTheGeneralPathGives) {
+    const outcome fast = expect_same(kCalls);
+    ASSERT_GE(fast.printed.size(), 10U);
+    EXPECT_EQ(
+        (std::vector<std::string>(fast.printed.begin(), fast.printed.begin() + 10)),
+        (std::vector<std::string>{"6", "21", "6", "2.500000", "hi you", "24", "1", "2", "9", "6"}));
+    for (uint64_t budget = 1; budget < 700; budget += 7) expect_same(kCalls, budget);
+}
+
+TEST_F(VmCallsTest, EverySwitchOffGivesWhatEverySwitchOnGives) {
+    // The number stores and the operand temps in line belong to the fused
+    // paths: compare all fast paths together with none. (Without a budget: a
+    // run stopped in mid-expression reports the temps its pool ever made,
+    // and the fused steps make fewer.)
+    const auto both = [this](const std::string& text, uint64_t budget) {
+        value_context().fused_paths = false;
+        value_context().light_entry = false;
+        const outcome slow = run_script(text, false, budget);
+        value_context().fused_paths = true;
+        value_context().light_entry = true;
+        const outcome fast = run_script(text, true, budget);
+        expect_same_outcome(slow, fast, text + " budget " + std::to_string(budget));
+    };
+    both(kCalls, 0);
+    both(kMethods, 0);
+    const std::string recursion =
+        "fib(n) { if (n < 2) { return n; } return fib(n - 1) + fib(n - 2); }"
+        "t = 0.5; for (i = 0; i < 4; i++) { t = t + fib(i + 5); } print(t, fib(10));";
+    both(recursion, 0);
+}
+
 }  // namespace
 }  // namespace vrk
