@@ -131,7 +131,6 @@ struct depth_guard {
 struct loop_switches {
     bool fused;  // fused number sequences (vm/fused_paths.h)
     bool light;  // the light entry of if/loop bodies (run_body)
-    bool calls;  // the call paths in line (vrkvalue_context::call_paths)
 };
 
 template <bool kBody>
@@ -304,7 +303,8 @@ template <bool kBody>
     op_SET : {
         const vrkinstr& ins = VRK_INS;
         if (ins.ref == kRefMinusOne) {
-            if (ins.arg >= 0 && switches.calls && bind_argument(b, ins)) VRK_NEXT(Flow::next);
+            if (ins.arg >= 0 && value_context().call_paths && bind_argument(b, ins))
+                VRK_NEXT(Flow::next);
         } else if (fused && fused::store_number(b, ins)) {
             VRK_NEXT(Flow::next);
         }
@@ -355,7 +355,7 @@ template <bool kBody>
     op_CALL:
         VRK_NEXT(call(rs, VRK_INS));
     op_CALL_PREP:
-        if (switches.calls && VRK_INS.ref == kRefMinusOne &&
+        if (VRK_INS.ref == kRefMinusOne && value_context().call_paths &&
             fused::binding_step(rs, code, count, steps))
             VRK_NEXT(Flow::next);
         VRK_NEXT(prepare_call(rs, VRK_INS));
@@ -448,9 +448,8 @@ template <bool kBody>
 
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const vrkvalue_context& values = value_context();
-    return run_block<false>(
-        context(), b, caller, start, self,
-        loop_switches{values.fused_paths, values.light_entry, values.call_paths});
+    return run_block<false>(context(), b, caller, start, self,
+                            loop_switches{values.fused_paths, values.light_entry});
 }
 
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {
