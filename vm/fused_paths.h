@@ -354,27 +354,46 @@ inline bool completes(Op step, Op op) {
 
 // LOAD of a named variable at rs.ip, together with what follows it where that
 // can be fused: the comparison sequence, an operand step with its operator,
-// or INC / DEC. Answers false, having done nothing, when the LOAD names no
-// variable; otherwise the LOAD has run, and what followed it if rs.next says so.
+// INC / DEC, or a SET of a number into a variable. The instruction behind the
+// LOAD decides which one is tried (each sequence starts with its own), so a
+// LOAD that starts none is not checked against the others. Answers false,
+// having done nothing, when the LOAD names no variable; otherwise the LOAD has
+// run, and what followed it if rs.next says so.
 [[gnu::always_inline]] inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count,
                                              uint64_t& steps) {
     vrkvar* v = loaded_var(code[rs.ip]);
     if (!v) return false;
-    if (compare_step(rs, v, code, count, steps)) return true;
-    top_slot(rs.b) = v;
     const uint32_t at = rs.ip + 1;
-    if (at >= count) return true;
-    const Op next = code[at].opcode();
-    if (next == Op::INC || next == Op::DEC) {
-        if (steps >= 2 && is_number(v)) {
-            step_number(v, next == Op::INC);
-            steps -= 1;
-            rs.next = at + 1;
-        }
+    if (at >= count) {
+        top_slot(rs.b) = v;
         return true;
     }
-    arithmetic_at(rs, at, 1, code, count, steps);
-    return true;
+    switch (code[at].opcode()) {
+        case Op::ARG:
+            if (compare_step(rs, v, code, count, steps)) return true;
+            top_slot(rs.b) = v;
+            return true;
+        case Op::INC:
+        case Op::DEC:
+            top_slot(rs.b) = v;
+            if (steps >= 2 && is_number(v)) {
+                step_number(v, code[at].opcode() == Op::INC);
+                steps -= 1;
+                rs.next = at + 1;
+            }
+            return true;
+        case Op::SET:
+            top_slot(rs.b) = v;
+            if (steps >= 2 && store_number(rs.b, code[at])) {
+                steps -= 1;
+                rs.next = at + 1;
+            }
+            return true;
+        default:
+            top_slot(rs.b) = v;
+            arithmetic_at(rs, at, 1, code, count, steps);
+            return true;
+    }
 }
 
 // JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT, decided in line: the
