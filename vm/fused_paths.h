@@ -280,6 +280,72 @@ inline bool completes(Op step, Op op) {
     return true;
 }
 
+// The number copy of assign (a number into a cell holding a number of the
+// same type, neither constant nor typed), with the hand-over of a fresh
+// result's bit. The caller has checked the types.
+[[gnu::always_inline]] inline void copy_number(vrkvar* dst, vrkvar* src) {
+    dst->attrs &= attr::KEEP_MASK;
+    if (src->attrs & attr::FRESH_RESULT) {
+        src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
+        dst->attrs |= attr::OWNS_RESULT;
+    }
+    dst->aux = 0;
+    dst->block = nullptr;
+    dst->value = src->value;
+}
+
+// True when a store of `src` into `dst` comes down to copy_number: both plain
+// numbers of the same type, the destination neither constant, typed nor a
+// by-reference parameter, the source no bound object and not the destination
+// itself, and no index pending.
+[[gnu::always_inline]] inline bool number_store_applies(const vrkblock* b, const vrkvar* dst,
+                                                        const vrkvar* src) {
+    return is_number(dst) && is_number(src) && src != dst && src->type == dst->type &&
+           !dst->constant && !(dst->flags & flag::FIXED_TYPE) &&
+           !(dst->attrs & attr::BY_REF_PARAM) && !(src->flags & flag::BOUND_OBJECT) &&
+           b->pending_index == -1;
+}
+
+// PUSH 0 on a plain number (the first half of a store into a member or an
+// element, `this.v = ...`): the number goes into a movable temp that takes
+// its slot, and a slot is opened on top (with a temp in it when `ref` asks),
+// as push_slots does. False, having done nothing, for anything else.
+[[gnu::always_inline]] inline bool push_number(vrkblock* b, const vrkinstr& ins) {
+    vrkvar*& slot = top_slot(b);
+    vrkvar* v = slot;
+    if (!is_number(v) || v == erase_value()) return false;
+    vrkvar* t = take_temp_fast(b);
+    t->flags |= flag::MOVABLE;
+    if (t != v && t->type == v->type && !t->constant && !(t->flags & flag::FIXED_TYPE)) {
+        copy_number(t, v);
+    } else {
+        assign(t, v, b);
+    }
+    slot = t;
+    b->stack.push_back(ins.ref != 0 ? take_temp(b) : nullptr);
+    return true;
+}
+
+// SET -2 (the store into the cell on top of the one below it, which is a temp
+// given back afterwards) of a number into a number, as store does it: the
+// owner of a member call is forgotten, the top slot goes, the value is copied,
+// the destination takes the slot and the source temp goes back to the pool.
+// False, having done nothing, for anything else.
+[[gnu::always_inline]] inline bool store_number_below(vrkblock* b) {
+    const std::size_t size = b->stack.size();
+    if (size < 2) return false;
+    vrkvar* dst = b->stack[size - 1];
+    vrkvar* src = b->stack[size - 2];
+    if (!number_store_applies(b, dst, src)) return false;
+    b->member_owner = nullptr;
+    b->owner_transient = 0;
+    b->stack.pop_back();
+    copy_number(dst, src);
+    top_slot(b) = dst;
+    free_temp(b, src);
+    return true;
+}
+
 // The binding of a call's arguments as the compiler lays it out:
 //
 //   CALL_PREP 0 -1; POP 1 3; SET k -1; (POP 1 1; SET k -1)...; RESET 1

@@ -305,7 +305,8 @@ template <bool kBody>
         if (ins.ref == kRefMinusOne) {
             if (ins.arg >= 0 && value_context().call_paths && bind_argument(b, ins))
                 VRK_NEXT(Flow::next);
-        } else if (fused && fused::store_number(b, ins)) {
+        } else if (fused &&
+                   (ins.arg == -2 ? fused::store_number_below(b) : fused::store_number(b, ins))) {
             VRK_NEXT(Flow::next);
         }
         VRK_NEXT(store(rs, ins, false));
@@ -365,7 +366,7 @@ template <bool kBody>
     op_EXTERNAL:
         VRK_NEXT(external(rs, VRK_INS));
     op_PUSH:
-        push_slots(b, VRK_INS);
+        if (!(fused && VRK_INS.arg == 0 && fused::push_number(b, VRK_INS))) push_slots(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_ARG:
         wrap_argument(b, VRK_INS);

@@ -135,6 +135,16 @@ TEST_F(VmCallsTest, EverySwitchOffGivesWhatEverySwitchOnGives) {
         "fib(n) { if (n < 2) { return n; } return fib(n - 1) + fib(n - 2); }"
         "t = 0.5; for (i = 0; i < 4; i++) { t = t + fib(i + 5); } print(t, fib(10));";
     both(recursion, 0);
+    // Stores into members and elements through PUSH and SET -2: numbers of
+    // either type, a change of type, an element with its pending index, a
+    // member that is a list, a constant member.
+    both(
+        "class m = { i = 1; f = 0.5; l = [1, 2]; const c = 3;"
+        " step(n) { this.i = this.i * 2 + n; this.f = this.f + 0.25; this.l[1] = n;"
+        " this.i = this.f; this.c = n; return this.i; } };"
+        "x = m(); y = 0; for (j = 0; j < 3; j++) { y = y + x.step(j); x.f = j; }"
+        "print(x.i, x.f, x.l, x.c, y);",
+        0);
 }
 
 }  // namespace
