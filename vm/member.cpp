@@ -78,17 +78,7 @@ vrkvar* class_member(vrkblock* b, vrkinstr& ins, vrkvar* instance_cell, vrkvar* 
     return call_oparray(b, instance, instance_cell, key);
 }
 
-void class_access(vrkblock* b, const vrkinstr& ins) {
-    vrkvar*& slot = top_slot(b);
-    vrkvar* owner = is_marker(slot, kMarkerLimit) ? nullptr : chain_end(slot);
-    if (owner && owner->type == Tag::CLASS && has_var(owner->block, ins.arg)) {
-        const bool transient = is_transient(b, owner);
-        slot = (*owner->block->vars)[static_cast<std::size_t>(ins.arg)];
-        b->member_owner = owner;
-        b->owner_transient = transient ? 1 : 0;
-        b->transient_element = transient ? slot : nullptr;
-        return;
-    }
+void class_access_error(vrkblock* b) {
     b->member_owner = nullptr;
     b->owner_transient = 0;
     runtime_error("CLASS_ACCESS_ERROR", b);

@@ -173,7 +173,13 @@ void free_top(vrkblock* b);
 // SWAP two slots counted from the top.
 void swap_slots(vrkblock* b, const vrkinstr& ins);
 // RESET: forget the pending index, or drop the top of the object stack.
-void reset_state(vrkblock* b, const vrkinstr& ins);
+inline void reset_state(vrkblock* b, const vrkinstr& ins) {
+    if (ins.arg == 0) {
+        b->pending_index = -1;
+    } else if (ins.arg == 1 && b->object_stack && b->object_stack->size() > 1) {
+        b->object_stack->pop_back();
+    }
+}
 // LOAD with `ref` 0 and a sub-code other than the call start and `return`.
 void load_constant(vrkblock* b, const vrkinstr& ins);
 // DEREF: one step along a REF in the top slot.
@@ -211,7 +217,22 @@ Flow index_value(run_state& rs, vrkinstr& ins);
 // Member of an instance by key: the variable, the answer of `oparray`, the
 // instance itself, kSuspended, or a marker.
 vrkvar* class_member(vrkblock* b, vrkinstr& ins, vrkvar* instance, vrkvar* key);
-void class_access(vrkblock* b, const vrkinstr& ins);
+// CLASS_ACCESS: member `arg` of the instance in the top slot takes the slot,
+// and the instance becomes the owner of a call right behind it.
+void class_access_error(vrkblock* b);
+[[gnu::always_inline]] inline void class_access(vrkblock* b, const vrkinstr& ins) {
+    vrkvar*& slot = top_slot(b);
+    vrkvar* owner = is_marker(slot, kMarkerLimit) ? nullptr : chain_end(slot);
+    if (owner && owner->type == Tag::CLASS && has_var(owner->block, ins.arg)) {
+        const bool transient = is_transient(b, owner);
+        slot = (*owner->block->vars)[static_cast<std::size_t>(ins.arg)];
+        b->member_owner = owner;
+        b->owner_transient = transient ? 1 : 0;
+        b->transient_element = transient ? slot : nullptr;
+        return;
+    }
+    class_access_error(b);
+}
 
 // ---- calls (vm/calls.cpp, vm/native_call.cpp) ----------------------------------------------
 // LOAD sub-code 4: put a temp copy of the function cell on `callblocks`.

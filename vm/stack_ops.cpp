@@ -188,14 +188,6 @@ void swap_slots(vrkblock* b, const vrkinstr& ins) {
     std::swap(first, second);
 }
 
-void reset_state(vrkblock* b, const vrkinstr& ins) {
-    if (ins.arg == 0) {
-        b->pending_index = -1;
-    } else if (ins.arg == 1 && b->object_stack && b->object_stack->size() > 1) {
-        b->object_stack->pop_back();
-    }
-}
-
 void load_constant(vrkblock* b, const vrkinstr& ins) {
     vrkvar*& slot = top_slot(b);
     switch (ins.arg) {
