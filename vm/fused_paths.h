@@ -219,7 +219,7 @@ inline bool completes(Op step, Op op) {
     apply_numbers(res, lhs, rhs, op);
     b->stack.pop_back();
     b->stack.pop_back();
-    return_temp(b, lhs);
+    return_temp_fast(b, lhs);
     return true;
 }
 
