@@ -115,6 +115,24 @@ vrkelement* existing_element(const vrkjson* json, const vrkvar* key, int64_t hin
     return element;
 }
 
+// A read of the character at an integer position inside the string, when the
+// block's scratch cell already holds a string: the one character replaces its
+// text and the scratch cell replaces the string in its slot, as index_string
+// does. False leaves everything else (positions from the end, past the end,
+// other keys, a scratch cell of another tag) to index_string.
+bool read_character(vrkblock* b, const vrkvar* c, const vrkvar* key) {
+    if (key->type != Tag::INT || !c->value.str) return false;
+    const std::string& s = *c->value.str;
+    const int64_t i = key->value.i;
+    if (i < 0 || static_cast<uint64_t>(i) >= s.size()) return false;
+    vrkvar& scratch = b->scratch;
+    if (scratch.type != Tag::STRING || !scratch.value.str) return false;
+    scratch.value.str->assign(1, s[static_cast<std::size_t>(i)]);
+    b->stack.pop_back();
+    top_slot(b) = &scratch;
+    return true;
+}
+
 // The value a read left in the top slot lies inside a transient value (ops.h).
 void note_element(vrkblock* b, bool inside_transient) {
     vrkvar* top = top_slot(b);
@@ -255,6 +273,9 @@ Flow index_value(run_state& rs, vrkinstr& ins) {
             return Flow::next;
         }
     }
+    if (c->type == Tag::STRING && !store_mode && value_context().data_paths &&
+        read_character(b, c, key))
+        return Flow::next;
     switch (c->type) {
         case Tag::STRING: index_string(b, c, key, store_mode); return Flow::next;
         case Tag::JSON:

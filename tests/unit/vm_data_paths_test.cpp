@@ -198,8 +198,8 @@ TEST_F(VmDataPathsTest, BlankedTempsMatchTheGeneralReset) {
             vrkvar* again = take_temp(root);
             ASSERT_EQ(again, t);
             seen[direct] = std::to_string(static_cast<int>(again->type)) + ":" +
-                           std::to_string(again->value.i) + ":" + std::to_string(again->aux) +
-                           ":" + std::to_string(again->attrs) + ":" +
+                           std::to_string(again->value.i) + ":" + std::to_string(again->aux) + ":" +
+                           std::to_string(again->attrs) + ":" +
                            std::to_string(reinterpret_cast<uintptr_t>(again->block));
             return_temp(root, again);
         }
