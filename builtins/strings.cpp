@@ -88,10 +88,18 @@ VRK_BUILTIN(replace) {
         wrong_params_raised(block, "replace");
         return answer_text(result, std::string());
     }
-    std::string text = to_string(args[0]);
-    const std::string from = to_string(args[1]);
-    const std::string to = to_string(args[2]);
-    if (from.empty()) return answer_text(result, text);
+    // Read in place: the answer is complete in `out` before the result cell,
+    // which may be one of the arguments, is written.
+    std::string text_scratch;
+    std::string from_scratch;
+    std::string to_scratch;
+    const std::string& text = text_of(args[0], text_scratch);
+    const std::string& from = text_of(args[1], from_scratch);
+    const std::string& to = text_of(args[2], to_scratch);
+    if (from.empty()) {
+        const std::string copy = text;
+        return answer_text(result, copy);
+    }
     std::string out;
     out.reserve(text.size());
     std::size_t pos = 0;

@@ -11,6 +11,7 @@
 #include "values/json.h"
 #include "values/object.h"
 #include "values/pools.h"
+#include "values/value_context.h"
 
 namespace vrk {
 
@@ -189,6 +190,17 @@ void set_string(vrkvar* cell, const std::string& text) {
 }
 
 void set_ref(vrkvar* cell, vrkvar* target) {
+    // A cell that holds a plain number (above all a fresh temp taking a
+    // by-reference argument) has nothing to release: the reset below would
+    // only change the tag and clear `aux`, the value word and the result bits.
+    if (!cell->constant && (cell->type == Tag::INT || cell->type == Tag::FLOAT) &&
+        value_context().data_paths) {
+        cell->type = Tag::REF;
+        cell->aux = 0;
+        cell->attrs &= attr::KEEP_MASK;
+        cell->value.ref = target;
+        return;
+    }
     reset(cell, Tag::REF);
     if (cell->type == Tag::REF) cell->value.ref = target;
 }

@@ -11,6 +11,7 @@
 #include "values/cell.h"
 #include "values/json.h"
 #include "values/object.h"
+#include "values/value_context.h"
 
 namespace vrk {
 
@@ -21,6 +22,14 @@ bool is_callable_tag(Tag t) { return t == Tag::FUNCTION || t == Tag::CLASS; }
 }  // namespace
 
 bool equals(vrkvar* a, vrkvar* b) {
+    // Two strings, as rule 6 compares them, without making text copies of
+    // both (a missing text is the empty one).
+    if (a->type == Tag::STRING && b->type == Tag::STRING && value_context().data_paths) {
+        const std::size_t na = a->value.str ? a->value.str->size() : 0;
+        const std::size_t nb = b->value.str ? b->value.str->size() : 0;
+        return na == nb &&
+               (na == 0 || std::memcmp(a->value.str->data(), b->value.str->data(), na) == 0);
+    }
     // 1, 2: object handles.
     if (a->type == Tag::PTR) {
         if (b->type == Tag::PTR) return object_of(a) == object_of(b);

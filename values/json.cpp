@@ -55,25 +55,6 @@ void erase_at(vrkjson* json, std::size_t pos) {
 
 }  // namespace
 
-bool json_key_equal(const std::string& a, const std::string& b) {
-    const std::size_t n = a.size();
-    if (n != b.size()) return false;
-    const char* p = a.data();
-    const char* q = b.data();
-    std::size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        uint64_t x = 0;
-        uint64_t y = 0;
-        std::memcpy(&x, p + i, 8);
-        std::memcpy(&y, q + i, 8);
-        if (x != y) return false;
-    }
-    for (; i < n; ++i) {
-        if (p[i] != q[i]) return false;
-    }
-    return true;
-}
-
 int64_t json_position(vrkjson* json, int64_t i) {
     const uint64_t size = json->elements.size();
     if (size == 0) return i < 0 ? 0 : i;

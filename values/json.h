@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -38,7 +39,25 @@ vrkelement* json_append_keyed(vrkjson* json, vrkvar* value, const std::string& k
 void json_erase(vrkjson* json, vrkvar* key_cell);
 // Frees all elements.
 void json_clear(vrkjson* json);
-// Key comparison of look-up and erasure: length first, then eight bytes at a time.
-bool json_key_equal(const std::string& a, const std::string& b);
+// Key comparison of look-up and erasure: length first, then eight bytes at a
+// time. Inline: a hinted keyed read is this one compare.
+inline bool json_key_equal(const std::string& a, const std::string& b) {
+    const std::size_t n = a.size();
+    if (n != b.size()) return false;
+    const char* p = a.data();
+    const char* q = b.data();
+    std::size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        uint64_t x = 0;
+        uint64_t y = 0;
+        std::memcpy(&x, p + i, 8);
+        std::memcpy(&y, q + i, 8);
+        if (x != y) return false;
+    }
+    for (; i < n; ++i) {
+        if (p[i] != q[i]) return false;
+    }
+    return true;
+}
 
 }  // namespace vrk

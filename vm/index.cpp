@@ -13,6 +13,7 @@
 
 #include "values/json.h"
 #include "values/object.h"
+#include "values/value_context.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 #include "vm/run.h"
@@ -82,15 +83,54 @@ void index_json(vrkblock* b, vrkinstr& ins, vrkvar* c, vrkvar* key, bool store_m
         b->pending_key = key;
         return;
     }
+    static const std::string empty;
     vrkelement* element = nullptr;
     if (key->type == Tag::STRING) {
-        element = json_find_hinted(json, key->value.str ? *key->value.str : std::string(), ins.arg);
+        element = json_find_hinted(json, key->value.str ? *key->value.str : empty, ins.arg);
     } else if (key->type == Tag::DATA) {
         element = json_find(json, to_string(key));
     } else {
         element = json_at(json, to_int(key));
     }
     top_slot(b) = element;
+}
+
+// The element a read of `json` by `key` finds without growing the array or
+// adding a key: a position inside the array, or the element the hint word
+// names when it carries the key. Null when the read needs the general path
+// (index_json), which then finds, grows or appends exactly as before.
+vrkelement* existing_element(const vrkjson* json, const vrkvar* key, int64_t hint) {
+    if (!json) return nullptr;
+    const std::vector<vrkelement*>& elements = json->elements;
+    if (key->type == Tag::INT) {
+        const int64_t i = key->value.i;
+        if (i < 0 || static_cast<uint64_t>(i) >= elements.size()) return nullptr;
+        return elements[static_cast<std::size_t>(i)];
+    }
+    if (key->type != Tag::STRING || !key->value.str) return nullptr;
+    if (hint < 0 || static_cast<uint64_t>(hint) >= elements.size()) return nullptr;
+    vrkelement* element = elements[static_cast<std::size_t>(hint)];
+    if (!element->key || element->key->empty() || !json_key_equal(*element->key, *key->value.str))
+        return nullptr;
+    return element;
+}
+
+// A read of the character at an integer position inside the string, when the
+// block's scratch cell already holds a string: the one character replaces its
+// text and the scratch cell replaces the string in its slot, as index_string
+// does. False leaves everything else (positions from the end, past the end,
+// other keys, a scratch cell of another tag) to index_string.
+bool read_character(vrkblock* b, const vrkvar* c, const vrkvar* key) {
+    if (key->type != Tag::INT || !c->value.str) return false;
+    const std::string& s = *c->value.str;
+    const int64_t i = key->value.i;
+    if (i < 0 || static_cast<uint64_t>(i) >= s.size()) return false;
+    vrkvar& scratch = b->scratch;
+    if (scratch.type != Tag::STRING || !scratch.value.str) return false;
+    scratch.value.str->assign(1, s[static_cast<std::size_t>(i)]);
+    b->stack.pop_back();
+    top_slot(b) = &scratch;
+    return true;
 }
 
 // The value a read left in the top slot lies inside a transient value (ops.h).
@@ -217,14 +257,25 @@ Flow index_value(run_state& rs, vrkinstr& ins) {
         pop_slot(b);
         return Flow::next;
     }
-    key = deref(key);
-    c = deref(c);
+    key = chain_end(key);
+    c = chain_end(c);
     const bool transient = is_transient(b, c);
     b->member_owner = c;
     b->owner_transient = transient ? 1 : 0;
     b->transient_element = nullptr;
     b->pending_index = -1;
     const bool store_mode = ins.arg == -1;
+    if (c->type == Tag::JSON && !store_mode && value_context().data_paths) {
+        if (vrkelement* element = existing_element(c->value.json, key, ins.arg)) {
+            b->stack.pop_back();
+            top_slot(b) = element;
+            note_element(b, transient);
+            return Flow::next;
+        }
+    }
+    if (c->type == Tag::STRING && !store_mode && value_context().data_paths &&
+        read_character(b, c, key))
+        return Flow::next;
     switch (c->type) {
         case Tag::STRING: index_string(b, c, key, store_mode); return Flow::next;
         case Tag::JSON:
