@@ -54,6 +54,9 @@ struct vrkvalue_context {
     bool fused_paths = true;  // the run loop runs number sequences in one step (vm/fused_paths.h)
     bool light_entry = true;  // if/loop bodies are entered without a full run (vm/run.cpp)
     bool call_paths = true;   // calls skip copies that change nothing (vm/calls.cpp)
+    // Instances are made and torn down, and numbers stored, on short paths
+    // (vm/data_copy.cpp, vm/block.cpp, vm/store.cpp).
+    bool instance_paths = true;
     std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
     // Queues a native object for deletion at the frame end of an engine; set by the engine.
     std::function<void(vrkengine*, vrkobject*)> deferDeletion;

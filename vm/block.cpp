@@ -47,6 +47,37 @@ void enter_live(vrkblock* b) {
     install_block_hooks(ctx);
 }
 
+// reset(cell, Tag::INT) for a cell whose value word is the whole value (a
+// number, VOID, an EXT or a reference): nothing to release, so only the fields
+// reset clears are cleared, in line. False for any other cell, which takes
+// reset itself. A constant is left alone, as reset leaves it.
+[[gnu::always_inline]] inline bool clear_plain_cell(vrkvar* cell) {
+    if (cell->constant) return true;
+    switch (cell->type) {
+        case Tag::INT:
+            cell->value.i = 0;
+            cell->block = nullptr;
+            cell->aux = 0;
+            cell->attrs &= attr::KEEP_MASK;
+            return true;
+        case Tag::FLOAT:
+        case Tag::VOID:
+        case Tag::EXT:
+        case Tag::REF:
+            cell->value.i = 0;
+            cell->aux = 0;
+            cell->type = Tag::INT;
+            cell->attrs &= attr::KEEP_MASK;
+            return true;
+        default: return false;
+    }
+}
+
+// The reset of a variable at the tear-down of its block.
+[[gnu::always_inline]] inline void clear_variable(vrkvar* cell, bool short_paths) {
+    if (!(short_paths && clear_plain_cell(cell))) reset(cell, Tag::INT);
+}
+
 }  // namespace
 
 void set_source_splitter(source_splitter fn) { splitter_slot() = fn; }
@@ -367,12 +398,13 @@ vrkblock::~vrkblock() {
     // go: releasing a value can run a script destructor, which may still read
     // a cell of this block or of a child (an instance held inside the class
     // that made it refers to the class's cells).
+    const bool short_paths = value_context().instance_paths;
     for (vrkvar* cell : *vars) {
         if (!cell) {
             log().log("empty varptr????");
             continue;
         }
-        reset(cell, Tag::INT);
+        clear_variable(cell, short_paths);
     }
 
     fire_block_callbacks(this);
@@ -391,7 +423,7 @@ vrkblock::~vrkblock() {
 
     // What the children's destructors stored here meanwhile goes the same way.
     for (vrkvar* cell : *vars)
-        if (cell) reset(cell, Tag::INT);
+        if (cell) clear_variable(cell, short_paths);
     if ((kind & kind::CLASS) && !(kind & kind::INSTANCE)) detach_instances(this);
     for (vrkvar*& cell : *vars) {
         if (cell) cell_free(cell);
