@@ -425,11 +425,15 @@ vrkblock::~vrkblock() {
     for (vrkvar* cell : *vars)
         if (cell) clear_variable(cell, short_paths);
     if ((kind & kind::CLASS) && !(kind & kind::INSTANCE)) detach_instances(this);
-    for (vrkvar*& cell : *vars) {
-        if (cell) cell_free(cell);
-        cell = nullptr;
+    if (short_paths) {
+        cells_free(*vars);
+    } else {
+        for (vrkvar*& cell : *vars) {
+            if (cell) cell_free(cell);
+            cell = nullptr;
+        }
+        vars->clear();
     }
-    vars->clear();
 
     free_code_operands(code);
     code.clear();

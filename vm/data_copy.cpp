@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "values/cell.h"
+#include "values/pools.h"
 #include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/copies.h"
@@ -168,13 +169,20 @@ void copy_value(vrkblock* copy, vrkvar* to, const vrkvar* from, std::size_t inde
 // else it is looked up again. With `short_paths` a blank VOID cell is made by
 // setting the tag of the fresh cell, which is what its reset to VOID comes to
 // (a fresh cell is INT 0 with every field zero).
-void copy_variable(vrkblock* source, vrkblock* copy, std::size_t i, const Form* form,
-                   bool short_paths) {
+void copy_variable(vrkblock* source, vrkblock* copy, std::size_t i, std::size_t at,
+                   const Form* form, bool short_paths) {
     const vrkvar* from = (*source->vars)[i];
     // The copy's own position of the variable (the copy starts with none).
-    const std::size_t index = copy->vars->size();
-    vrkvar* to = cell_new(Tag::INT);
-    copy->vars->push_back(to);
+    // With `short_paths` the cells have been made in bulk beforehand.
+    std::size_t index = copy->vars->size();
+    vrkvar* to = nullptr;
+    if (short_paths) {
+        index = at;
+        to = (*copy->vars)[index];
+    } else {
+        to = cell_new(Tag::INT);
+        copy->vars->push_back(to);
+    }
     switch (form ? *form : form_of(source, from, i)) {
         case Form::captured:
             if (short_paths)
@@ -238,10 +246,12 @@ bool copy_data_directly(vrkblock* source, vrkblock* copy) {
     copy->self_index = source->self_index;
 
     const std::size_t count = source->vars->size();
-    copy->vars->reserve(copy->vars->size() + count);
+    const std::size_t first = copy->vars->size();
+    copy->vars->reserve(first + count);
+    if (short_paths) cells_new(*copy->vars, count);
     for (std::size_t i = 0; i < count; ++i) {
         const Form* form = short_paths && i < kKeptForms ? &forms[i] : nullptr;
-        copy_variable(source, copy, i, form, short_paths);
+        copy_variable(source, copy, i, first + i, form, short_paths);
     }
     settle_this_and_self(copy);
 

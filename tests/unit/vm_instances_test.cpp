@@ -60,12 +60,12 @@ const char* const kLifetimes =
 TEST_F(VmInstancesTest, LifetimesAndDestructorsAreTheSame) {
     const outcome fast = expect_same(kLifetimes);
     const std::vector<std::string> expected{
-        "28", "7",          "three", "3", "a let go", "bye", "a",       "4",
-        "b replaced", "9", "bye",   "in list", "6", "list slot cleared"};
+        "28", "7",          "three", "3",   "a let go", "bye", "a",
+        "4",  "b replaced", "9",     "bye", "in list",  "6",   "list slot cleared"};
     ASSERT_GE(fast.printed.size(), expected.size());
-    EXPECT_EQ(std::vector<std::string>(fast.printed.begin(),
-                                       fast.printed.begin() +
-                                           static_cast<std::ptrdiff_t>(expected.size())),
+    EXPECT_EQ(std::vector<std::string>(
+                  fast.printed.begin(),
+                  fast.printed.begin() + static_cast<std::ptrdiff_t>(expected.size())),
               expected);
     EXPECT_EQ(fast.printed.back(), "end");
 }
