@@ -73,7 +73,7 @@ void enter_live(vrkblock* b) {
     }
 }
 
-// The reset of a variable at the tear-down of its block.
+// The reset of a variable (or an embedded cell) at the tear-down of its block.
 [[gnu::always_inline]] inline void clear_variable(vrkvar* cell, bool short_paths) {
     if (!(short_paths && clear_plain_cell(cell))) reset(cell, Tag::INT);
 }
@@ -373,9 +373,10 @@ vrkblock::~vrkblock() {
             if (block_alive(c) && c->copy_of == this) c->copy_of = nullptr;
     }
 
-    reset(&scratch, Tag::INT);
-    reset(&native_result, Tag::INT);
-    reset(&result, Tag::INT);
+    const bool short_paths = value_context().instance_paths;
+    clear_variable(&scratch, short_paths);
+    clear_variable(&native_result, short_paths);
+    clear_variable(&result, short_paths);
 
     // Nothing may release this block again through a cell that still holds it.
     if (class_data) {
@@ -398,7 +399,6 @@ vrkblock::~vrkblock() {
     // go: releasing a value can run a script destructor, which may still read
     // a cell of this block or of a child (an instance held inside the class
     // that made it refers to the class's cells).
-    const bool short_paths = value_context().instance_paths;
     for (vrkvar* cell : *vars) {
         if (!cell) {
             log().log("empty varptr????");
