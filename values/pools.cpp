@@ -133,22 +133,30 @@ void cells_free(std::vector<vrkvar*>& cells) {
         vrkvar* cell = slot;
         if (!cell) continue;
         slot = nullptr;
+        // A function without a closure record and a class cell without a
+        // block hold nothing either.
+        bool plain = false;
         switch (cell->type) {
             case Tag::INT:
             case Tag::FLOAT:
             case Tag::VOID:
             case Tag::EXT:
-            case Tag::REF:
-                // Nothing to release: blank comes down to zeroing the fields.
-                cell->type = Tag::INT;
-                cell->constant = 0;
-                cell->flags = 0;
-                cell->attrs = 0;
-                cell->value.i = 0;
-                cell->aux = 0;
-                cell->block = nullptr;
-                break;
-            default: blank(cell); break;
+            case Tag::REF: plain = true; break;
+            case Tag::FUNCTION: plain = cell->value.ptr == nullptr; break;
+            case Tag::CLASS: plain = cell->block == nullptr; break;
+            default: break;
+        }
+        if (plain) {
+            // Nothing to release: blank comes down to zeroing the fields.
+            cell->type = Tag::INT;
+            cell->constant = 0;
+            cell->flags = 0;
+            cell->attrs = 0;
+            cell->value.i = 0;
+            cell->aux = 0;
+            cell->block = nullptr;
+        } else {
+            blank(cell);
         }
         if (!push(pool, cell)) {
             delete cell;

@@ -48,12 +48,23 @@ void enter_live(vrkblock* b) {
 }
 
 // reset(cell, Tag::INT) for a cell whose value word is the whole value (a
-// number, VOID, an EXT or a reference): nothing to release, so only the fields
-// reset clears are cleared, in line. False for any other cell, which takes
-// reset itself. A constant is left alone, as reset leaves it.
+// number, VOID, an EXT, a reference, a function without a closure record, a
+// class cell without a block): nothing to release, so only the fields reset
+// clears are cleared, in line. False for any other cell, which takes reset
+// itself. A constant is left alone, as reset leaves it.
 [[gnu::always_inline]] inline bool clear_plain_cell(vrkvar* cell) {
     if (cell->constant) return true;
     switch (cell->type) {
+        case Tag::FUNCTION:
+            if (cell->value.ptr) return false;
+            [[fallthrough]];
+        case Tag::CLASS:
+            if (cell->type == Tag::CLASS && cell->block) return false;
+            cell->value.i = 0;
+            cell->aux = 0;
+            cell->type = Tag::INT;
+            cell->attrs &= attr::KEEP_MASK;
+            return true;
         case Tag::INT:
             cell->value.i = 0;
             cell->block = nullptr;

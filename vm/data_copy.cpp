@@ -116,12 +116,30 @@ bool copyable(const vrkblock* source, Form* forms) {
     return true;
 }
 
+// True for a tag a fresh cell (INT 0, every field zero) takes by its tag
+// alone: what its reset to the tag comes to, as no payload is made for it.
+bool tag_alone(Tag tag) {
+    switch (tag) {
+        case Tag::INT:
+        case Tag::FLOAT:
+        case Tag::FUNCTION:
+        case Tag::CLASS:
+        case Tag::EXT:
+        case Tag::VOID:
+        case Tag::REF: return true;
+        default: return false;
+    }
+}
+
 // The cell with its trailer, as written and read back: the tag, the payload a
 // scalar or text carries, and constant, flags, attrs and aux, all taken only
 // when the cell accepted the tag.
 void copy_cell(vrkvar* to, const vrkvar* from) {
     const Tag tag = from->type;
-    reset(to, tag);
+    if (value_context().instance_paths && tag_alone(tag) && is_pristine(to, Tag::INT))
+        to->type = tag;
+    else
+        reset(to, tag);
     const bool taken = to->type == tag;
     if (!taken) return;
     switch (tag) {
