@@ -48,27 +48,32 @@ void store_value(vrkblock* b, vrkvar* dst, vrkvar* src) {
     checked_assign(b, dst, src);
 }
 
-// True when storing `src` into `dst` is the number case of `assign`: both plain
-// cells (no marker, no constant, no declared type, no by-reference parameter),
-// distinct, of the same number tag, and the source no bound member function.
+// True when storing `src` into `dst` is a number into a number or VOID cell
+// under `assign`: both plain cells (no marker, no constant, no declared type,
+// no by-reference parameter), distinct, and the source no bound member function.
 [[gnu::always_inline]] inline bool plain_number_store(const vrkvar* dst, const vrkvar* src) {
     if (is_marker(dst, kMarkerLimit) || is_marker(src, kMarkerLimit) || dst == src) return false;
-    if (dst->type != src->type || (dst->type != Tag::INT && dst->type != Tag::FLOAT)) return false;
+    if (src->type != Tag::INT && src->type != Tag::FLOAT) return false;
+    if (dst->type != Tag::INT && dst->type != Tag::FLOAT && dst->type != Tag::VOID) return false;
     return dst->constant == 0 && (dst->flags & flag::FIXED_TYPE) == 0 &&
            (dst->attrs & attr::BY_REF_PARAM) == 0 && (src->flags & flag::BOUND_OBJECT) == 0;
 }
 
-// What `assign` does for a number into a cell holding a number of the same
-// type: the attribute mask, the hand-over of a fresh result, the value word.
+// What `assign` does for such a store: the attribute mask, the hand-over of a
+// fresh result, the value word. Into a number of the same type it also clears
+// the block word; into another tag it changes the tag, which leaves the block
+// word as it was (the type change of a number or VOID releases nothing).
 [[gnu::always_inline]] inline void store_number(vrkvar* dst, vrkvar* src) {
     dst->attrs &= attr::KEEP_MASK;
-    if (src->attrs & attr::FRESH_RESULT) {
-        src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
-        dst->attrs |= attr::OWNS_RESULT;
-    }
+    const bool took_fresh = (src->attrs & attr::FRESH_RESULT) != 0;
+    if (took_fresh) src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
     dst->aux = 0;
-    dst->block = nullptr;
+    if (dst->type == src->type)
+        dst->block = nullptr;
+    else
+        dst->type = src->type;
     dst->value = src->value;
+    if (took_fresh) dst->attrs |= attr::OWNS_RESULT;
 }
 
 // SET of a number into a plain number variable, named by the instruction or

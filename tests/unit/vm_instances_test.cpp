@@ -86,6 +86,7 @@ TEST_F(VmInstancesTest, SuspendingConstructorAndErrorsAreTheSame) {
 }
 
 // Stores of numbers: int into int, float into float, int into float and back,
+// a number into a VOID cell,
 // a typed variable, a by-reference parameter, an element, a member of `this`,
 // the result of a builtin, and a loop long enough to reuse its temps.
 const char* const kStores =
@@ -96,14 +97,14 @@ const char* const kStores =
     "bump(#v) { v = 7; } q = 5; bump(q); print(q);"
     "set(v) { $v = 11; } r = 1; set(#r); print(r);"
     "a = [1, 2, 3]; a[1] = x; n = a[2]; n = a[0]; print(a[1], n);"
-    "m = abs(0 - 9); m = abs(2); print(m);"
+    "m = abs(0 - 9); m = abs(2); print(m); e = none; e = 3; o = none; o = 0.5; print(e, o);"
     "s = 0; w = 0; for (j = 0; j < 20; j++) { s = s + j; w = j; } print(s, w);";
 
 TEST_F(VmInstancesTest, NumberStoresAreTheSame) {
     const outcome fast = expect_same(kStores);
-    EXPECT_EQ(fast.printed,
-              (std::vector<std::string>{"15", "2.500000", "2", "2", "2.500000", "2", "5", "11",
-                                        "2.500000", "1", "2.000000", "190", "19"}));
+    EXPECT_EQ(fast.printed, (std::vector<std::string>{"15", "2.500000", "2", "2", "2.500000", "2",
+                                                      "5", "11", "2.500000", "1", "2.000000", "3",
+                                                      "0.500000", "190", "19"}));
 }
 
 TEST_F(VmInstancesTest, StepBudgetStopsAtTheSameInstruction) {
