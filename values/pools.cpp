@@ -122,12 +122,7 @@ void cells_new(std::vector<vrkvar*>& out, std::size_t count) {
 }
 
 void cells_free(std::vector<vrkvar*>& cells) {
-    if (!pool_thread()) {
-        for (vrkvar* cell : cells)
-            if (cell) cell_free(cell);
-        cells.clear();
-        return;
-    }
+    bool pooled = pool_thread();
     vrkpool<vrkvar>& pool = value_context().pools.cell_pool;
     for (vrkvar*& slot : cells) {
         vrkvar* cell = slot;
@@ -146,18 +141,21 @@ void cells_free(std::vector<vrkvar*>& cells) {
             case Tag::CLASS: plain = cell->block == nullptr; break;
             default: break;
         }
-        if (plain) {
-            // Nothing to release: blank comes down to zeroing the fields.
-            cell->type = Tag::INT;
-            cell->constant = 0;
-            cell->flags = 0;
-            cell->attrs = 0;
-            cell->value.i = 0;
-            cell->aux = 0;
-            cell->block = nullptr;
-        } else {
-            blank(cell);
+        if (!pooled || !plain) {
+            // What releasing the payload runs may change the thread's hold
+            // of the pools: asked again after it.
+            cell_free(cell);
+            pooled = pool_thread();
+            continue;
         }
+        // Nothing to release: blank comes down to zeroing the fields.
+        cell->type = Tag::INT;
+        cell->constant = 0;
+        cell->flags = 0;
+        cell->attrs = 0;
+        cell->value.i = 0;
+        cell->aux = 0;
+        cell->block = nullptr;
         if (!push(pool, cell)) {
             delete cell;
             count_cell_down();
