@@ -96,6 +96,74 @@ void cell_free(vrkvar* cell) {
     }
 }
 
+void cells_new(std::vector<vrkvar*>& out, std::size_t count) {
+    if (!pool_thread()) {
+        for (std::size_t i = 0; i < count; ++i) out.push_back(cell_new(Tag::INT));
+        return;
+    }
+    vrkpool<vrkvar>& pool = value_context().pools.cell_pool;
+    for (std::size_t i = 0; i < count; ++i) {
+        vrkvar* cell = pop(pool);
+        if (!cell) {
+            cell = new vrkvar();
+            ++pool.created;
+            count_cell_up();
+        }
+        // What reset to INT and the clearing of cell_new leave in a pooled
+        // cell, which is blank already.
+        cell->type = Tag::INT;
+        cell->value.i = 0;
+        cell->block = nullptr;
+        cell->aux = 0;
+        cell->attrs = 0;
+        cell->constant = 0;
+        out.push_back(cell);
+    }
+}
+
+void cells_free(std::vector<vrkvar*>& cells) {
+    bool pooled = pool_thread();
+    vrkpool<vrkvar>& pool = value_context().pools.cell_pool;
+    for (vrkvar*& slot : cells) {
+        vrkvar* cell = slot;
+        if (!cell) continue;
+        slot = nullptr;
+        // A function without a closure record and a class cell without a
+        // block hold nothing either.
+        bool plain = false;
+        switch (cell->type) {
+            case Tag::INT:
+            case Tag::FLOAT:
+            case Tag::VOID:
+            case Tag::EXT:
+            case Tag::REF: plain = true; break;
+            case Tag::FUNCTION: plain = cell->value.ptr == nullptr; break;
+            case Tag::CLASS: plain = cell->block == nullptr; break;
+            default: break;
+        }
+        if (!pooled || !plain) {
+            // What releasing the payload runs may change the thread's hold
+            // of the pools: asked again after it.
+            cell_free(cell);
+            pooled = pool_thread();
+            continue;
+        }
+        // Nothing to release: blank comes down to zeroing the fields.
+        cell->type = Tag::INT;
+        cell->constant = 0;
+        cell->flags = 0;
+        cell->attrs = 0;
+        cell->value.i = 0;
+        cell->aux = 0;
+        cell->block = nullptr;
+        if (!push(pool, cell)) {
+            delete cell;
+            count_cell_down();
+        }
+    }
+    cells.clear();
+}
+
 vrkelement* element_new() {
     if (pool_thread()) {
         vrkpool<vrkelement>& pool = value_context().pools.element_pool;

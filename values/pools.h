@@ -68,6 +68,13 @@ struct vrkcallback {
     uint8_t kind = 1;                        // 1 ordinary, 3 thread record
 };
 
+// ---- cells in bulk (a block's variables) -----------------------------------------------
+// Appends `count` fresh cells (INT 0), as that many cell_new() would.
+void cells_new(std::vector<vrkvar*>& out, std::size_t count);
+// Frees every cell of `cells` (null entries are skipped) as cell_free() would, and
+// leaves `cells` empty.
+void cells_free(std::vector<vrkvar*>& cells);
+
 // ---- payload records ------------------------------------------------------------
 std::string* string_new();
 void string_free(std::string* s);

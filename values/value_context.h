@@ -55,6 +55,7 @@ struct vrkvalue_context {
     bool light_entry = true;  // if/loop bodies are entered without a full run (vm/run.cpp)
     bool call_paths = true;   // calls skip copies that change nothing (vm/calls.cpp)
     bool data_paths = true;   // temps, subscripts, keys and text compares take direct paths
+    bool instance_paths = true;  // instances are made and torn down, numbers stored, on short paths
     std::map<std::string, vrknamed_cell> named_cells;  // gvar cells by name, shared by all scripts
     // Queues a native object for deletion at the frame end of an engine; set by the engine.
     std::function<void(vrkengine*, vrkobject*)> deferDeletion;

@@ -47,6 +47,48 @@ void enter_live(vrkblock* b) {
     install_block_hooks(ctx);
 }
 
+// reset(cell, Tag::INT) for a cell whose value word is the whole value (a
+// number, VOID, an EXT, a reference, a function without a closure record, a
+// class cell without a block): nothing to release, so only the fields reset
+// clears are cleared, in line. False for any other cell, which takes reset
+// itself. A constant is left alone, as reset leaves it.
+[[gnu::always_inline]] inline bool clear_plain_cell(vrkvar* cell) {
+    if (cell->constant) return true;
+    switch (cell->type) {
+        case Tag::FUNCTION:
+            if (cell->value.ptr) return false;
+            [[fallthrough]];
+        case Tag::CLASS:
+            if (cell->type == Tag::CLASS && cell->block) return false;
+            cell->value.i = 0;
+            cell->aux = 0;
+            cell->type = Tag::INT;
+            cell->attrs &= attr::KEEP_MASK;
+            return true;
+        case Tag::INT:
+            cell->value.i = 0;
+            cell->block = nullptr;
+            cell->aux = 0;
+            cell->attrs &= attr::KEEP_MASK;
+            return true;
+        case Tag::FLOAT:
+        case Tag::VOID:
+        case Tag::EXT:
+        case Tag::REF:
+            cell->value.i = 0;
+            cell->aux = 0;
+            cell->type = Tag::INT;
+            cell->attrs &= attr::KEEP_MASK;
+            return true;
+        default: return false;
+    }
+}
+
+// The reset of a variable (or an embedded cell) at the tear-down of its block.
+[[gnu::always_inline]] inline void clear_variable(vrkvar* cell, bool short_paths) {
+    if (!(short_paths && clear_plain_cell(cell))) reset(cell, Tag::INT);
+}
+
 }  // namespace
 
 void set_source_splitter(source_splitter fn) { splitter_slot() = fn; }
@@ -342,9 +384,10 @@ vrkblock::~vrkblock() {
             if (block_alive(c) && c->copy_of == this) c->copy_of = nullptr;
     }
 
-    reset(&scratch, Tag::INT);
-    reset(&native_result, Tag::INT);
-    reset(&result, Tag::INT);
+    const bool short_paths = value_context().instance_paths;
+    clear_variable(&scratch, short_paths);
+    clear_variable(&native_result, short_paths);
+    clear_variable(&result, short_paths);
 
     // Nothing may release this block again through a cell that still holds it.
     if (class_data) {
@@ -372,7 +415,7 @@ vrkblock::~vrkblock() {
             log().log("empty varptr????");
             continue;
         }
-        reset(cell, Tag::INT);
+        clear_variable(cell, short_paths);
     }
 
     fire_block_callbacks(this);
@@ -391,13 +434,17 @@ vrkblock::~vrkblock() {
 
     // What the children's destructors stored here meanwhile goes the same way.
     for (vrkvar* cell : *vars)
-        if (cell) reset(cell, Tag::INT);
+        if (cell) clear_variable(cell, short_paths);
     if ((kind & kind::CLASS) && !(kind & kind::INSTANCE)) detach_instances(this);
-    for (vrkvar*& cell : *vars) {
-        if (cell) cell_free(cell);
-        cell = nullptr;
+    if (short_paths) {
+        cells_free(*vars);
+    } else {
+        for (vrkvar*& cell : *vars) {
+            if (cell) cell_free(cell);
+            cell = nullptr;
+        }
+        vars->clear();
     }
-    vars->clear();
 
     free_code_operands(code);
     code.clear();

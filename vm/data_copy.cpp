@@ -12,6 +12,7 @@
 // functions, an extern name, a block that is binding a call's arguments) is
 // left to the record: the direct copy declines and touches nothing.
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -19,6 +20,8 @@
 #include <vector>
 
 #include "values/cell.h"
+#include "values/pools.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/copies.h"
 
@@ -74,8 +77,12 @@ bool is_layout(const vrkvar* v) {
     return v->type == Tag::JSON && (v->flags & flag::STRUCT_VAR) && v->block;
 }
 
-// True when every part of `source`'s data has a direct form.
-bool copyable(const vrkblock* source) {
+// Variables whose forms the copy keeps from its first look (more are looked at twice).
+constexpr std::size_t kKeptForms = 64;
+
+// True when every part of `source`'s data has a direct form. The forms of the
+// first kKeptForms variables go into `forms` when it is given.
+bool copyable(const vrkblock* source, Form* forms) {
     if (source->kind & kind::EXTERN) return false;
     if (source->params_bound) return false;
     if (source->die_blocks) {
@@ -86,7 +93,9 @@ bool copyable(const vrkblock* source) {
     const auto& vars = *source->vars;
     for (std::size_t i = 0; i < vars.size(); ++i) {
         const vrkvar* v = vars[i];
-        switch (form_of(source, v, i)) {
+        const Form form = form_of(source, v, i);
+        if (forms && i < kKeptForms) forms[i] = form;
+        switch (form) {
             case Form::cleared:
             case Form::captured:
             case Form::pristine: break;
@@ -107,12 +116,30 @@ bool copyable(const vrkblock* source) {
     return true;
 }
 
+// True for a tag a fresh cell (INT 0, every field zero) takes by its tag
+// alone: what its reset to the tag comes to, as no payload is made for it.
+bool tag_alone(Tag tag) {
+    switch (tag) {
+        case Tag::INT:
+        case Tag::FLOAT:
+        case Tag::FUNCTION:
+        case Tag::CLASS:
+        case Tag::EXT:
+        case Tag::VOID:
+        case Tag::REF: return true;
+        default: return false;
+    }
+}
+
 // The cell with its trailer, as written and read back: the tag, the payload a
 // scalar or text carries, and constant, flags, attrs and aux, all taken only
 // when the cell accepted the tag.
 void copy_cell(vrkvar* to, const vrkvar* from) {
     const Tag tag = from->type;
-    reset(to, tag);
+    if (value_context().instance_paths && tag_alone(tag) && is_pristine(to, Tag::INT))
+        to->type = tag;
+    else
+        reset(to, tag);
     const bool taken = to->type == tag;
     if (!taken) return;
     switch (tag) {
@@ -156,18 +183,38 @@ void copy_value(vrkblock* copy, vrkvar* to, const vrkvar* from, std::size_t inde
     to->constant = 1;
 }
 
-void copy_variable(vrkblock* source, vrkblock* copy, std::size_t i) {
+// `form` is the variable's form when the caller knows it (with `short_paths`),
+// else it is looked up again. With `short_paths` a blank VOID cell is made by
+// setting the tag of the fresh cell, which is what its reset to VOID comes to
+// (a fresh cell is INT 0 with every field zero).
+void copy_variable(vrkblock* source, vrkblock* copy, std::size_t i, std::size_t at,
+                   const Form* form, bool short_paths) {
     const vrkvar* from = (*source->vars)[i];
     // The copy's own position of the variable (the copy starts with none).
-    const std::size_t index = copy->vars->size();
-    vrkvar* to = cell_new(Tag::INT);
-    copy->vars->push_back(to);
-    switch (form_of(source, from, i)) {
+    // With `short_paths` the cells have been made in bulk beforehand.
+    std::size_t index = copy->vars->size();
+    vrkvar* to = nullptr;
+    if (short_paths) {
+        index = at;
+        to = (*copy->vars)[index];
+    } else {
+        to = cell_new(Tag::INT);
+        copy->vars->push_back(to);
+    }
+    switch (form ? *form : form_of(source, from, i)) {
         case Form::captured:
-            reset(to, Tag::VOID);
+            if (short_paths)
+                to->type = Tag::VOID;
+            else
+                reset(to, Tag::VOID);
             to->flags = flag::CAPTURED;
             return;
-        case Form::cleared: reset(to, Tag::VOID); return;
+        case Form::cleared:
+            if (short_paths)
+                to->type = Tag::VOID;
+            else
+                reset(to, Tag::VOID);
+            return;
         case Form::pristine: return;
         case Form::buffer: {
             const std::size_t size = from->value.data ? from->value.data->size() : 0;
@@ -201,7 +248,9 @@ void settle_this_and_self(vrkblock* b) {
 }  // namespace
 
 bool copy_data_directly(vrkblock* source, vrkblock* copy) {
-    if (!copyable(source)) return false;
+    const bool short_paths = value_context().instance_paths;
+    std::array<Form, kKeptForms> forms;
+    if (!copyable(source, short_paths ? forms.data() : nullptr)) return false;
     copy->compiled = source->compiled;
     copy->mode = source->mode;
     copy->kind = source->kind;
@@ -215,8 +264,13 @@ bool copy_data_directly(vrkblock* source, vrkblock* copy) {
     copy->self_index = source->self_index;
 
     const std::size_t count = source->vars->size();
-    copy->vars->reserve(copy->vars->size() + count);
-    for (std::size_t i = 0; i < count; ++i) copy_variable(source, copy, i);
+    const std::size_t first = copy->vars->size();
+    copy->vars->reserve(first + count);
+    if (short_paths) cells_new(*copy->vars, count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const Form* form = short_paths && i < kKeptForms ? &forms[i] : nullptr;
+        copy_variable(source, copy, i, first + i, form, short_paths);
+    }
     settle_this_and_self(copy);
 
     // A saved list of scoped variables replaces what the constants added.

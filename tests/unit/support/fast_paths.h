@@ -51,6 +51,7 @@ protected:
         value_context().light_entry = true;
         value_context().call_paths = true;
         value_context().data_paths = true;
+        value_context().instance_paths = true;
         context().step_budget = 0;
         context().step_budget_spent = false;
         EngineFixture::TearDown();
