@@ -253,6 +253,20 @@ inline bool completes(Op step, Op op) {
     return arithmetic_at(rs, rs.ip, 0, code, count, steps);
 }
 
+// The number copy of assign (a number into a cell holding a number of the
+// same type, neither constant nor typed), with the hand-over of a fresh
+// result's bit. The caller has checked the types.
+[[gnu::always_inline]] inline void copy_number(vrkvar* dst, vrkvar* src) {
+    dst->attrs &= attr::KEEP_MASK;
+    if (src->attrs & attr::FRESH_RESULT) {
+        src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
+        dst->attrs |= attr::OWNS_RESULT;
+    }
+    dst->aux = 0;
+    dst->block = nullptr;
+    dst->value = src->value;
+}
+
 // SET of a number into a variable holding a number of the same type (`ref`
 // a block, `arg` its variable), as store and its checked copy do it: the
 // owner of a member call is forgotten, assign's number path copies the value
@@ -268,30 +282,9 @@ inline bool completes(Op step, Op op) {
         return false;
     b->member_owner = nullptr;
     b->owner_transient = 0;
-    dst->attrs &= attr::KEEP_MASK;
-    if (src->attrs & attr::FRESH_RESULT) {
-        src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
-        dst->attrs |= attr::OWNS_RESULT;
-    }
-    dst->aux = 0;
-    dst->block = nullptr;
-    dst->value = src->value;
+    copy_number(dst, src);
     top_slot(b) = dst;
     return true;
-}
-
-// The number copy of assign (a number into a cell holding a number of the
-// same type, neither constant nor typed), with the hand-over of a fresh
-// result's bit. The caller has checked the types.
-[[gnu::always_inline]] inline void copy_number(vrkvar* dst, vrkvar* src) {
-    dst->attrs &= attr::KEEP_MASK;
-    if (src->attrs & attr::FRESH_RESULT) {
-        src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
-        dst->attrs |= attr::OWNS_RESULT;
-    }
-    dst->aux = 0;
-    dst->block = nullptr;
-    dst->value = src->value;
 }
 
 // True when a store of `src` into `dst` comes down to copy_number: both plain

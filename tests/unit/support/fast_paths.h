@@ -97,6 +97,20 @@ protected:
         return current;
     }
 
+    // A fast-path switch of value_context(), named by its member.
+    using path_switch = bool vrkvalue_context::*;
+
+    // Runs `text` with one switch off, then on, under the same step budget and
+    // requires the same outcome; returns the outcome with the switch on.
+    run_outcome expect_same_both_ways(path_switch which, const std::string& text, uint64_t budget) {
+        value_context().*which = false;
+        const run_outcome slow = run_outcome_of(text, budget);
+        value_context().*which = true;
+        const run_outcome fast = run_outcome_of(text, budget);
+        expect_same_outcome(slow, fast, text + " budget " + std::to_string(budget));
+        return fast;
+    }
+
     static void expect_same_outcome(const run_outcome& slow, const run_outcome& fast,
                                     const std::string& what) {
         EXPECT_EQ(slow.printed, fast.printed) << what;
