@@ -248,10 +248,10 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
         // The function's block has just been looked at (its options, whether
         // it is busy): it exists.
         vrkblock* instance = nullptr;
-        if (!(block->options & kLockedOption))
-            instance = value_context().call_paths ? idle_copy_in_line(block, fn) : nullptr;
-        if (!instance && !(block->options & kLockedOption))
-            instance = get_instance(block, fn, false, true);
+        if (!(block->options & kLockedOption)) {
+            if (value_context().call_paths) instance = idle_copy_in_line(block, fn);
+            if (!instance) instance = get_instance(block, fn, false, true);
+        }
         if (!instance) {
             if (block->native) runtime_error("EXTERNAL_BUSY", b);
             sleep(b, 0, false, 0);
