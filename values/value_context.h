@@ -48,8 +48,9 @@ struct vrkvalue_context {
     std::vector<vrkcallback> callback_queue;  // destroy callbacks by block
     uint32_t live_cells = 0;                  // constructed cell records
     std::unordered_map<const vrkblock*, std::vector<vrkvar*>*>
-        live_blocks;                               // every block that exists
-    uint64_t blocks_destroyed = 0;                 // blocks that have left live_blocks so far
+        live_blocks;                // every block that exists
+    uint64_t blocks_destroyed = 0;  // blocks that have left live_blocks so far
+    uint64_t bindings_started = 0;  // argument bindings begun so far: orders their undoing
     std::array<vrklive_hit, kLiveHits> live_hits;  // blocks lately found alive (block_alive)
     bool fused_paths = true;  // the run loop runs number sequences in one step (vm/fused_paths.h)
     bool light_entry = true;  // if/loop bodies are entered without a full run (vm/run.cpp)

@@ -158,6 +158,7 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     std::unique_ptr<std::vector<vrkvar*>>
         vars;                     // owned variables and hidden temporaries; never null
     std::vector<vrkvar*> params;  // displaced pointers, or a native callee's arguments
+    uint64_t bind_order = 0;      // when the binding held in `params` began (bindings_started)
     vrkvar result;                // return value of a run (MOVABLE, NO_REF_WRAP)
     vrkvar native_result;         // receives native functions' results (MOVABLE, NO_REF_WRAP)
     vrkvar scratch;               // scratch result slot (MOVABLE)

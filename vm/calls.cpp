@@ -220,6 +220,7 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
         const bool native = !is_marker(fn, kMarkerLimit) && fn->type == Tag::FUNCTION &&
                             fn->block && fn->block->native;
         b->params_bound = native ? 0 : 1;
+        b->bind_order = ++value_context().bindings_started;
         return Flow::next;
     }
 

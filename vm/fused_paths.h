@@ -379,6 +379,7 @@ inline bool completes(Op step, Op op) {
 
     b->params.clear();
     b->params_bound = callee->native ? 0 : 1;
+    b->bind_order = ++value_context().bindings_started;
     for (std::size_t i = 0, pos = std::size_t{rs.ip} + 1; i < args; ++i, pos += 2) {
         if (i != 0) b->stack.pop_back();
         free_temp(b, top_slot(b));

@@ -99,18 +99,24 @@ void stop_run(vrkblock* block, bool cascade) {
         if (!up || up == top || !block_alive(up)) break;
         top = up;
     }
-    // Displaced parameters go back innermost first, as the calls would have
-    // returned. Calls of one block nested in a chain (a function calling itself
-    // while it runs) displace the same variables twice; put back outermost
-    // first, a variable would keep an argument cell that its caller's clean-up
-    // then frees.
+    // Displaced parameters go back in the reverse order of their binding, as
+    // the calls would have returned. Two calls that bound into the same
+    // variables (a function calling itself while it runs, or a block called
+    // from two places of the chain while it waits) displaced one another's
+    // argument cells; undone in the wrong order, a variable would keep an
+    // argument cell that its caller's clean-up then frees. The order of the
+    // chain is not the order of binding: a block refused entry waits on
+    // itself, innermost, although it may have bound first.
     std::vector<vrkblock*> chain;
     for (vrkblock* b = top; b && block_alive(b) && chain.size() < 100000; b = b->waiting_on) {
-        if (b->resume_at != 0) chain.push_back(b);
+        if (b->resume_at != 0 && b->params_bound && !b->params.empty() && b->callee)
+            chain.push_back(b);
         if (!cascade || b->waiting_on == b) break;
     }
-    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-        vrkblock* b = *it;
+    std::stable_sort(chain.begin(), chain.end(), [](const vrkblock* x, const vrkblock* y) {
+        return x->bind_order > y->bind_order;
+    });
+    for (vrkblock* b : chain) {
         if (b->params_bound && !b->params.empty() && b->callee) restore_params(b);
     }
     for (int guard = 0; top && block_alive(top) && guard < 100000; ++guard) {

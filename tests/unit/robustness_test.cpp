@@ -233,6 +233,23 @@ TEST_F(RobustnessTest, StoppingAChainPutsParametersBackInnermostFirst) {
     parsers.clear();
 }
 
+// A singleton's body calls a member of the singleton with one argument too
+// many, and so does a call of the singleton from outside: the error skips the
+// choice of a copy, so both bind into the running body's own variable, the
+// body first. The body's call is refused (it is running) and waits on the body
+// itself, innermost in the chain although it bound first. When the script
+// goes, the bindings must be undone newest first, or the variable keeps the
+// body's own argument cell, which the body's clean-up frees. (A use after
+// release that a sanitizer build sees.)
+TEST_F(RobustnessTest, StoppingAChainPutsParametersBackNewestBindingFirst) {
+    pools_off();
+    run_script("singleton Registry={while t;{Registry.(\"\"}}(Registry.())");
+    EXPECT_GE(count_logged("TOO_MANY_PARAMS"), 2);
+    EXPECT_GE(count_logged("Script already running!"), 1);
+    parsers.clear();
+    EXPECT_EQ(run_script("print(\"after\");\n"), Strings{"after"});
+}
+
 // ---- values -------------------------------------------------------------------------
 
 // A store into a builtin's name replaces the cell's value; the builtin's
