@@ -141,6 +141,19 @@ vrkvar* constructor_cell(vrkblock* blueprint) {
     return slot->type == Tag::FUNCTION && block_alive(slot->block) ? slot : nullptr;
 }
 
+// An instance lists the cells that hold it, so that its tear-down can empty
+// them. When its value moves from one cell to another, the entry moves along:
+// left behind, it would name a cell that is freed before the instance goes.
+void move_instance_cell(vrkvar* from, vrkvar* to) {
+    if (from->type != Tag::CLASS || !(from->attrs & attr::INSTANCE_CELL) || !from->block ||
+        !block_alive(from->block) || !from->block->class_data)
+        return;
+    auto& cells = from->block->class_data->cells;
+    std::replace(cells.begin(), cells.end(), from, to);
+    from->attrs &= static_cast<uint16_t>(~attr::INSTANCE_CELL);
+    to->attrs |= attr::INSTANCE_CELL;
+}
+
 // Moves the arguments a construction stored into the constructor's own
 // parameters over to the block that runs it. A parameter that received a value
 // counts as passed, so its declared default does not replace it; one that
@@ -156,6 +169,7 @@ void hand_over_arguments(vrkblock* from, vrkblock* to) {
         if (!src || !dst) continue;
         const bool given = src->type != Tag::VOID;
         reset(dst, Tag::INT);
+        move_instance_cell(src, dst);
         dst->type = src->type;
         dst->value = src->value;
         dst->aux = src->aux;

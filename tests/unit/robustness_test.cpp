@@ -250,6 +250,22 @@ TEST_F(RobustnessTest, StoppingAChainPutsParametersBackNewestBindingFirst) {
     EXPECT_EQ(run_script("print(\"after\");\n"), Strings{"after"});
 }
 
+// A class called as a bare statement leaves its argument, an instance, in the
+// constructor's own parameter; the next construction hands that value over to
+// the copy of the constructor that runs. The instance's list of the cells that
+// hold it must follow, or the instance's tear-down empties a cell freed with
+// the constructor. (A use after release that a sanitizer build sees.)
+TEST_F(RobustnessTest, AnInstanceHandedToAConstructorCopyFollowsItsCell) {
+    pools_off();
+    EXPECT_EQ(run_script("class Thing = {\n    n = 1;\n};\n"
+                         "class Box = {\n    constructor(item) {\n"
+                         "        print(\"boxed \" + item.n);\n    }\n};\n"
+                         "Box(Thing());\nt = Thing();\nb = Box(t);\n"),
+              Strings{"boxed 1"});
+    parsers.clear();
+    EXPECT_EQ(run_script("print(\"after\");\n"), Strings{"after"});
+}
+
 // ---- values -------------------------------------------------------------------------
 
 // A store into a builtin's name replaces the cell's value; the builtin's
