@@ -74,15 +74,11 @@ Flow return_value(run_state& rs) {
     if (value == &b->result || value == &b->native_result) return Flow::next;
     vrkvar& result = b->result;
     if (value_context().call_paths && value->type == result.type &&
-        (value->type == Tag::INT || value->type == Tag::FLOAT) &&
-        !(value->attrs & attr::FRESH_RESULT) && !result.constant &&
+        (value->type == Tag::INT || value->type == Tag::FLOAT) && !result.constant &&
         !(result.flags & flag::FIXED_TYPE)) {
         // assign's own path for a number into a result holding a number of
         // the same type; it releases nothing, so nothing can suspend here.
-        result.attrs &= attr::KEEP_MASK;
-        result.aux = 0;
-        result.block = nullptr;
-        result.value = value->value;
+        copy_number(&result, value);
         slot = &result;
         return finish_return(b);
     }

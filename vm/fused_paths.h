@@ -253,50 +253,63 @@ inline bool completes(Op step, Op op) {
     return arithmetic_at(rs, rs.ip, 0, code, count, steps);
 }
 
-// The number copy of assign (a number into a cell holding a number of the
-// same type, neither constant nor typed), with the hand-over of a fresh
-// result's bit. The caller has checked the types.
-[[gnu::always_inline]] inline void copy_number(vrkvar* dst, vrkvar* src) {
-    dst->attrs &= attr::KEEP_MASK;
-    if (src->attrs & attr::FRESH_RESULT) {
-        src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
-        dst->attrs |= attr::OWNS_RESULT;
-    }
-    dst->aux = 0;
-    dst->block = nullptr;
-    dst->value = src->value;
+// True when a store of `src` into a cell `dst` (no marker) comes down to
+// copy_number: both plain numbers of the same type (with `kRetag` the
+// destination may also hold the other number type or VOID), the destination
+// neither constant, typed nor a by-reference parameter, the source no bound
+// object and not the destination itself, and no index pending.
+template <bool kRetag = false>
+[[gnu::always_inline]] inline bool number_store_applies(const vrkblock* b, const vrkvar* dst,
+                                                        const vrkvar* src) {
+    if (!is_number(src) || src == dst) return false;
+    if (kRetag ? !(dst->type == Tag::INT || dst->type == Tag::FLOAT || dst->type == Tag::VOID)
+               : src->type != dst->type)
+        return false;
+    return !dst->constant && !(dst->flags & flag::FIXED_TYPE) &&
+           !(dst->attrs & attr::BY_REF_PARAM) && !(src->flags & flag::BOUND_OBJECT) &&
+           b->pending_index == -1;
 }
 
-// SET of a number into a variable holding a number of the same type (`ref`
-// a block, `arg` its variable), as store and its checked copy do it: the
-// owner of a member call is forgotten, assign's number path copies the value
-// (handing a fresh result's bit over), the variable goes into the top slot.
-// Answers false, having done nothing, for anything else: a pending index, a
-// constant, a typed or by-reference variable, a bound object, the cell itself.
+// SET of a number into a number variable (`ref` a block, `arg` its variable),
+// as store and its checked copy do it: the owner of a member call is
+// forgotten, assign's number path copies the value (handing a fresh result's
+// bit over), the variable goes into the top slot. Answers false, having done
+// nothing, for anything else (number_store_applies). The dispatch takes it for
+// a variable of the same number type; the store itself (vm/store.cpp) with
+// `kRetag` for the rest.
+template <bool kRetag = false>
 [[gnu::always_inline]] inline bool store_number(vrkblock* b, const vrkinstr& ins) {
     vrkvar* dst = var_at(operand_block(ins), ins.arg);
     vrkvar* src = top_slot(b);
-    if (!dst || !is_number(src) || src == dst || src->type != dst->type) return false;
-    if (dst->constant || (dst->flags & flag::FIXED_TYPE) || (dst->attrs & attr::BY_REF_PARAM) ||
-        (src->flags & flag::BOUND_OBJECT) || b->pending_index != -1)
+    if ((kRetag ? is_marker(dst, kMarkerLimit) : !dst) ||
+        !number_store_applies<kRetag>(b, dst, src))
         return false;
     b->member_owner = nullptr;
     b->owner_transient = 0;
-    copy_number(dst, src);
+    copy_number<kRetag>(dst, src);
     top_slot(b) = dst;
     return true;
 }
 
-// True when a store of `src` into `dst` comes down to copy_number: both plain
-// numbers of the same type, the destination neither constant, typed nor a
-// by-reference parameter, the source no bound object and not the destination
-// itself, and no index pending.
-[[gnu::always_inline]] inline bool number_store_applies(const vrkblock* b, const vrkvar* dst,
-                                                        const vrkvar* src) {
-    return is_number(dst) && is_number(src) && src != dst && src->type == dst->type &&
-           !dst->constant && !(dst->flags & flag::FIXED_TYPE) &&
-           !(dst->attrs & attr::BY_REF_PARAM) && !(src->flags & flag::BOUND_OBJECT) &&
-           b->pending_index == -1;
+// SET -1 or -2 (the store into the cell on top of the one below it, which
+// with -2 is a temp given back afterwards, `frees`) of a number into a number,
+// as store does it: the owner of a member call is forgotten, the top slot
+// goes, the value is copied, the destination takes the slot and the source
+// temp goes back to the pool. False, having done nothing, for anything else.
+template <bool kRetag = false>
+[[gnu::always_inline]] inline bool store_number_below(vrkblock* b, bool frees = true) {
+    const std::size_t size = b->stack.size();
+    if (size < 2) return false;
+    vrkvar* dst = b->stack[size - 1];
+    vrkvar* src = b->stack[size - 2];
+    if (is_marker(dst, kMarkerLimit) || !number_store_applies<kRetag>(b, dst, src)) return false;
+    b->member_owner = nullptr;
+    b->owner_transient = 0;
+    b->stack.pop_back();
+    copy_number<kRetag>(dst, src);
+    top_slot(b) = dst;
+    if (frees) free_temp(b, src);
+    return true;
 }
 
 // PUSH 0 on a plain number (the first half of a store into a member or an
@@ -310,32 +323,12 @@ inline bool completes(Op step, Op op) {
     vrkvar* t = take_temp_fast(b);
     t->flags |= flag::MOVABLE;
     if (t != v && t->type == v->type && !t->constant && !(t->flags & flag::FIXED_TYPE)) {
-        copy_number(t, v);
+        copy_number<false, true>(t, v);
     } else {
         assign(t, v, b);
     }
     slot = t;
     b->stack.push_back(ins.ref != 0 ? take_temp(b) : nullptr);
-    return true;
-}
-
-// SET -2 (the store into the cell on top of the one below it, which is a temp
-// given back afterwards) of a number into a number, as store does it: the
-// owner of a member call is forgotten, the top slot goes, the value is copied,
-// the destination takes the slot and the source temp goes back to the pool.
-// False, having done nothing, for anything else.
-[[gnu::always_inline]] inline bool store_number_below(vrkblock* b) {
-    const std::size_t size = b->stack.size();
-    if (size < 2) return false;
-    vrkvar* dst = b->stack[size - 1];
-    vrkvar* src = b->stack[size - 2];
-    if (!number_store_applies(b, dst, src)) return false;
-    b->member_owner = nullptr;
-    b->owner_transient = 0;
-    b->stack.pop_back();
-    copy_number(dst, src);
-    top_slot(b) = dst;
-    free_temp(b, src);
     return true;
 }
 

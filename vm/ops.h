@@ -137,32 +137,34 @@ inline constexpr uintptr_t kMarkerLimit = 11;
     }
 }
 
-// take_temp (vm/temps.h) in line for the temps the run loop takes most: the
-// pool's next free temp holds a number, or a function cell with no closure or
-// native record (the copy of the function a call keeps in `callblocks`). A
-// reset of such a cell to a blank INT releases nothing, so what take_temp
-// leaves comes down to the fields: INT 0, aux 0, no attributes; the block word
-// of an INT cleared (its own-type reset clears it), that of another tag kept
-// (a change of tag keeps it). Any other temp, a constant, or an empty pool
-// takes take_temp.
+// take_temp (vm/temps.h) with the blanking in line (take_blank_temp), for the
+// temps of the call paths; any temp that needs the general reset, a constant,
+// or an empty pool takes take_temp.
 [[gnu::always_inline]] inline vrkvar* take_temp_fast(vrkblock* b) {
-    vrktemp_pool* pool = b->temp_pool.get();
-    if (pool && !pool->free.empty()) {
-        vrkvar* cell = pool->free.back();
-        if (cell && !cell->constant &&
-            (cell->type == Tag::INT || cell->type == Tag::FLOAT ||
-             (cell->type == Tag::FUNCTION && cell->value.ptr == nullptr))) {
-            pool->free.pop_back();
-            ++pool->in_use;
-            if (cell->type == Tag::INT) cell->block = nullptr;
-            cell->type = Tag::INT;
-            cell->value.i = 0;
-            cell->aux = 0;
-            cell->attrs = 0;
-            return cell;
-        }
-    }
+    if (vrkvar* cell = take_blank_temp(b->temp_pool.get())) return cell;
     return take_temp(b);
+}
+
+// assign's path for a number into a cell holding a number of the same type
+// (neither constant nor typed), in line: the attribute mask, the hand-over of
+// a fresh result's bit, `aux` and `block` cleared, the value word copied. With
+// `kRetag` the destination may hold the other number type or VOID, whose
+// change of tag releases nothing and leaves the block word as it was. The
+// caller has checked the cells. With `kBlank` the destination is a blank temp
+// (take_temp: `attrs` and `aux` zero), whose mask and `aux` stay as they are.
+template <bool kRetag = false, bool kBlank = false>
+[[gnu::always_inline]] inline void copy_number(vrkvar* dst, vrkvar* src) {
+    if (!kBlank) dst->attrs &= attr::KEEP_MASK;
+    if (src->attrs & attr::FRESH_RESULT) [[unlikely]] {
+        src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
+        dst->attrs |= attr::OWNS_RESULT;
+    }
+    if (!kBlank) dst->aux = 0;
+    if (!kRetag || dst->type == src->type)
+        dst->block = nullptr;
+    else
+        dst->type = src->type;
+    dst->value = src->value;
 }
 
 // ---- stack handling (vm/stack_ops.cpp) --------------------------------------------------

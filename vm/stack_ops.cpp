@@ -132,11 +132,10 @@ void wrap_argument(vrkblock* b, const vrkinstr& ins) {
     slot = t;
     if (wraps_by_reference(b, ins, v)) {
         set_ref(t, v);
-    } else if (fast && v->type == Tag::INT && !(v->attrs & attr::FRESH_RESULT) &&
-               t->type == Tag::INT && !t->constant && !(t->flags & flag::FIXED_TYPE)) {
+    } else if (fast && v->type == Tag::INT && t->type == Tag::INT && !t->constant &&
+               !(t->flags & flag::FIXED_TYPE)) {
         // assign's own path for an integer into a blank INT temp.
-        t->block = nullptr;
-        t->value = v->value;
+        copy_number<false, true>(t, v);
     } else {
         assign(t, v, b);
     }

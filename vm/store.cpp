@@ -11,6 +11,7 @@
 #include "values/value_context.h"
 #include "vm/element_store.h"
 #include "vm/errors.h"
+#include "vm/fused_paths.h"
 #include "vm/ops.h"
 
 namespace vrk {
@@ -48,59 +49,16 @@ void store_value(vrkblock* b, vrkvar* dst, vrkvar* src) {
     checked_assign(b, dst, src);
 }
 
-// True when storing `src` into `dst` is a number into a number or VOID cell
-// under `assign`: both plain cells (no marker, no constant, no declared type,
-// no by-reference parameter), distinct, and the source no bound member function.
-[[gnu::always_inline]] inline bool plain_number_store(const vrkvar* dst, const vrkvar* src) {
-    if (is_marker(dst, kMarkerLimit) || is_marker(src, kMarkerLimit) || dst == src) return false;
-    if (src->type != Tag::INT && src->type != Tag::FLOAT) return false;
-    if (dst->type != Tag::INT && dst->type != Tag::FLOAT && dst->type != Tag::VOID) return false;
-    return dst->constant == 0 && (dst->flags & flag::FIXED_TYPE) == 0 &&
-           (dst->attrs & attr::BY_REF_PARAM) == 0 && (src->flags & flag::BOUND_OBJECT) == 0;
-}
-
-// What `assign` does for such a store: the attribute mask, the hand-over of a
-// fresh result, the value word. Into a number of the same type it also clears
-// the block word; into another tag it changes the tag, which leaves the block
-// word as it was (the type change of a number or VOID releases nothing).
-[[gnu::always_inline]] inline void store_number(vrkvar* dst, vrkvar* src) {
-    dst->attrs &= attr::KEEP_MASK;
-    const bool took_fresh = (src->attrs & attr::FRESH_RESULT) != 0;
-    if (took_fresh) src->attrs &= static_cast<uint16_t>(~attr::FRESH_RESULT);
-    dst->aux = 0;
-    if (dst->type == src->type)
-        dst->block = nullptr;
-    else
-        dst->type = src->type;
-    dst->value = src->value;
-    if (took_fresh) dst->attrs |= attr::OWNS_RESULT;
-}
-
-// SET of a number into a plain number variable, named by the instruction or
-// taken from the stack: the general store below comes down to the number copy
-// of `assign` and the same slots. False, with nothing changed, for anything else.
+// SET of a number into a plain number or VOID variable, named by the
+// instruction or taken from the stack, where the dispatch's own number store
+// (vm/fused_paths.h) is switched off or did not apply (a VOID destination, a
+// change of number type): the general store below comes down to the number
+// copy of `assign` and the same slots. False, with nothing changed, for
+// anything else.
 [[gnu::always_inline]] inline bool store_plain_number(vrkblock* b, const vrkinstr& ins) {
-    if (has_pending_index(b)) return false;
-    if (ins.arg >= 0) {
-        if (ins.ref == kRefMinusOne) return false;
-        vrkvar* dst = var_at(operand_block(ins), ins.arg);
-        vrkvar* src = top_slot(b);
-        if (!dst || !plain_number_store(dst, src)) return false;
-        store_number(dst, src);
-        top_slot(b) = dst;
-        return true;
-    }
+    if (ins.arg >= 0) return ins.ref != kRefMinusOne && fused::store_number<true>(b, ins);
     if (ins.arg != -1 && ins.arg != -2) return false;
-    const std::size_t depth = b->stack.size();
-    if (depth < 2) return false;
-    vrkvar* dst = b->stack[depth - 1];
-    vrkvar* src = b->stack[depth - 2];
-    if (!dst || !src || !plain_number_store(dst, src)) return false;
-    b->stack.pop_back();
-    store_number(dst, src);
-    top_slot(b) = dst;
-    if (ins.arg == -2) free_temp(b, src);
-    return true;
+    return fused::store_number_below<true>(b, ins.arg == -2);
 }
 
 }  // namespace

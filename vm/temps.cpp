@@ -11,42 +11,6 @@ namespace vrk {
 
 namespace {
 
-// Blanks a temp that holds no reference and at most a string, writing exactly
-// what the general reset to INT followed by the blanking of take_temp writes:
-// the tag INT, the value word, `aux` and `attrs` zero, and `block` cleared only
-// where the reset clears it (a reset INT to INT empties in place and clears it;
-// a change of tag leaves it). A temp's tag changes from step to step (a string
-// subscript, then a number, then a by-reference argument), and the general
-// reset decides all of that through the release of references and two
-// switches. False leaves the temp untouched for the general reset: a constant
-// temp, or one that holds a closure, an instance, an object or a container.
-bool blank_temp(vrkvar* cell) {
-    if (cell->constant) return false;
-    switch (cell->type) {
-        case Tag::INT: cell->block = nullptr; break;
-        case Tag::FLOAT:
-        case Tag::EXT:
-        case Tag::VOID:
-        case Tag::REF: break;
-        case Tag::FUNCTION:
-            // Only a closure record the cell owns needs releasing.
-            if (cell->value.closure &&
-                !(cell->attrs & (attr::SHARED_CLOSURE | attr::NATIVE_FUNCTION)))
-                return false;
-            break;
-        case Tag::STRING:
-        case Tag::ERR:
-            if (cell->value.str) string_free(cell->value.str);
-            break;
-        default: return false;
-    }
-    cell->type = Tag::INT;
-    cell->value.i = 0;
-    cell->aux = 0;
-    cell->attrs = 0;
-    return true;
-}
-
 // Every case the direct path of take_temp leaves: no pool yet, an empty free
 // list, a null entry, a temp that needs the general reset, or the direct
 // paths switched off. Kept out of line so that the common case needs no saved
@@ -81,14 +45,8 @@ bool blank_temp(vrkvar* cell) {
 }  // namespace
 
 vrkvar* take_temp(vrkblock* block) {
-    vrktemp_pool* temps = block->temp_pool.get();
-    if (temps && !temps->free.empty() && value_context().data_paths) {
-        vrkvar* cell = temps->free.back();
-        if (cell && blank_temp(cell)) {
-            temps->free.pop_back();
-            ++temps->in_use;
-            return cell;
-        }
+    if (value_context().data_paths) {
+        if (vrkvar* cell = take_blank_temp(block->temp_pool.get())) return cell;
     }
     return take_temp_general(block);
 }
