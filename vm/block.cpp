@@ -600,7 +600,7 @@ void block_renew(vrkblock* b, vrkengine* engine, vrklive_node node) {
     if (node)
         ctx.live_blocks.insert(std::move(node));
     else
-        ctx.live_blocks[b] = b->vars.get();
+        ctx.live_blocks.emplace(b, b->vars.get());
     ctx.trace_writer = &trace;
     install_block_hooks(ctx);
 }
