@@ -56,6 +56,33 @@ void blank(vrkvar* cell) {
     cell->block = nullptr;
 }
 
+// True for a cell whose value word is the whole value: a number, VOID, an EXT,
+// a reference, a function without a closure record, a class cell without a
+// block. Blanking it releases nothing.
+[[gnu::always_inline]] inline bool holds_nothing(const vrkvar* cell) {
+    switch (cell->type) {
+        case Tag::INT:
+        case Tag::FLOAT:
+        case Tag::VOID:
+        case Tag::EXT:
+        case Tag::REF: return true;
+        case Tag::FUNCTION: return cell->value.ptr == nullptr;
+        case Tag::CLASS: return cell->block == nullptr;
+        default: return false;
+    }
+}
+
+// What blank() comes to for a cell that holds nothing: every field zeroed.
+[[gnu::always_inline]] inline void zero_fields(vrkvar* cell) {
+    cell->type = Tag::INT;
+    cell->constant = 0;
+    cell->flags = 0;
+    cell->attrs = 0;
+    cell->value.i = 0;
+    cell->aux = 0;
+    cell->block = nullptr;
+}
+
 }  // namespace
 
 // ---- cells ----------------------------------------------------------------------------
@@ -128,20 +155,7 @@ void cells_free(std::vector<vrkvar*>& cells) {
         vrkvar* cell = slot;
         if (!cell) continue;
         slot = nullptr;
-        // A function without a closure record and a class cell without a
-        // block hold nothing either.
-        bool plain = false;
-        switch (cell->type) {
-            case Tag::INT:
-            case Tag::FLOAT:
-            case Tag::VOID:
-            case Tag::EXT:
-            case Tag::REF: plain = true; break;
-            case Tag::FUNCTION: plain = cell->value.ptr == nullptr; break;
-            case Tag::CLASS: plain = cell->block == nullptr; break;
-            default: break;
-        }
-        if (!pooled || !plain) {
+        if (!pooled || !holds_nothing(cell)) {
             // What releasing the payload runs may change the thread's hold
             // of the pools: asked again after it.
             cell_free(cell);
@@ -149,19 +163,23 @@ void cells_free(std::vector<vrkvar*>& cells) {
             continue;
         }
         // Nothing to release: blank comes down to zeroing the fields.
-        cell->type = Tag::INT;
-        cell->constant = 0;
-        cell->flags = 0;
-        cell->attrs = 0;
-        cell->value.i = 0;
-        cell->aux = 0;
-        cell->block = nullptr;
+        zero_fields(cell);
         if (!push(pool, cell)) {
             delete cell;
             count_cell_down();
         }
     }
     cells.clear();
+}
+
+void cells_blank(std::vector<vrkvar*>& cells) {
+    for (vrkvar* cell : cells) {
+        if (!cell) continue;
+        if (holds_nothing(cell))
+            zero_fields(cell);
+        else
+            blank(cell);
+    }
 }
 
 vrkelement* element_new() {

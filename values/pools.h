@@ -74,6 +74,10 @@ void cells_new(std::vector<vrkvar*>& out, std::size_t count);
 // Frees every cell of `cells` (null entries are skipped) as cell_free() would, and
 // leaves `cells` empty.
 void cells_free(std::vector<vrkvar*>& cells);
+// Brings every cell of `cells` back to the state of a fresh one (INT 0, every field
+// zero), releasing what it holds as cell_free() would, but keeps the cells in place:
+// the variables of a block kept for reuse. Call on the pool thread only.
+void cells_blank(std::vector<vrkvar*>& cells);
 
 // ---- payload records ------------------------------------------------------------
 std::string* string_new();

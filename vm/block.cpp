@@ -3,6 +3,7 @@
 #include "vm/block.h"
 
 #include <algorithm>
+#include <type_traits>
 #include <unordered_set>
 
 #include "base/context.h"
@@ -15,6 +16,9 @@
 #include "vm/run.h"
 
 namespace vrk {
+
+static_assert(std::is_same_v<vrklive_node, decltype(vrkvalue_context::live_blocks)::node_type>,
+              "a retired block keeps its entry of the live blocks");
 
 const char* const kClassSlotNames[kClassSlotCount] = {
     "constructor", "destructor", "opadd",    "opsub",  "opmult",
@@ -34,6 +38,12 @@ void mark_embedded_cells(vrkblock* b) {
     b->native_result.flags = flag::MOVABLE;
     b->native_result.attrs = attr::NO_REF_WRAP;
     b->scratch.flags = flag::MOVABLE;
+}
+
+// The registry's type of a block, worked out once.
+uint32_t block_type_hash() {
+    static const uint32_t hash = registry_type_hash<vrkblock>();
+    return hash;
 }
 
 // Enters the block into the set of live blocks. Making a block also installs
@@ -373,44 +383,129 @@ void fire_block_callbacks(vrkblock* b) {
     }
 }
 
-}  // namespace
+// A class's dead instances kept for reuse go with the class.
+void discard_spares(vrkblock* blueprint) {
+    if (!blueprint->class_data || blueprint->class_data->spares.empty()) return;
+    std::vector<vrkspare_block> spares = std::move(blueprint->class_data->spares);
+    blueprint->class_data->spares.clear();
+    for (vrkspare_block& spare : spares) block_delete(spare.block);
+}
 
-vrkblock::~vrkblock() {
-    ScriptLock lock;
-    if (destructing == 0) destructing = 1;
+// Everything but the retired block's memory and its variable cells back to
+// the state of a new block (the constructor's), for block_renew. The class
+// data keeps its allocation and the name's; the instance it becomes sets both.
+void reset_retired(vrkblock* b) {
+    b->engine = nullptr;
+    b->parent = nullptr;
+    b->caller = nullptr;
+    b->callee = nullptr;
+    b->waiting_on = nullptr;
+    b->member_owner = nullptr;
+    b->owner_transient = 0;
+    b->transient_element = nullptr;
+    b->mode = 0;
+    b->kind = 0;
+    b->suspended = 0;
+    b->params_bound = 0;
+    b->native = 0;
+    b->plain_args = 0;
+    b->is_function = 0;
+    b->is_loop_body = 0;
+    b->param_count = 0;
+    b->this_index = -1;
+    b->self_index = -1;
+    b->compiled = 0;
+    b->loop_signal = 0;
+    b->return_signal = 0;
+    b->bind_source = 0;
+    b->destructing = 0;
+    b->options = 0;
+    b->current_instruction = nullptr;
+    b->object_stack.reset();
+    b->copies.reset();
+    b->die_blocks.reset();
+    b->names_shared = 0;
+    b->scoped.reset();
+    b->shared_value.reset();
+    b->captures.reset();
+    b->params.clear();
+    b->bind_order = 0;
+    for (vrkvar* cell : {&b->result, &b->native_result, &b->scratch}) {
+        cell->type = Tag::INT;
+        cell->constant = 0;
+        cell->flags = 0;
+        cell->attrs = 0;
+        cell->value.i = 0;
+        cell->aux = 0;
+        cell->block = nullptr;
+    }
+    mark_embedded_cells(b);
+    b->completion.reset();
+    if (b->class_data) {
+        vrkclass_data& data = *b->class_data;
+        data.refs = 0;
+        data.cells.clear();
+        data.destructing = 0;
+        data.blueprint = nullptr;
+    }
+    b->self_cell = nullptr;
+    b->pending_index = -1;
+    b->compile_state_ptr = nullptr;
+    b->line_table.reset();
+    b->file_table.reset();
+    b->sleep_start = 0;
+    b->sleep_ms = 0;
+    b->resume_at = 0;
+    b->wait_mode = 0;
+    b->sleeping = 0;
+    b->running = 0;
+    b->hold = 0;
+    b->copies_checked = 0;
+    b->running_copies = 0;
+    b->running_copies_destroyed = 0;
+    b->copy_of = nullptr;
+    b->copy_position = 0;
+}
+
+// The ordered tear-down of a block: the body of its destructor. With `keep`
+// the block's memory and its variable cells (blank) stay for block_renew and
+// its entry of the live blocks is given back; the block is dead all the same.
+// Call with the script lock held.
+vrklive_node tear_down(vrkblock* b, bool keep) {
+    if (b->destructing == 0) b->destructing = 1;
     // Copies that outlive this block no longer report to it.
-    if (copies) {
-        for (vrkblock* c : *copies)
-            if (block_alive(c) && c->copy_of == this) c->copy_of = nullptr;
+    if (b->copies) {
+        for (vrkblock* c : *b->copies)
+            if (block_alive(c) && c->copy_of == b) c->copy_of = nullptr;
     }
 
     const bool short_paths = value_context().instance_paths;
-    clear_variable(&scratch, short_paths);
-    clear_variable(&native_result, short_paths);
-    clear_variable(&result, short_paths);
+    clear_variable(&b->scratch, short_paths);
+    clear_variable(&b->native_result, short_paths);
+    clear_variable(&b->result, short_paths);
 
     // Nothing may release this block again through a cell that still holds it.
-    if (class_data) {
-        for (vrkvar* cell : class_data->cells) {
+    if (b->class_data) {
+        for (vrkvar* cell : b->class_data->cells) {
             vrkvar* end = deref(cell);
-            if (end && end->type == Tag::CLASS && end->block == this) {
+            if (end && end->type == Tag::CLASS && end->block == b) {
                 end->type = Tag::INT;
                 end->value.i = 0;
                 end->block = nullptr;
             }
         }
-        class_data->cells.clear();
+        b->class_data->cells.clear();
     }
 
-    if (busy()) stop_run(this, true);
-    run_cleanup(this);
-    if (params_bound && !params.empty()) return_displaced_params(this);
+    if (b->busy()) stop_run(b, true);
+    run_cleanup(b);
+    if (b->params_bound && !b->params.empty()) return_displaced_params(b);
 
     // Values are released before any cell is freed and before the children
     // go: releasing a value can run a script destructor, which may still read
     // a cell of this block or of a child (an instance held inside the class
     // that made it refers to the class's cells).
-    for (vrkvar* cell : *vars) {
+    for (vrkvar* cell : *b->vars) {
         if (!cell) {
             log().log("empty varptr????");
             continue;
@@ -418,57 +513,96 @@ vrkblock::~vrkblock() {
         clear_variable(cell, short_paths);
     }
 
-    fire_block_callbacks(this);
+    fire_block_callbacks(b);
 
-    if (children) {
-        bool checked = context().debug_info || destructing == 2;
-        for (vrkblock* child : *children) {
+    if (b->children) {
+        bool checked = context().debug_info || b->destructing == 2;
+        for (vrkblock* child : *b->children) {
             if (checked && !block_alive(child)) {
                 log().log("invalid block!");
                 continue;
             }
             block_delete(child);
         }
-        children.reset();
+        b->children.reset();
     }
 
     // What the children's destructors stored here meanwhile goes the same way.
-    for (vrkvar* cell : *vars)
+    for (vrkvar* cell : *b->vars)
         if (cell) clear_variable(cell, short_paths);
-    if ((kind & kind::CLASS) && !(kind & kind::INSTANCE)) detach_instances(this);
-    if (short_paths) {
-        cells_free(*vars);
+    if ((b->kind & kind::CLASS) && !(b->kind & kind::INSTANCE)) {
+        detach_instances(b);
+        discard_spares(b);
+    }
+    if (keep) {
+        cells_blank(*b->vars);
+    } else if (short_paths) {
+        cells_free(*b->vars);
     } else {
-        for (vrkvar*& cell : *vars) {
+        for (vrkvar*& cell : *b->vars) {
             if (cell) cell_free(cell);
             cell = nullptr;
         }
-        vars->clear();
+        b->vars->clear();
     }
 
-    free_code_operands(code);
-    code.clear();
-    if (engine) {
-        engine_block_destroyed(engine, this);
+    free_code_operands(b->code);
+    b->code.clear();
+    if (b->engine) {
+        engine_block_destroyed(b->engine, b);
     }
 
     // Temporaries are owned by the pool of this block.
-    if (temp_pool) {
-        for (vrkvar* t : temp_pool->all) {
+    if (b->temp_pool) {
+        for (vrkvar* t : b->temp_pool->all) {
             if (t) cell_free(t);
         }
-        temp_pool.reset();
+        b->temp_pool.reset();
     }
-    callblocks.clear();
-    stack.clear();
-    names.reset();
-    if (code_text && !text_shared) string_free(code_text);
-    code_text = nullptr;
-    if (full_source && !source_shared) string_free(full_source);
-    full_source = nullptr;
+    b->callblocks.clear();
+    b->stack.clear();
+    b->names.reset();
+    if (b->code_text && !b->text_shared) string_free(b->code_text);
+    b->code_text = nullptr;
+    b->text_shared = 0;
+    if (b->full_source && !b->source_shared) string_free(b->full_source);
+    b->full_source = nullptr;
+    b->source_shared = 0;
     vrkvalue_context& ctx = value_context();
-    ctx.live_blocks.erase(this);
-    ++ctx.blocks_destroyed;
+    vrklive_node node;
+    if (keep) {
+        node = ctx.live_blocks.extract(b);
+        registry_remove(b);
+        reset_retired(b);
+        ++ctx.blocks_destroyed;
+    } else if (ctx.live_blocks.erase(b) != 0) {
+        ++ctx.blocks_destroyed;
+    }
+    return node;
+}
+
+}  // namespace
+
+// A retired block that goes for good passes through here a second time: as
+// it is out of the live blocks already, it is not counted again.
+vrkblock::~vrkblock() {
+    ScriptLock lock;
+    tear_down(this, false);
+}
+
+vrklive_node block_retire(vrkblock* b) { return tear_down(b, true); }
+
+void block_renew(vrkblock* b, vrkengine* engine, vrklive_node node) {
+    b->engine = engine;
+    registry_add(b);
+    registry_set_type(b, block_type_hash());
+    vrkvalue_context& ctx = value_context();
+    if (node)
+        ctx.live_blocks.insert(std::move(node));
+    else
+        ctx.live_blocks.emplace(b, b->vars.get());
+    ctx.trace_writer = &trace;
+    install_block_hooks(ctx);
 }
 
 }  // namespace vrk

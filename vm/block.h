@@ -22,6 +22,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -66,6 +67,16 @@ inline constexpr uint32_t kClassSlotCount = 9;
 // Names of the reserved slots, in slot order.
 extern const char* const kClassSlotNames[kClassSlotCount];
 
+// The entry of a block in the map of live blocks, taken out whole so that it
+// can go back in without an allocation (the map's own node type).
+using vrklive_node = std::unordered_map<const vrkblock*, std::vector<vrkvar*>*>::node_type;
+
+// A dead instance its class keeps for its next instance (vm/instances.h).
+struct vrkspare_block {
+    vrkblock* block = nullptr;  // torn down (block_retire): dead to every test, cells blank
+    vrklive_node node;          // its entry of the map of live blocks, for block_renew
+};
+
 // Instance data of a class or instance block.
 struct vrkclass_data {
     int32_t refs = 0;                   // counting cells that hold this instance
@@ -73,6 +84,7 @@ struct vrkclass_data {
     std::unique_ptr<std::string> name;  // class name, lazy
     uint8_t destructing = 0;            // the script destructor has been started
     vrkblock* blueprint = nullptr;  // of an instance: the class it was made from, while that lives
+    std::vector<vrkspare_block> spares;  // of a class: dead instances kept for reuse
 };
 
 // Callbacks the scheduler drives for a suspended block.
@@ -251,6 +263,18 @@ void end_running(vrkblock* b);
 vrkblock* block_new(vrkengine* engine);
 vrkblock* block_new(vrkengine* engine, const std::string& text);
 void block_delete(vrkblock* b);
+
+// Reuse of a dead block (class instances, vm/instances.h). block_retire tears
+// `b` down exactly as block_delete would (its values released, destructors
+// run, callbacks fired, the engine told, the block counted as destroyed and
+// taken out of the live blocks and the registry) but keeps its memory and its
+// variable cells, blank, and gives back its entry of the map of live blocks.
+// Call both only on the pool thread, with the script lock held. block_renew makes such a block live again as
+// block_new(engine) makes one (a new registry id, so old handles stay dead),
+// except that its variables keep their blank cells. A retired block that is
+// not renewed goes by block_delete.
+vrklive_node block_retire(vrkblock* b);
+void block_renew(vrkblock* b, vrkengine* engine, vrklive_node node);
 
 // Hook the front end installs so that set_source can split source text into
 // child blocks; without one the text is only stored.

@@ -241,10 +241,19 @@ void run_constructor(vrkblock* instance, vrkblock* ctor, vrkvar* cell, vrkblock*
 
 namespace {
 
-// clone_block for a source known to be alive.
-vrkblock* copy_live_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path) {
-    ScriptLock lock;
-    vrkblock* copy = block_new(source->engine);
+// clone_block for a source known to be alive; call with the script lock
+// held. `spare`, when given, is a renewed block (block_renew) to fill instead
+// of a new one: its variables hold blank cells, as many as the source has,
+// which the direct copy fills in place.
+vrkblock* copy_live_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path,
+                          vrkblock* spare = nullptr) {
+    vrkblock* copy = spare ? spare : block_new(source->engine);
+    bool cells_ready = spare != nullptr;
+    if (cells_ready && (copy->vars->size() != source->vars->size() || as_copy ||
+                        path != CopyPath::direct || !block_image().copy_through_record)) {
+        cells_free(*copy->vars);
+        cells_ready = false;
+    }
     copy->code_text = source->code_text;
     copy->text_shared = source->code_text ? 1 : 0;
     copy->full_source = source->full_source;
@@ -259,8 +268,11 @@ vrkblock* copy_live_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyP
     // whichever way it would have been made.
     if (auto through_record = block_image().copy_through_record) {
         const bool direct = !as_copy && path == CopyPath::direct &&
-                            copy_data_directly(source, copy);
-        if (!direct) through_record(source, copy, as_copy);
+                            copy_data_directly(source, copy, cells_ready);
+        if (!direct) {
+            if (cells_ready) cells_free(*copy->vars);
+            through_record(source, copy, as_copy);
+        }
     }
     share_with_source(source, copy, true);
     restore_parameters(source, copy);
@@ -288,10 +300,23 @@ vrkblock* copy_live_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyP
     return copy;
 }
 
+// A dead instance of `blueprint` made live again for its next instance, or
+// null (none kept, or the short paths are off).
+vrkblock* renewed_spare(vrkblock* blueprint) {
+    if (!value_context().instance_paths || !blueprint->class_data) return nullptr;
+    std::vector<vrkspare_block>& spares = blueprint->class_data->spares;
+    if (spares.empty()) return nullptr;
+    vrkspare_block spare = std::move(spares.back());
+    spares.pop_back();
+    block_renew(spare.block, blueprint->engine, std::move(spare.node));
+    return spare.block;
+}
+
 }  // namespace
 
 vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath path) {
     if (!block_alive(source)) return nullptr;
+    ScriptLock lock;
     return copy_live_block(source, owner, as_copy, path);
 }
 
@@ -340,6 +365,7 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
                 log().log("over 1000 copy instances for function block!");
                 log().log("Source: %s\n", source_text(source));
             }
+            ScriptLock lock;
             chosen = copy_live_block(source, nullptr, true, CopyPath::direct);
             if (!chosen) return nullptr;
             std::vector<vrkblock*>& list = live_copies(source);
@@ -370,7 +396,8 @@ void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller) {
 vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
     ScriptLock lock;
     if (!dest || !block_alive(blueprint)) return nullptr;
-    vrkblock* instance = copy_live_block(blueprint, kNoOwner, false, CopyPath::direct);
+    vrkblock* instance = copy_live_block(blueprint, kNoOwner, false, CopyPath::direct,
+                                         renewed_spare(blueprint));
     if (!instance) return nullptr;
 
     if (!blueprint->is_class_or_instance()) {
@@ -391,8 +418,15 @@ vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
 
     vrkclass_data& data = instance->get_class_data();
     data.blueprint = blueprint;
-    if (blueprint->class_data && blueprint->class_data->name)
-        data.name = std::make_unique<std::string>(*blueprint->class_data->name);
+    if (blueprint->class_data && blueprint->class_data->name) {
+        // A renewed block keeps the record of its last name.
+        if (data.name)
+            *data.name = *blueprint->class_data->name;
+        else
+            data.name = std::make_unique<std::string>(*blueprint->class_data->name);
+    } else {
+        data.name.reset();
+    }
 
     reset(dest, Tag::INT);
     dest->type = Tag::CLASS;

@@ -63,7 +63,10 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy,
 // the saved record's data-only form would. False, with `copy` untouched, when
 // the data holds what only the record carries (objects, lists or sets in a
 // constant, live `die` functions, an extern name, arguments being bound).
-bool copy_data_directly(vrkblock* source, vrkblock* copy);
+// With `cells_ready` the variables of `copy` already hold as many blank cells
+// as `source` has (a renewed block), which are filled in place; only with the
+// instance paths on.
+bool copy_data_directly(vrkblock* source, vrkblock* copy, bool cells_ready = false);
 
 // A block to run the function of `function_cell` in: the function's own block
 // when it is idle (unless `force`), else an idle copy, else a new copy. The

@@ -247,8 +247,8 @@ void settle_this_and_self(vrkblock* b) {
 
 }  // namespace
 
-bool copy_data_directly(vrkblock* source, vrkblock* copy) {
-    const bool short_paths = value_context().instance_paths;
+bool copy_data_directly(vrkblock* source, vrkblock* copy, bool cells_ready) {
+    const bool short_paths = value_context().instance_paths || cells_ready;
     std::array<Form, kKeptForms> forms;
     if (!copyable(source, short_paths ? forms.data() : nullptr)) return false;
     copy->compiled = source->compiled;
@@ -264,9 +264,11 @@ bool copy_data_directly(vrkblock* source, vrkblock* copy) {
     copy->self_index = source->self_index;
 
     const std::size_t count = source->vars->size();
-    const std::size_t first = copy->vars->size();
-    copy->vars->reserve(first + count);
-    if (short_paths) cells_new(*copy->vars, count);
+    const std::size_t first = cells_ready ? 0 : copy->vars->size();
+    if (!cells_ready) {
+        copy->vars->reserve(first + count);
+        if (short_paths) cells_new(*copy->vars, count);
+    }
     for (std::size_t i = 0; i < count; ++i) {
         const Form* form = short_paths && i < kKeptForms ? &forms[i] : nullptr;
         copy_variable(source, copy, i, first + i, form, short_paths);

@@ -7,6 +7,7 @@
 #include "base/script_lock.h"
 #include "values/cell.h"
 #include "values/error_report.h"
+#include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/copies.h"
 #include "vm/run.h"
@@ -30,6 +31,49 @@ void blank(vrkvar* cell) {
     cell->attrs &= static_cast<uint16_t>(~attr::INSTANCE_CELL);
 }
 
+// Most dead instances a class keeps for reuse.
+constexpr std::size_t kKeptInstances = 8;
+
+// True when the dead instance `block` may be kept by its class: a plain
+// instance (data only: no code, children, copies, `die` functions or pending
+// run) of a class that still lives and keeps fewer than kKeptInstances, with
+// as many variables as the class, on the pool thread.
+bool keepable(const vrkblock* block) {
+    if (!value_context().instance_paths) return false;
+    if (block->kind != (kind::INSTANCE | kind::COPY) || !block->class_data) return false;
+    const vrkblock* blueprint = block->class_data->blueprint;
+    if (!blueprint || !blueprint->class_data ||
+        blueprint->class_data->spares.size() >= kKeptInstances)
+        return false;
+    if (block->vars->size() != blueprint->vars->size() || !block->code.empty()) return false;
+    if ((block->children && !block->children->empty()) ||
+        (block->copies && !block->copies->empty()) || block->die_blocks || block->completion ||
+        block->params_bound || block->busy())
+        return false;
+    return pool_thread();
+}
+
+// The end of an instance whose destructor has run (or that has none): its
+// block is deleted, or torn down the same way and kept by its class for the
+// next instance (vm/copies.h, copyConstruct).
+void dispose(vrkblock* block) {
+    if (!keepable(block)) {
+        block_delete(block);
+        return;
+    }
+    vrkblock* blueprint = block->class_data->blueprint;
+    const vrkblock_handle held = vrkblock_handle::of(blueprint);
+    vrklive_node node = block_retire(block);
+    // The tear-down may run script code (destructors of what the instance
+    // held): the class may have gone meanwhile, or filled its list.
+    if (registry_get(held.index, held.id) != blueprint ||
+        blueprint->class_data->spares.size() >= kKeptInstances) {
+        block_delete(block);
+        return;
+    }
+    blueprint->class_data->spares.push_back({block, std::move(node)});
+}
+
 // Runs the script destructor of an instance whose last holder let go, then
 // deletes the instance. Returns false when the destructor reference was invalid.
 bool destroy_instance(vrkblock* block, vrkblock* caller, uint16_t attrs) {
@@ -45,7 +89,7 @@ bool destroy_instance(vrkblock* block, vrkblock* caller, uint16_t attrs) {
         block->vars->size() > static_cast<std::size_t>(ClassSlot::destructor))
         d = (*block->vars)[static_cast<std::size_t>(ClassSlot::destructor)];
     if (!d || d->type == Tag::VOID || (attrs & attr::NO_DESTRUCTOR)) {
-        block_delete(block);
+        dispose(block);
         return true;
     }
     vrkvar* fn = deref(d);
@@ -102,7 +146,7 @@ bool destroy_instance(vrkblock* block, vrkblock* caller, uint16_t attrs) {
         };
         return true;
     }
-    block_delete(block);
+    dispose(block);
     return true;
 }
 

@@ -17,6 +17,7 @@
 
 #include "support/fast_paths.h"
 #include "values/value_context.h"
+#include "vm/block.h"
 
 namespace vrk {
 namespace {
@@ -105,6 +106,123 @@ TEST_F(VmInstancesTest, StepBudgetStopsAtTheSameInstruction) {
         "class P = { v = 0; constructor(n) { this.v = n; } add(n) { this.v = this.v + n; } };"
         "t = 0; for (i = 0; i < 3; i++) { p = P(i); p.add(2); t = t + p.v; } print(t);";
     for (uint64_t budget = 1; budget < 260; ++budget) expect_same(text, budget);
+}
+
+// Dead instances kept by their class and reused for the next instance: a
+// destructor on every release, instances in arrays and in the root, one let
+// go while a method of it runs, one let go by its own destructor's store,
+// hidden variables, constants, a nested class, instances of two classes in
+// turn, and more dead instances at once than a class keeps.
+const char* const kReuse =
+    "class Node = { LIMIT = 10; id = 0; seen = LIMIT * 2; tags = [1]; text = \"t\";"
+    " class Leaf = { w = 5; };"
+    " constructor(n) { this.id = n; this.tags[0] = n; this.text = this.text + n; }"
+    " destructor() { print(\"bye\", this.id, this.text); }"
+    " release(#h) { h = 0; m = Node(this.id + 1); print(\"released\", this.id, m.id); }"
+    " grow() { this.seen = this.seen + 1; return this.seen; } };"
+    "class Other = { x = 1; constructor(v) { this.x = v; } };"
+    "for (i = 0; i < 4; i++) { n = Node(i); o = Other(i); print(n.grow(), n.tags[0], o.x); }"
+    "list = []; for (i = 0; i < 12; i++) { list[i] = Node(i + 100); }"
+    "list = 0; for (i = 0; i < 3; i++) { n = Node(i + 200); print(n.seen, n.LIMIT, n.text); }"
+    "holder = Node(300); holder.release(holder); print(holder); n = Node(7);"
+    "print(n.id, n.text); n = 0; o = 0; print(\"end\")";
+
+TEST_F(VmInstancesTest, ReusedInstancesAreTheSame) {
+    const outcome fast = expect_same(kReuse);
+    ASSERT_GE(fast.printed.size(), 4u);
+    EXPECT_EQ(std::vector<std::string>(fast.printed.begin(), fast.printed.begin() + 7),
+              (std::vector<std::string>{"21", "0", "0", "bye", "0", "t0", "21"}));
+    EXPECT_EQ(fast.printed.size(), 88u);
+    EXPECT_EQ(fast.printed.back(), "end");
+}
+
+// The block of a released instance serves the next instance of its class,
+// and nothing that knew the old instance sees the new one as it: a handle of
+// the old one resolves to nothing, the count of destroyed blocks has moved,
+// the new one has a new registry id, and its fields are those of a new block.
+TEST_F(VmInstancesTest, ReusedBlockIsNewToEveryTest) {
+    vrkblock* root = parse(
+        "class K = { a = 1; B = 2; name = \"k\"; };"
+        "c = K(); d = K(); d.a = 1;");
+    ASSERT_NE(root, nullptr);
+    run(root, nullptr, 0, nullptr);
+    vrkvar* c = root->find_var("c");
+    vrkvar* d = root->find_var("d");
+    ASSERT_TRUE(c && d && c->type == Tag::CLASS && d->type == Tag::CLASS);
+    vrkblock* first = c->block;
+    vrkblock* fresh = d->block;
+    const vrkblock_handle old = vrkblock_handle::of(first);
+    const uint32_t old_id = first->registry_id;
+    const uint64_t destroyed = value_context().blocks_destroyed;
+
+    reset(c, Tag::INT);  // the last holder lets go: the block is kept
+    EXPECT_EQ(old.get(), nullptr);
+    EXPECT_FALSE(block_alive(first));
+    EXPECT_GT(value_context().blocks_destroyed, destroyed);
+
+    // A copy of the class cell makes the next instance.
+    vrkvar* e = root->declare_var("e");
+    vrkvar* k = root->find_var("K");
+    ASSERT_NE(k, nullptr);
+    assign(e, k, root);
+    ASSERT_EQ(e->type, Tag::CLASS);
+    vrkblock* reused = e->block;
+    EXPECT_EQ(reused, first) << "the kept block is taken again";
+    EXPECT_TRUE(block_alive(reused));
+    EXPECT_EQ(old.get(), nullptr) << "an old handle stays dead";
+    EXPECT_NE(reused->registry_id, old_id);
+    EXPECT_EQ(vrkblock_handle::of(reused).get(), reused);
+    // Field by field as a block made new for the same class.
+    EXPECT_EQ(reused->kind, fresh->kind);
+    EXPECT_EQ(reused->vars->size(), fresh->vars->size());
+    EXPECT_EQ(reused->names, fresh->names);
+    EXPECT_EQ(reused->code_text, fresh->code_text);
+    EXPECT_EQ(reused->parent, fresh->parent);
+    EXPECT_EQ(reused->engine, fresh->engine);
+    EXPECT_EQ(reused->this_index, fresh->this_index);
+    EXPECT_EQ(reused->self_index, fresh->self_index);
+    EXPECT_EQ(reused->param_count, fresh->param_count);
+    EXPECT_EQ(reused->destructing, 0);
+    EXPECT_EQ(reused->children == nullptr, fresh->children == nullptr);
+    EXPECT_EQ(reused->copies == nullptr, fresh->copies == nullptr);
+    ASSERT_TRUE(reused->class_data && fresh->class_data);
+    EXPECT_EQ(reused->class_data->refs, fresh->class_data->refs);
+    EXPECT_EQ(reused->class_data->cells.size(), fresh->class_data->cells.size());
+    EXPECT_EQ(reused->class_data->blueprint, fresh->class_data->blueprint);
+    EXPECT_EQ(reused->class_data->destructing, 0);
+    for (std::size_t i = 0; i < reused->vars->size(); ++i) {
+        const vrkvar* r = (*reused->vars)[i];
+        const vrkvar* f = (*fresh->vars)[i];
+        EXPECT_EQ(r->type, f->type) << i;
+        EXPECT_EQ(r->constant, f->constant) << i;
+        EXPECT_EQ(r->flags, f->flags) << i;
+        EXPECT_EQ(r->attrs, f->attrs) << i;
+        if (r->type == Tag::REF) {
+            EXPECT_EQ(r->value.ref, f->value.ref) << i;
+        }
+    }
+}
+
+// The kept blocks go with their class (the script that made it goes while
+// one instance still lives elsewhere and one is kept); the instance that
+// outlives its class is then deleted when let go, not kept.
+TEST_F(VmInstancesTest, KeptInstancesGoWithTheirClass) {
+    vrkblock* root = parse(
+        "class K = { a = 1; destructor() { print(\"bye\", this.a); } };"
+        "c = K(); c.a = 2; c = K(); c.a = 3;");
+    ASSERT_NE(root, nullptr);
+    run(root, nullptr, 0, nullptr);
+    vrkvar* c = root->find_var("c");
+    ASSERT_TRUE(c && c->type == Tag::CLASS);
+    vrkvar* outside = cell_new(Tag::INT);
+    assign(outside, c, nullptr);
+    const vrkblock_handle survivor = vrkblock_handle::of(c->block);
+    parsers.clear();  // the script and its class go; the kept block with it
+    ASSERT_NE(survivor.get(), nullptr);
+    EXPECT_EQ(survivor.get()->class_data->blueprint, nullptr);
+    cell_free(outside);  // no destructor: the class that had it is gone
+    EXPECT_EQ(survivor.get(), nullptr);
+    EXPECT_EQ(printed, (std::vector<std::string>{"bye", "2"}));
 }
 
 }  // namespace
