@@ -430,15 +430,7 @@ void reset_retired(vrkblock* b) {
     b->captures.reset();
     b->params.clear();
     b->bind_order = 0;
-    for (vrkvar* cell : {&b->result, &b->native_result, &b->scratch}) {
-        cell->type = Tag::INT;
-        cell->constant = 0;
-        cell->flags = 0;
-        cell->attrs = 0;
-        cell->value.i = 0;
-        cell->aux = 0;
-        cell->block = nullptr;
-    }
+    for (vrkvar* cell : {&b->result, &b->native_result, &b->scratch}) *cell = vrkvar{};
     mark_embedded_cells(b);
     b->completion.reset();
     if (b->class_data) {
