@@ -101,18 +101,12 @@ vrkblock* idle_copy_in_line(vrkblock* block, vrkvar* fn) {
     const uint64_t destroyed = value_context().blocks_destroyed;
     if (block->copies_checked != destroyed || block->running_copies_destroyed != destroyed)
         return nullptr;
-    const std::vector<vrkblock*>& copies = *block->copies;
-    std::size_t leading = block->running_copies;
-    for (std::size_t i = leading; i < copies.size(); ++i) {
-        vrkblock* copy = copies[i];
-        if (!copy->busy()) {
-            block->running_copies = static_cast<uint32_t>(leading);
-            if (fn->value.ptr) load_closure(fn, copy);
-            return copy;
-        }
-        if (leading == i && copy->running && !copy->native) leading = i + 1;
-    }
-    return nullptr;
+    std::size_t leading = 0;
+    vrkblock* copy = first_idle_copy(*block->copies, block->running_copies, leading);
+    if (!copy) return nullptr;
+    block->running_copies = static_cast<uint32_t>(leading);
+    if (fn->value.ptr) load_closure(fn, copy);
+    return copy;
 }
 
 // Gives the callblocks temp of the finished call back.

@@ -320,6 +320,17 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyPath 
     return copy_live_block(source, owner, as_copy, path);
 }
 
+vrkblock* first_idle_copy(const std::vector<vrkblock*>& copies, std::size_t from,
+                          std::size_t& leading) {
+    leading = from;
+    for (std::size_t i = from; i < copies.size(); ++i) {
+        vrkblock* c = copies[i];
+        if (!c->busy()) return c;
+        if (leading == i && c->running && !c->native) leading = i + 1;
+    }
+    return nullptr;
+}
+
 vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool source_alive) {
     vrkblock* source = block;
     if (function_cell) {
@@ -349,15 +360,8 @@ vrkblock* get_instance(vrkblock* block, vrkvar* function_cell, bool force, bool 
         std::size_t from = 0;
         if (source->running_copies_destroyed == value_context().blocks_destroyed)
             from = std::min<std::size_t>(source->running_copies, copies.size());
-        std::size_t leading = from;
-        for (std::size_t i = from; i < copies.size(); ++i) {
-            vrkblock* c = copies[i];
-            if (!c->busy()) {
-                chosen = c;
-                break;
-            }
-            if (leading == i && c->running && !c->native) leading = i + 1;
-        }
+        std::size_t leading = 0;
+        chosen = first_idle_copy(copies, from, leading);
         source->running_copies = static_cast<uint32_t>(leading);
         source->running_copies_destroyed = value_context().blocks_destroyed;
         if (!chosen) {

@@ -22,6 +22,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace vrk {
 
@@ -67,6 +68,13 @@ vrkblock* clone_block(vrkblock* source, vrkblock* owner, bool as_copy,
 // as `source` has (a renewed block), which are filled in place; only with the
 // instance paths on.
 bool copy_data_directly(vrkblock* source, vrkblock* copy, bool cells_ready = false);
+
+// The first copy at or after position `from` of `copies` that is not busy, or
+// null. `leading` comes back as the count of copies at the front known to be
+// running (a recursion keeps one per level): the search starts there next
+// time.
+vrkblock* first_idle_copy(const std::vector<vrkblock*>& copies, std::size_t from,
+                          std::size_t& leading);
 
 // A block to run the function of `function_cell` in: the function's own block
 // when it is idle (unless `force`), else an idle copy, else a new copy. The

@@ -378,14 +378,7 @@ template <bool kRetag = false>
         free_temp(b, top_slot(b));
         b->member_owner = nullptr;
         b->owner_transient = 0;
-        vrkvar* arg = top_slot(b);
-        if (callee->native) {
-            b->params.push_back(arg);
-        } else {
-            vrkvar*& slot = (*callee->vars)[static_cast<std::size_t>(code[pos + 1].arg)];
-            b->params.push_back(slot);
-            slot = arg;
-        }
+        bind_parameter(b, callee, code[pos + 1].arg, top_slot(b));
     }
     if (b->object_stack && b->object_stack->size() > 1) b->object_stack->pop_back();
     steps -= length - 1;

@@ -253,6 +253,21 @@ Flow call(run_state& rs, const vrkinstr& ins);
 // EXTERNAL, the one instruction of a native block.
 Flow external(run_state& rs, const vrkinstr& ins);
 
+// Binds `arg` as the variable `index` (which exists) of `callee`: a native
+// callee collects it in the caller's `params`; a script callee's variable is
+// swapped for it, and the displaced pointer kept in `params` goes back after
+// the call.
+[[gnu::always_inline]] inline void bind_parameter(vrkblock* b, vrkblock* callee, int64_t index,
+                                                  vrkvar* arg) {
+    if (callee->native) {
+        b->params.push_back(arg);
+        return;
+    }
+    vrkvar*& slot = (*callee->vars)[static_cast<std::size_t>(index)];
+    b->params.push_back(slot);
+    slot = arg;
+}
+
 // SET with `ref` -1 and a variable index: the binding of one argument into the
 // function of the call being prepared, as store does it for a plain function
 // cell in `callblocks` (a native callee collects the argument, a script callee
@@ -267,14 +282,7 @@ Flow external(run_state& rs, const vrkinstr& ins);
     if (!has_var(callee, ins.arg)) return false;
     b->member_owner = nullptr;
     b->owner_transient = 0;
-    vrkvar* arg = top_slot(b);
-    if (callee->native) {
-        b->params.push_back(arg);
-        return true;
-    }
-    vrkvar*& slot = (*callee->vars)[static_cast<std::size_t>(ins.arg)];
-    b->params.push_back(slot);
-    slot = arg;
+    bind_parameter(b, callee, ins.arg, top_slot(b));
     return true;
 }
 

@@ -28,16 +28,6 @@ vrkblock* callee_in_preparation(vrkblock* b) {
     return cell->block;
 }
 
-void bind_parameter(vrkblock* b, vrkblock* callee, int64_t index, vrkvar* arg) {
-    if (callee->native) {
-        b->params.push_back(arg);
-        return;
-    }
-    vrkvar*& slot = (*callee->vars)[static_cast<std::size_t>(index)];
-    b->params.push_back(slot);
-    slot = arg;
-}
-
 // A store with no pending index. Storing the erase constant into an object
 // handle lets the object go.
 void store_value(vrkblock* b, vrkvar* dst, vrkvar* src) {
