@@ -1,8 +1,15 @@
 // The line editor through libedit, or plain reads when stdin is no terminal.
+//
+// libedit (and the terminal libraries it needs) is opened with dlopen the
+// first time a prompt opens at a terminal, not linked: a run without a prompt,
+// which is nearly every run, does not pay for loading and binding four more
+// shared libraries at start-up. Without the library the prompt reads plain
+// lines, as it does when standard input is no terminal.
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <histedit.h>
@@ -19,6 +26,56 @@ namespace {
 
 // Lines the history keeps.
 constexpr int kHistorySize = 1000;
+
+// The libedit entries the editor uses, looked up in the library once.
+struct Libedit {
+    EditLine* (*init)(const char*, FILE*, FILE*, FILE*);  // el_init
+    int (*set)(EditLine*, int, ...);                      // el_set
+    int (*get)(EditLine*, int, ...);                      // el_get
+    const char* (*gets)(EditLine*, int*);                 // el_gets
+    const LineInfo* (*line)(EditLine*);                   // el_line
+    int (*source)(EditLine*, const char*);                // el_source
+    void (*end)(EditLine*);                               // el_end
+    History* (*history_init)();                           // history_init
+    int (*history)(History*, HistEvent*, int, ...);       // history
+    void (*history_end)(History*);                        // history_end
+};
+
+// Looks one entry up; false when it is missing.
+template <typename F>
+bool find_entry(void* library, const char* name, F& out) {
+    void* entry = ::dlsym(library, name);
+    if (!entry) return false;
+    out = reinterpret_cast<F>(entry);
+    return true;
+}
+
+// The library's entries, or null when it cannot be opened (the library stays
+// loaded for the life of the process once it was found).
+const Libedit* libedit() {
+    static const Libedit* const loaded = []() -> const Libedit* {
+        void* library = ::dlopen("libedit.so.2", RTLD_NOW | RTLD_LOCAL);
+        if (!library) library = ::dlopen("libedit.so", RTLD_NOW | RTLD_LOCAL);
+        if (!library) return nullptr;
+        static Libedit entries{};
+        const bool all = find_entry(library, "el_init", entries.init) &&
+                         find_entry(library, "el_set", entries.set) &&
+                         find_entry(library, "el_get", entries.get) &&
+                         find_entry(library, "el_gets", entries.gets) &&
+                         find_entry(library, "el_line", entries.line) &&
+                         find_entry(library, "el_source", entries.source) &&
+                         find_entry(library, "el_end", entries.end) &&
+                         find_entry(library, "history_init", entries.history_init) &&
+                         find_entry(library, "history", entries.history) &&
+                         find_entry(library, "history_end", entries.history_end);
+        if (!all) {
+            ::dlclose(library);
+            return nullptr;
+        }
+        return &entries;
+    }();
+    return loaded;
+}
 
 // Ctrl-C reaches the reader in two ways. While the editor reads, the terminal
 // is in its raw mode but still turns Ctrl-C into SIGINT; between reads (while a
@@ -106,7 +163,7 @@ int read_character(EditLine* el, wchar_t* out) {
                 return -1;
             }
             if (b == 0x00) {
-                const LineInfo* line = ::el_line(el);
+                const LineInfo* line = libedit()->line(el);
                 if (line->buffer == line->lastchar) return 0;
                 continue;
             }
@@ -129,24 +186,25 @@ int read_character(EditLine* el, wchar_t* out) {
 
 class LibeditEditor final : public LineEditor {
 public:
-    explicit LibeditEditor(std::string path) : historyPath(std::move(path)) {
-        history = ::history_init();
-        ::history(history, &event, H_SETSIZE, kHistorySize);
-        ::history(history, &event, H_SETUNIQUE, 1);
-        if (!historyPath.empty()) ::history(history, &event, H_LOAD, historyPath.c_str());
-        editor = ::el_init("vorka", stdin, stdout, stderr);
-        ::el_set(editor, EL_EDITOR, "emacs");
-        ::el_set(editor, EL_HIST, ::history, history);
-        ::el_set(editor, EL_CLIENTDATA, this);
-        ::el_set(editor, EL_PROMPT, prompt_text);
-        ::el_set(editor, EL_GETCFN, read_character);
-        ::el_source(editor, nullptr);  // the user's ~/.editrc, if any
+    LibeditEditor(const Libedit& library, std::string path)
+        : lib(library), historyPath(std::move(path)) {
+        history = lib.history_init();
+        lib.history(history, &event, H_SETSIZE, kHistorySize);
+        lib.history(history, &event, H_SETUNIQUE, 1);
+        if (!historyPath.empty()) lib.history(history, &event, H_LOAD, historyPath.c_str());
+        editor = lib.init("vorka", stdin, stdout, stderr);
+        lib.set(editor, EL_EDITOR, "emacs");
+        lib.set(editor, EL_HIST, lib.history, history);
+        lib.set(editor, EL_CLIENTDATA, this);
+        lib.set(editor, EL_PROMPT, prompt_text);
+        lib.set(editor, EL_GETCFN, read_character);
+        lib.source(editor, nullptr);  // the user's ~/.editrc, if any
         catch_interrupt();
     }
 
     ~LibeditEditor() override {
-        ::el_end(editor);
-        ::history_end(history);
+        lib.end(editor);
+        lib.history_end(history);
     }
 
     Input read(const std::string& prompt) override {
@@ -156,7 +214,7 @@ public:
         if (interruptPipe[0] >= 0) take_interrupts();
         interruptSeen = false;
         int count = 0;
-        const char* line = ::el_gets(editor, &count);
+        const char* line = lib.gets(editor, &count);
         Input input;
         if (interruptSeen) {
             interruptSeen = false;
@@ -179,22 +237,23 @@ public:
 
     void remember(const std::string& line) override {
         if (line.empty()) return;
-        ::history(history, &event, H_ENTER, line.c_str());
+        lib.history(history, &event, H_ENTER, line.c_str());
         if (historyPath.empty()) return;
         std::error_code error;
         std::filesystem::create_directories(std::filesystem::path(historyPath).parent_path(),
                                             error);
-        ::history(history, &event, H_SAVE, historyPath.c_str());
+        lib.history(history, &event, H_SAVE, historyPath.c_str());
     }
 
 private:
     // The prompt text for libedit, which asks for it through a callback.
     static const char* prompt_text(EditLine* el) {
         void* self = nullptr;
-        ::el_get(el, EL_CLIENTDATA, &self);
+        libedit()->get(el, EL_CLIENTDATA, &self);
         return static_cast<LibeditEditor*>(self)->currentPrompt.c_str();
     }
 
+    const Libedit& lib;          // the library's entries
     std::string currentPrompt;   // prompt shown by the read under way
     std::string historyPath;     // history file; "" for none
     History* history = nullptr;  // the lines typed so far
@@ -224,7 +283,10 @@ public:
 }  // namespace
 
 std::unique_ptr<LineEditor> LineEditor::open(const std::string& historyPath) {
-    if (::isatty(STDIN_FILENO) == 1) return std::make_unique<LibeditEditor>(historyPath);
+    if (::isatty(STDIN_FILENO) == 1) {
+        if (const Libedit* library = libedit())
+            return std::make_unique<LibeditEditor>(*library, historyPath);
+    }
     return std::make_unique<PlainReader>();
 }
 
