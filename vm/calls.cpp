@@ -11,6 +11,7 @@
 #include "values/value_context.h"
 #include "vm/copies.h"
 #include "vm/errors.h"
+#include "vm/native_call.h"
 #include "vm/ops.h"
 #include "vm/run.h"
 #include "vm/sleep.h"
@@ -305,7 +306,7 @@ Flow call(run_state& rs, const vrkinstr& ins) {
     if (!rs.resumed) b->waiting_on = callee;
     // The callee is alive now; it still is afterwards if no block died meanwhile.
     const uint64_t destroyed = value_context().blocks_destroyed;
-    vrkvar* r = resume(callee, b, nullptr);
+    vrkvar* r = callee->native ? enter_native(callee, b) : resume(callee, b, nullptr);
     const bool callee_alive = value_context().blocks_destroyed == destroyed;
     top_slot(b) = r;
     if (callee->resume_at == 0) b->waiting_on = nullptr;
