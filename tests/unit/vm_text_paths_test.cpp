@@ -99,5 +99,22 @@ TEST_F(VmTextPathsTest, SuspendingBuiltinAndDepthBudgetMatchTheFullRun) {
     }
 }
 
+TEST_F(VmTextPathsTest, TextComparesGiveWhatEqualsGives) {
+    // `==`, `!=` and `===` of two texts in line against the general compare:
+    // one character, empty texts, equal lengths that differ only after the
+    // first byte, a text against a number and a number text against a number.
+    const std::string text =
+        "s = \"abcb\"; n = 0; e = \"\"; for (i = 0; i < 4; i++) {"
+        " if (s[i] == \"b\") { n++; } if (s[i] != \"c\") { n += 10; } }"
+        "a = (e == \"\"); b = (\"ab\" == \"ac\"); c = (\"ab\" === \"ab\"); d = (\"ab\" != \"ab\");"
+        "f = (\"1\" == 1); g = (\"x\" == 0); h = (e != \"a\"); k = (\"ba\" == \"bb\");"
+        "print(n, a, b, c, d, f, g, h, k);";
+    const outcome fast = expect_same_both_ways(&vrkvalue_context::data_paths, text, 0);
+    EXPECT_EQ(fast.printed,
+              (std::vector<std::string>{"32", "1", "0", "1", "0", "1", "0", "1", "0"}));
+    for (uint64_t budget = 1; budget < 120; budget += 5)
+        expect_same_both_ways(&vrkvalue_context::data_paths, text, budget);
+}
+
 }  // namespace
 }  // namespace vrk
