@@ -80,6 +80,10 @@ VRK_BUILTIN(substr) {
     const std::size_t rest = text.size() - start;
     const bool to_end = length < 0 || static_cast<uint64_t>(length) > rest;
     const std::size_t count = to_end ? rest : static_cast<std::size_t>(length);
+    if (std::string* out = strings::result_text(result)) {
+        out->assign(text, start, count);
+        return &result;
+    }
     return answer_text(result, text.substr(start, count));
 }
 
@@ -100,7 +104,10 @@ VRK_BUILTIN(replace) {
         const std::string copy = text;
         return answer_text(result, copy);
     }
-    std::string out;
+    // Into the result's own text when the result holds none of the inputs.
+    std::string built;
+    std::string* direct = strings::result_text(result);
+    std::string& out = direct ? *direct : built;
     out.reserve(text.size());
     std::size_t pos = 0;
     for (;;) {
@@ -111,7 +118,7 @@ VRK_BUILTIN(replace) {
         pos = hit + from.size();
     }
     out.append(text, pos, std::string::npos);
-    return answer_text(result, out);
+    return direct ? &result : answer_text(result, out);
 }
 
 VRK_BUILTIN(find) {

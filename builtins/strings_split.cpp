@@ -64,7 +64,20 @@ VRK_BUILTIN(split) {
     std::string token_scratch;
     const std::string& text = text_of(args[0], text_scratch);
     const std::string& token = text_of(args[1], token_scratch);
-    return answer_pieces(result, split_plain(text, token, cut_limit(args)));
+    const int64_t limit = cut_limit(args);
+    // A result that holds a plain integer (as every call hands it over) holds
+    // none of the texts: the pieces go straight into its elements.
+    if (result.type != Tag::INT || result.constant)
+        return answer_pieces(result, split_plain(text, token, limit));
+    reset(&result, Tag::JSON);
+    if (result.type != Tag::JSON) return &result;
+    std::vector<vrkelement*>& elements = result.value.json->elements;
+    each_plain_piece(text, token, limit, [&](std::size_t at, std::size_t size) {
+        vrkelement* element = element_new();
+        elements.push_back(element);
+        strings::put_text(element, text.data() + at, size);
+    });
+    return &result;
 }
 
 VRK_BUILTIN(specialsplit) {

@@ -70,6 +70,30 @@ inline vrkvar* answer_text(vrkvar& result, const std::string& text) {
     return &result;
 }
 
+// The result cell as an empty STRING for a body to write its answer into
+// directly, when that is the same as answer_text: the cell holds a plain
+// integer (as every call hands it over), so no argument's text can live in it.
+// Null otherwise; the body then answers with answer_text. Read the arguments
+// first: an argument that is the result cell itself was read as its text.
+inline std::string* result_text(vrkvar& result) {
+    if (result.type != Tag::INT || result.constant) return nullptr;
+    reset(&result, Tag::STRING);
+    return result.type == Tag::STRING ? result.value.str : nullptr;
+}
+
+// set_string of `size` bytes at `text` into a fresh element, which the text
+// cannot live in, without set_string's safety copy.
+inline void put_text(vrkelement* element, const char* text, std::size_t size) {
+    if (element->type == Tag::INT && !element->constant) {
+        reset(element, Tag::STRING);
+        if (element->type == Tag::STRING) {
+            element->value.str->assign(text, size);
+            return;
+        }
+    }
+    set_string(element, text, size);
+}
+
 // The result as a JSON array of STRING elements, one per piece, replacing
 // whatever the result held.
 inline vrkvar* answer_pieces(vrkvar& result, const std::vector<std::string>& pieces) {

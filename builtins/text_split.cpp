@@ -30,8 +30,11 @@ std::vector<std::string> cut(const std::string& text, std::size_t width, int64_t
 
 std::vector<std::string> split_plain(const std::string& text, const std::string& token,
                                      int64_t limit) {
-    if (token.empty()) return {text};
-    return cut(text, token.size(), limit, [&](std::size_t from) { return text.find(token, from); });
+    std::vector<std::string> pieces;
+    each_plain_piece(text, token, limit, [&](std::size_t at, std::size_t size) {
+        pieces.emplace_back(text, at, size);
+    });
+    return pieces;
 }
 
 std::vector<std::string> split_scoped_word(const std::string& text, const std::string& token,

@@ -20,8 +20,32 @@
 
 namespace vrk {
 
-// Pieces of `text` cut at `token`, left to right; at most `limit` cuts, no
-// limit when `limit` is below 0.
+// Calls `piece(offset, length)` for each piece of `text` cut at `token`, left
+// to right; at most `limit` cuts, no limit when `limit` is below 0.
+template <class Piece>
+void each_plain_piece(const std::string& text, const std::string& token, int64_t limit,
+                      Piece&& piece) {
+    if (token.empty()) {
+        piece(std::size_t{0}, text.size());
+        return;
+    }
+    std::size_t pos = 0;
+    int64_t cuts = 0;
+    while (limit < 0 || cuts < limit) {
+        const std::size_t hit = text.find(token, pos);
+        if (hit == std::string::npos || hit >= text.size() || hit < pos) break;
+        piece(pos, hit - pos);
+        pos = hit + token.size();
+        ++cuts;
+    }
+    if (pos < text.size()) {
+        piece(pos, text.size() - pos);
+    } else {
+        piece(text.size(), std::size_t{0});
+    }
+}
+
+// Pieces of `text` cut at `token` (each_plain_piece), as texts.
 std::vector<std::string> split_plain(const std::string& text, const std::string& token,
                                      int64_t limit);
 // The same, cutting only where `token` stands outside quotes and brackets.

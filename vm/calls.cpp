@@ -11,6 +11,7 @@
 #include "values/value_context.h"
 #include "vm/copies.h"
 #include "vm/errors.h"
+#include "vm/native_call.h"
 #include "vm/ops.h"
 #include "vm/run.h"
 #include "vm/sleep.h"
@@ -73,15 +74,14 @@ void bind_owner(vrkblock* b, vrkblock* callee, vrkvar* owner) {
 
 // Copies a plain function cell into a temp fresh from the pool, as assign
 // would: for a blank INT temp and a function that is no lambda (whose closure
-// is captured anew on every copy), has no shared or native record and is no
-// fresh result, assigning comes down to taking the tag, the block and the
-// parameter count, with an empty closure. False, with `t` untouched, for
-// anything else.
+// is captured anew on every copy), has no shared record and is no fresh
+// result, assigning comes down to taking the tag, the block and the parameter
+// count, with an empty closure (a builtin's cell keeps its native record: the
+// copy gets none). False, with `t` untouched, for anything else.
 bool copy_plain_function(vrkvar* t, const vrkvar* fn) {
     if (t->type != Tag::INT || t->constant || (t->flags & flag::FIXED_TYPE) || t->attrs != 0)
         return false;
-    if (fn->attrs & (attr::SHARED_CLOSURE | attr::NATIVE_FUNCTION | attr::FRESH_RESULT))
-        return false;
+    if (fn->attrs & (attr::SHARED_CLOSURE | attr::FRESH_RESULT)) return false;
     if (fn->block->kind & kind::LAMBDA) return false;
     t->type = Tag::FUNCTION;
     t->value.i = 0;
@@ -305,7 +305,7 @@ Flow call(run_state& rs, const vrkinstr& ins) {
     if (!rs.resumed) b->waiting_on = callee;
     // The callee is alive now; it still is afterwards if no block died meanwhile.
     const uint64_t destroyed = value_context().blocks_destroyed;
-    vrkvar* r = resume(callee, b, nullptr);
+    vrkvar* r = callee->native ? enter_native(callee, b) : resume(callee, b, nullptr);
     const bool callee_alive = value_context().blocks_destroyed == destroyed;
     top_slot(b) = r;
     if (callee->resume_at == 0) b->waiting_on = nullptr;

@@ -4,7 +4,9 @@
 // always evaluated, there is no short circuit. The slot of `lhs` receives the
 // shared true or false constant.
 #include <algorithm>
+#include <cstring>
 
+#include "values/value_context.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 
@@ -38,6 +40,17 @@ bool test(int64_t code, vrkvar* rhs, vrkvar* lhs) {
     }
 }
 
+// Two STRING cells hold the same text (a missing text is the empty one).
+[[gnu::always_inline]] inline bool same_text(const vrkvar* a, const vrkvar* b) {
+    const std::size_t na = a->value.str ? a->value.str->size() : 0;
+    const std::size_t nb = b->value.str ? b->value.str->size() : 0;
+    if (na != nb) return false;
+    if (na == 0) return true;
+    const char* pa = a->value.str->data();
+    const char* pb = b->value.str->data();
+    return pa[0] == pb[0] && (na == 1 || std::memcmp(pa + 1, pb + 1, na - 1) == 0);
+}
+
 }  // namespace
 
 void compare(vrkblock* b, const vrkinstr& ins) {
@@ -51,7 +64,17 @@ void compare(vrkblock* b, const vrkinstr& ins) {
         report_error(b, "cmp", "invalid value!");
         return;
     }
-    const bool answer = test(ins.arg, rhs, lhs);
+    const int64_t code = ins.arg;
+    bool answer = false;
+    if (rhs->type == Tag::STRING && lhs->type == Tag::STRING &&
+        (code == cmp_code::EQUAL || code == cmp_code::NOT_EQUAL ||
+         code == cmp_code::STRICT_EQUAL) &&
+        value_context().data_paths) {
+        // Two texts (`s[i] == "b"`): equals' rule for them, in line.
+        answer = same_text(rhs, lhs) != (code == cmp_code::NOT_EQUAL);
+    } else {
+        answer = test(code, rhs, lhs);
+    }
     b->stack.pop_back();
     free_temp(b, lhs);
     top_slot(b) = answer ? true_value() : false_value();

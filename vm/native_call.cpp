@@ -5,12 +5,97 @@
 // `params`, last argument first. The builtin receives them in declared order,
 // together with the calling block and that block's `native_result` cell to
 // answer in.
-#include <algorithm>
+#include "vm/native_call.h"
 
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+#include "base/context.h"
+#include "base/log.h"
 #include "values/object.h"
+#include "values/value_context.h"
+#include "vm/errors.h"
 #include "vm/ops.h"
+#include "vm/run.h"
 
 namespace vrk {
+
+namespace {
+
+// Holds one nested run of the depth budget while the builtin runs.
+struct native_depth {
+    uint32_t& left;
+    explicit native_depth(uint32_t& budget) : left(budget) { --left; }
+    ~native_depth() { ++left; }
+    native_depth(const native_depth&) = delete;
+    native_depth& operator=(const native_depth&) = delete;
+};
+
+// The end of a native run whose builtin could not get the memory it needed:
+// what the run loop does for any run (its working state is given back, the
+// fault is reported, the run ends normally answering the void value).
+vrkvar* native_out_of_memory(vrkblock* b) {
+    b->member_owner = nullptr;
+    b->pending_index = -1;
+    if (b->object_stack) b->object_stack->clear();
+    if (b->params_bound && !b->params.empty() && b->callee) restore_params(b);
+    b->params_bound = 0;
+    b->params.clear();
+    release_temps(b);
+    top_slot(b) = void_value();
+    try {
+        runtime_error("ALLOCATION_FAILURE", b);
+    } catch (const std::bad_alloc&) {}
+    b->resume_at = 0;
+    b->suspended = 0;
+    run_cleanup(b);
+    if (b->stack.size() != 1) log().log("\nstack size: %i\n", static_cast<int>(b->stack.size()));
+    b->waiting_on = nullptr;
+    b->self_cell = nullptr;
+    vrkvar* result = b->stack.empty() ? nullptr : b->stack.back();
+    end_running(b);
+    return result;
+}
+
+}  // namespace
+
+vrkvar* enter_native(vrkblock* b, vrkblock* caller) {
+    vrkcontext& ctx = context();
+    if (!value_context().call_paths || !b->native || !caller || ctx.debug_info ||
+        b->resume_at != 0 || ctx.step_budget == 1 || ctx.depth_budget == 1 || b->code.size() != 1 ||
+        b->code[0].opcode() != Op::EXTERNAL || !b->callblocks.empty())
+        return resume(b, caller, nullptr);
+    native_depth depth(ctx.depth_budget);
+    // The fresh start of a run from instruction 0 (a native block is entered
+    // even while it runs: it keeps nothing between calls).
+    b->waiting_on = nullptr;
+    b->self_cell = nullptr;
+    if (b->stack.empty()) {
+        b->stack.push_back(&b->scratch);
+    } else {
+        b->stack.erase(b->stack.begin() + 1, b->stack.end());
+        b->stack.front() = &b->scratch;
+    }
+    b->params.clear();
+    b->pending_index = -1;
+    b->caller = caller;
+    b->loop_signal = 0;
+    b->return_signal = 0;
+    b->suspended = 0;
+    --ctx.step_budget;
+    run_state rs{b, 0, 1, false};
+    try {
+        // EXTERNAL always ends the run, with its answer in the top slot.
+        external(rs, b->code[0]);
+    } catch (const std::bad_alloc&) {
+        return native_out_of_memory(b);
+    } catch (const std::length_error&) {
+        return native_out_of_memory(b);
+    }
+    end_running(b);
+    return b->stack.empty() ? nullptr : b->stack.back();
+}
 
 Flow external(run_state& rs, const vrkinstr& ins) {
     vrkblock* b = rs.b;

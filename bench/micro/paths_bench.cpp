@@ -1,6 +1,8 @@
 // Gain of the call, instance and data paths: the same small script compiled
 // and run with one switch of value_context() off (argument 0) and on (1).
 //   calls:      fib(15), 1,973 calls                         call_paths
+//   library:    6,000 calls of find, split, count, replace,  call_paths
+//               substr (the direct entry of native blocks)
 //   instances:  2,000 instances, 20,000 method calls         instance_paths
 //   data:       a 5,000-element array filled and summed,     data_paths
 //               10,000 keyed reads, 5,000 string subscripts
@@ -31,6 +33,14 @@ using path_switch = bool vrkvalue_context::*;
 const char* const kCalls =
     "fib(n) { if (n < 2) { return n; } return fib(n - 1) + fib(n - 2); }"
     "result(fib(15));";
+
+const char* const kLibrary =
+    "s = \"\"; for (i = 0; i < 300; i++) { s += \"abc\"; }"
+    "rec = \"alpha=1,beta=22,gamma=333\"; total = 0;"
+    "for (i = 0; i < 1000; i++) { total += find(s, \"b\", i);"
+    " total += count(split(rec, \",\"));"
+    " total += count(replace(substr(s, i, 6), \"a\", \"xy\")); }"
+    "result(total);";
 
 const char* const kInstances =
     "class Counter = { value = 0; constructor(start) { this.value = start; }"
@@ -91,6 +101,9 @@ void run_paths(benchmark::State& state, path_switch which, const char* text,
 void BM_CallPaths(benchmark::State& state) {
     run_paths(state, &vrkvalue_context::call_paths, kCalls, "610");
 }
+void BM_LibraryCallPaths(benchmark::State& state) {
+    run_paths(state, &vrkvalue_context::call_paths, kLibrary, "414626");
+}
 void BM_InstancePaths(benchmark::State& state) {
     run_paths(state, &vrkvalue_context::instance_paths, kInstances, "2059000");
 }
@@ -98,6 +111,7 @@ void BM_DataPaths(benchmark::State& state) {
     run_paths(state, &vrkvalue_context::data_paths, kData, "25066667");
 }
 BENCHMARK(BM_CallPaths)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_LibraryCallPaths)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_InstancePaths)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_DataPaths)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
