@@ -225,6 +225,16 @@ constexpr bool opcodes_dense() {
 }
 static_assert(opcodes_dense(), "opcode numbers must run from 0 without a gap");
 
+// Every value an instruction's opcode byte can take.
+constexpr std::size_t kOpcodeSpace = std::size_t{1} << (8 * sizeof(vrkinstr::op));
+static_assert(kOpcodeCount <= kOpcodeSpace);
+
+// Fills the entries of a label table past the opcode table with `other`.
+bool fill_labels(const void** labels, const void* other) {
+    for (std::size_t op = kOpcodeCount; op < kOpcodeSpace; ++op) labels[op] = other;
+    return true;
+}
+
 // A run of block `b` from instruction `start`, as `run` describes it, with the
 // one dispatch loop; `kBody` for the light entry of a body (run_body), which
 // keeps no debug record.
@@ -260,12 +270,16 @@ template <bool kBody>
     const std::size_t count = b->code.size();
     uint64_t& steps = ctx.step_budget;
     const bool fused = switches.fused;
-    static const void* const labels[] = {
+    // One entry for every value of the opcode byte, so that dispatch needs no
+    // range test: the numbers past the opcode table are filled in once with
+    // the load of a named variable.
+    static const void* labels[kOpcodeSpace] = {
 #define VRK_OP_LABEL(name, number, effect, arg, ref) &&op_##name,
         VRK_OPCODES(VRK_OP_LABEL)
 #undef VRK_OP_LABEL
     };
-    static_assert(sizeof(labels) / sizeof(labels[0]) == kOpcodeCount);
+    static const bool labels_filled = fill_labels(labels, &&op_other);
+    (void)labels_filled;
     Flow flow = Flow::next;
 
 // Starts the instruction at rs.ip, or ends the run at the end of the code.
@@ -276,8 +290,7 @@ template <bool kBody>
             if (budget_stop(ctx, b, rs)) return forced_end(b); \
         }                                                      \
         rs.next = rs.ip + 1;                                   \
-        const uint8_t op = code[rs.ip].op;                     \
-        goto*(op < kOpcodeCount ? labels[op] : &&op_other);    \
+        goto* labels[code[rs.ip].op];                          \
     } while (0)
 // The step between two instructions, `f` what the one just run answered.
 #define VRK_NEXT(f)                                                                  \
@@ -294,6 +307,16 @@ template <bool kBody>
         rs.ip = rs.next;                                                             \
         VRK_DISPATCH();                                                              \
     } while (0)
+// The step after an instruction whose code ran in line and can neither end
+// nor suspend the run (nothing it does reaches a script's code or the block's
+// `suspended`): the suspension test, which found nothing before it, is left
+// out.
+#define VRK_NEXT_INLINE()   \
+    do {                    \
+        rs.resumed = false; \
+        rs.ip = rs.next;    \
+        VRK_DISPATCH();     \
+    } while (0)
 #define VRK_INS code[rs.ip]
 
     // Running out of memory is a run-time error of the script, not of the
@@ -304,10 +327,10 @@ template <bool kBody>
         const vrkinstr& ins = VRK_INS;
         if (ins.ref == kRefMinusOne) {
             if (ins.arg >= 0 && value_context().call_paths && bind_argument(b, ins))
-                VRK_NEXT(Flow::next);
+                VRK_NEXT_INLINE();
         } else if (fused &&
                    (ins.arg == -2 ? fused::store_number_below(b) : fused::store_number(b, ins))) {
-            VRK_NEXT(Flow::next);
+            VRK_NEXT_INLINE();
         }
         VRK_NEXT(store(rs, ins, false));
     }
@@ -328,7 +351,9 @@ template <bool kBody>
     op_TMP:
         if (!fused) {
             operand_step(rs, VRK_INS);
-        } else if (!fused::arithmetic_step(rs, code, count, steps)) {
+        } else if (fused::arithmetic_step(rs, code, count, steps)) {
+            VRK_NEXT_INLINE();
+        } else {
             fused::number_operand_step(rs, VRK_INS);
         }
         VRK_NEXT(Flow::next);
@@ -353,12 +378,19 @@ template <bool kBody>
     op_DEC:
         step_in_place(b, false);
         VRK_NEXT(Flow::next);
-    op_CALL:
-        VRK_NEXT(call(rs, VRK_INS));
+    op_CALL : {
+        // The callee runs in a run of this loop, with this run's context and
+        // switches, as `resume` would run it.
+        vrkblock* callee = call_enter(rs, VRK_INS);
+        if (!callee) VRK_NEXT(Flow::next);
+        const uint64_t destroyed = value_context().blocks_destroyed;
+        vrkvar* r = run_block<false>(ctx, callee, b, callee->resume_at, nullptr, switches);
+        VRK_NEXT(call_returned(rs, callee, r, value_context().blocks_destroyed == destroyed));
+    }
     op_CALL_PREP:
         if (VRK_INS.ref == kRefMinusOne && value_context().call_paths &&
             fused::binding_step(rs, code, count, steps))
-            VRK_NEXT(Flow::next);
+            VRK_NEXT_INLINE();
         VRK_NEXT(prepare_call(rs, VRK_INS));
     op_RUN_CHILD:
         VRK_NEXT(switches.light ? run_child_light(ctx, rs, VRK_INS, switches)
@@ -380,18 +412,18 @@ template <bool kBody>
     op_JMP:
         VRK_NEXT(jump(rs, VRK_INS));
     op_JMP_FALSE:
-        if (fused && fused::jump_on_int(rs, VRK_INS, count, false)) VRK_NEXT(Flow::next);
+        if (fused && fused::jump_on_int(rs, VRK_INS, count, false)) VRK_NEXT_INLINE();
         VRK_NEXT(jump_if_false(rs, VRK_INS, false));
     op_JMP_FALSE_LOOP:
-        if (fused && fused::jump_on_int(rs, VRK_INS, count, true)) VRK_NEXT(Flow::next);
+        if (fused && fused::jump_on_int(rs, VRK_INS, count, true)) VRK_NEXT_INLINE();
         VRK_NEXT(jump_if_false(rs, VRK_INS, true));
     op_NOP:
-        VRK_NEXT(Flow::next);
+        VRK_NEXT_INLINE();
     op_LOAD : {
         const vrkinstr& ins = VRK_INS;
         if (ins.ref != 0) {
             if (!fused || !fused::load_step(rs, code, count, steps)) slot_load(b, ins);
-            VRK_NEXT(Flow::next);
+            VRK_NEXT_INLINE();
         }
         if (ins.arg == load_code::RETURN) VRK_NEXT(return_value(rs));
         if (ins.arg == load_code::CALL_START) {
@@ -424,9 +456,10 @@ template <bool kBody>
         VRK_NEXT(Flow::next);
     op_RESET:
         reset_state(b, VRK_INS);
-        VRK_NEXT(Flow::next);
+        VRK_NEXT_INLINE();
     op_CLASS_ACCESS:
-        class_access(b, VRK_INS);
+        if (class_access(b, VRK_INS)) VRK_NEXT_INLINE();
+        class_access_error(b);
         VRK_NEXT(Flow::next);
     // The never-emitted aliases and every number without a row load the
     // named variable.
@@ -441,6 +474,7 @@ template <bool kBody>
         return out_of_memory_end(b);
     }
 #undef VRK_INS
+#undef VRK_NEXT_INLINE
 #undef VRK_NEXT
 #undef VRK_DISPATCH
 }
