@@ -110,7 +110,7 @@ vrkblock* idle_copy_in_line(vrkblock* block, vrkvar* fn) {
 }
 
 // Gives the callblocks temp of the finished call back.
-void drop_callblock(vrkblock* b) {
+[[gnu::always_inline]] inline void drop_callblock(vrkblock* b) {
     free_temp(b, b->callblocks.back());
     b->callblocks.pop_back();
 }
@@ -120,7 +120,16 @@ void drop_callblock(vrkblock* b) {
 // destroyed since the callee was entered, so it still exists.
 void finish_binding(vrkblock* b, bool callee_alive = false) {
     if (b->params_bound && b->callee) {
-        restore_params(b, callee_alive);
+        // restore_params, in line for a callee known to exist.
+        vrkblock* callee = b->callee;
+        const std::size_t n = b->params.size();
+        if (callee_alive && callee->vars->size() >= n) {
+            for (std::size_t i = 0; i < n; ++i) (*callee->vars)[n - 1 - i] = b->params[i];
+            b->params_bound = 0;
+            b->params.clear();
+        } else {
+            restore_params(b, callee_alive);
+        }
     } else if (b->callee && b->callee->native) {
         b->params.clear();
     }

@@ -435,9 +435,16 @@ template <bool kRetag = false>
                 rs.next = at + 1;
             }
             return true;
-        default:
+        case Op::ADD_TMP:
+        case Op::SUB_TMP:
+        case Op::MULT_TMP:
+        case Op::DIV_TMP:
             top_slot(rs.b) = v;
             arithmetic_at(rs, at, 1, code, count, steps);
+            return true;
+        default:
+            // No fused sequence starts with this pair: the LOAD alone.
+            top_slot(rs.b) = v;
             return true;
     }
 }
