@@ -131,6 +131,7 @@ struct depth_guard {
 struct loop_switches {
     bool fused;  // fused number sequences (vm/fused_paths.h)
     bool light;  // the light entry of if/loop bodies (run_body)
+    bool calls;  // the in-line steps of calls (vrkvalue_context::call_paths)
 };
 
 template <bool kBody>
@@ -326,8 +327,7 @@ template <bool kBody>
     op_SET : {
         const vrkinstr& ins = VRK_INS;
         if (ins.ref == kRefMinusOne) {
-            if (ins.arg >= 0 && value_context().call_paths && bind_argument(b, ins))
-                VRK_NEXT_INLINE();
+            if (ins.arg >= 0 && switches.calls && bind_argument(b, ins)) VRK_NEXT_INLINE();
         } else if (fused &&
                    (ins.arg == -2 ? fused::store_number_below(b) : fused::store_number(b, ins))) {
             VRK_NEXT_INLINE();
@@ -388,7 +388,7 @@ template <bool kBody>
         VRK_NEXT(call_returned(rs, callee, r, value_context().blocks_destroyed == destroyed));
     }
     op_CALL_PREP:
-        if (VRK_INS.ref == kRefMinusOne && value_context().call_paths &&
+        if (VRK_INS.ref == kRefMinusOne && switches.calls &&
             fused::binding_step(rs, code, count, steps))
             VRK_NEXT_INLINE();
         VRK_NEXT(prepare_call(rs, VRK_INS));
@@ -401,6 +401,7 @@ template <bool kBody>
         if (!(fused && VRK_INS.arg == 0 && fused::push_number(b, VRK_INS))) push_slots(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_ARG:
+        if (switches.calls && fused::wrap_int_argument(b, VRK_INS)) VRK_NEXT_INLINE();
         wrap_argument(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_POP:
@@ -409,8 +410,17 @@ template <bool kBody>
     op_FREE_TOP:
         free_top(b);
         VRK_NEXT(Flow::next);
-    op_JMP:
+    op_JMP : {
+        // A jump inside the code, or to its end, in line; the jump routine
+        // decides the rest (and reports what lies outside).
+        const int64_t distance = VRK_INS.arg;
+        if (distance >= -static_cast<int64_t>(rs.ip) - 1 &&
+            distance < static_cast<int64_t>(count - rs.ip)) {
+            rs.next = static_cast<uint32_t>(static_cast<int64_t>(rs.ip) + 1 + distance);
+            VRK_NEXT_INLINE();
+        }
         VRK_NEXT(jump(rs, VRK_INS));
+    }
     op_JMP_FALSE:
         if (fused && fused::jump_on_int(rs, VRK_INS, count, false)) VRK_NEXT_INLINE();
         VRK_NEXT(jump_if_false(rs, VRK_INS, false));
@@ -483,8 +493,9 @@ template <bool kBody>
 
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const vrkvalue_context& values = value_context();
-    return run_block<false>(context(), b, caller, start, self,
-                            loop_switches{values.fused_paths, values.light_entry});
+    return run_block<false>(
+        context(), b, caller, start, self,
+        loop_switches{values.fused_paths, values.light_entry, values.call_paths});
 }
 
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {
