@@ -390,9 +390,9 @@ template <bool kRetag = false>
 // comparison, `arg` 0), as wrap_argument does it on the call paths: the
 // integer is copied into a blank temp from the pool, which takes its slot; the
 // element last read is forgotten; a slot is opened on top when `ref` asks.
-// False, having done nothing, for anything else (a by-reference argument or
-// parameter, another value, no blank temp at hand), which wrap_argument
-// handles.
+// Nothing here reaches a script's code. False, having done nothing, for
+// anything else (a by-reference argument or parameter, another value, no
+// blank untyped temp at hand), which wrap_argument handles.
 [[gnu::always_inline]] inline bool wrap_int_argument(vrkblock* b, const vrkinstr& ins) {
     if (ins.arg < 0) return false;
     vrkvar*& slot = top_slot(b);
@@ -408,14 +408,15 @@ template <bool kRetag = false>
             }
         }
     }
-    vrkvar* t = take_blank_temp(b->temp_pool.get());
+    // A typed temp converts what it is given (assign): the general wrapping.
+    vrktemp_pool* pool = b->temp_pool.get();
+    if (!pool || pool->free.empty() || !pool->free.back() ||
+        (pool->free.back()->flags & flag::FIXED_TYPE))
+        return false;
+    vrkvar* t = take_blank_temp(pool);
     if (!t) return false;
     slot = t;
-    if (!(t->flags & flag::FIXED_TYPE)) {
-        copy_number<false, true>(t, v);
-    } else {
-        assign(t, v, b);
-    }
+    copy_number<false, true>(t, v);
     b->transient_element = nullptr;
     if (ins.ref != 0) b->stack.push_back(nullptr);
     return true;
