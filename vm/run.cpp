@@ -227,14 +227,19 @@ constexpr bool opcodes_dense() {
 static_assert(opcodes_dense(), "opcode numbers must run from 0 without a gap");
 
 // Every value an instruction's opcode byte can take.
-constexpr std::size_t kOpcodeSpace = std::size_t{1} << (8 * sizeof(vrkinstr::op));
-static_assert(kOpcodeCount <= kOpcodeSpace);
+static_assert(sizeof(vrkinstr::op) == 1, "the label table covers one byte of opcode");
+constexpr std::size_t kOpcodeSpace = 256;
 
-// Fills the entries of a label table past the opcode table with `other`.
-bool fill_labels(const void** labels, const void* other) {
-    for (std::size_t op = kOpcodeCount; op < kOpcodeSpace; ++op) labels[op] = other;
-    return true;
-}
+// The load of a named variable 16 and 256 times, for the entries of the label
+// table past the opcodes.
+#define VRK_OTHER16                                                                         \
+    &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, &&op_other,     \
+        &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, \
+        &&op_other, &&op_other,
+#define VRK_OTHER256                                                                        \
+    VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16     \
+        VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 \
+            VRK_OTHER16 VRK_OTHER16
 
 // A run of block `b` from instruction `start`, as `run` describes it, with the
 // one dispatch loop; `kBody` for the light entry of a body (run_body), which
@@ -271,16 +276,14 @@ template <bool kBody>
     const std::size_t count = b->code.size();
     uint64_t& steps = ctx.step_budget;
     const bool fused = switches.fused;
-    // One entry for every value of the opcode byte, so that dispatch needs no
-    // range test: the numbers past the opcode table are filled in once with
-    // the load of a named variable.
-    static const void* labels[kOpcodeSpace] = {
+    // An entry for every value of the opcode byte, so that dispatch needs no
+    // range test: the opcodes, then the load of a named variable for every
+    // number past them (the table has room to spare at the end).
+    static const void* const labels[kOpcodeCount + kOpcodeSpace] = {
 #define VRK_OP_LABEL(name, number, effect, arg, ref) &&op_##name,
         VRK_OPCODES(VRK_OP_LABEL)
 #undef VRK_OP_LABEL
-    };
-    static const bool labels_filled = fill_labels(labels, &&op_other);
-    (void)labels_filled;
+            VRK_OTHER256};
     Flow flow = Flow::next;
 
 // Starts the instruction at rs.ip, or ends the run at the end of the code.
@@ -484,6 +487,8 @@ template <bool kBody>
         return out_of_memory_end(b);
     }
 #undef VRK_INS
+#undef VRK_OTHER256
+#undef VRK_OTHER16
 #undef VRK_NEXT_INLINE
 #undef VRK_NEXT
 #undef VRK_DISPATCH
