@@ -11,7 +11,6 @@
 #include "values/value_context.h"
 #include "vm/copies.h"
 #include "vm/errors.h"
-#include "vm/native_call.h"
 #include "vm/ops.h"
 #include "vm/run.h"
 #include "vm/sleep.h"
@@ -110,7 +109,7 @@ vrkblock* idle_copy_in_line(vrkblock* block, vrkvar* fn) {
 }
 
 // Gives the callblocks temp of the finished call back.
-void drop_callblock(vrkblock* b) {
+[[gnu::always_inline]] inline void drop_callblock(vrkblock* b) {
     free_temp(b, b->callblocks.back());
     b->callblocks.pop_back();
 }
@@ -120,7 +119,16 @@ void drop_callblock(vrkblock* b) {
 // destroyed since the callee was entered, so it still exists.
 void finish_binding(vrkblock* b, bool callee_alive = false) {
     if (b->params_bound && b->callee) {
-        restore_params(b, callee_alive);
+        // restore_params, in line for a callee known to exist.
+        vrkblock* callee = b->callee;
+        const std::size_t n = b->params.size();
+        if (callee_alive && callee->vars->size() >= n) {
+            for (std::size_t i = 0; i < n; ++i) (*callee->vars)[n - 1 - i] = b->params[i];
+            b->params_bound = 0;
+            b->params.clear();
+        } else {
+            restore_params(b, callee_alive);
+        }
     } else if (b->callee && b->callee->native) {
         b->params.clear();
     }
@@ -265,7 +273,7 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
     return Flow::next;
 }
 
-Flow call(run_state& rs, const vrkinstr& ins) {
+vrkblock* call_enter(run_state& rs, const vrkinstr& ins) {
     vrkblock* b = rs.b;
     if (!rs.resumed) {
         b->callee = nullptr;
@@ -277,7 +285,7 @@ Flow call(run_state& rs, const vrkinstr& ins) {
     } else if (vrkblock* owner = operand_block(ins); has_var(owner, ins.arg)) {
         cell = (*owner->vars)[static_cast<std::size_t>(ins.arg)];
     } else {
-        return Flow::next;
+        return nullptr;
     }
 
     if (is_marker(cell, kMarkerLimit)) {
@@ -285,28 +293,29 @@ Flow call(run_state& rs, const vrkinstr& ins) {
         runtime_error("NOT_A_FUNCTION", b);
         top_slot(b) = &b->scratch;
         set_int(&b->scratch, 0);
-        return Flow::next;
+        return nullptr;
     }
     cell = chain_end(cell);
     if (cell->type == Tag::CLASS) {
         call_class(b, cell);
-        return Flow::next;
+        return nullptr;
     }
     if (cell->type != Tag::FUNCTION || !cell->block) {
         runtime_error("NOT_A_FUNCTION", b);
         // Such a cell names no block the displaced parameters could go back to.
         b->params_bound = 0;
         b->params.clear();
-        return Flow::next;
+        return nullptr;
     }
 
     vrkblock* callee = cell->block;
     b->callee = callee;
     if (!rs.resumed) b->waiting_on = callee;
-    // The callee is alive now; it still is afterwards if no block died meanwhile.
-    const uint64_t destroyed = value_context().blocks_destroyed;
-    vrkvar* r = callee->native ? enter_native(callee, b) : resume(callee, b, nullptr);
-    const bool callee_alive = value_context().blocks_destroyed == destroyed;
+    return callee;
+}
+
+Flow call_returned(run_state& rs, vrkblock* callee, vrkvar* r, bool callee_alive) {
+    vrkblock* b = rs.b;
     top_slot(b) = r;
     if (callee->resume_at == 0) b->waiting_on = nullptr;
 

@@ -386,6 +386,42 @@ template <bool kRetag = false>
     return true;
 }
 
+// ARG of a plain integer into a parameter not declared by reference (or of a
+// comparison, `arg` 0), as wrap_argument does it on the call paths: the
+// integer is copied into a blank temp from the pool, which takes its slot; the
+// element last read is forgotten; a slot is opened on top when `ref` asks.
+// Nothing here reaches a script's code. False, having done nothing, for
+// anything else (a by-reference argument or parameter, another value, no
+// blank untyped temp at hand), which wrap_argument handles.
+[[gnu::always_inline]] inline bool wrap_int_argument(vrkblock* b, const vrkinstr& ins) {
+    if (ins.arg < 0) return false;
+    vrkvar*& slot = top_slot(b);
+    vrkvar* v = slot;
+    if (is_marker(v, kMarkerLimit) || v->type != Tag::INT) return false;
+    if (ins.arg >= 1 && !b->callblocks.empty()) {
+        vrkvar* fn = b->callblocks.back();
+        if (!is_marker(fn, kMarkerLimit)) {
+            fn = chain_end(fn);
+            if (fn->type == Tag::FUNCTION) {
+                const vrkvar* param = var_at(fn->block, ins.arg - 1);
+                if (param && (param->attrs & attr::BY_REF_PARAM)) return false;
+            }
+        }
+    }
+    // A typed temp converts what it is given (assign): the general wrapping.
+    vrktemp_pool* pool = b->temp_pool.get();
+    if (!pool || pool->free.empty() || !pool->free.back() ||
+        (pool->free.back()->flags & flag::FIXED_TYPE))
+        return false;
+    vrkvar* t = take_blank_temp(pool);
+    if (!t) return false;
+    slot = t;
+    copy_number<false, true>(t, v);
+    b->transient_element = nullptr;
+    if (ins.ref != 0) b->stack.push_back(nullptr);
+    return true;
+}
+
 // INC or DEC right behind the LOAD of a number, as step_in_place does it: a
 // constant stays as it is, an integer wraps around.
 [[gnu::always_inline]] inline void step_number(vrkvar* v, bool up) {
@@ -435,9 +471,16 @@ template <bool kRetag = false>
                 rs.next = at + 1;
             }
             return true;
-        default:
+        case Op::ADD_TMP:
+        case Op::SUB_TMP:
+        case Op::MULT_TMP:
+        case Op::DIV_TMP:
             top_slot(rs.b) = v;
             arithmetic_at(rs, at, 1, code, count, steps);
+            return true;
+        default:
+            // No fused sequence starts with this pair: the LOAD alone.
+            top_slot(rs.b) = v;
             return true;
     }
 }

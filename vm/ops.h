@@ -228,9 +228,11 @@ Flow index_value(run_state& rs, vrkinstr& ins);
 // instance itself, kSuspended, or a marker.
 vrkvar* class_member(vrkblock* b, vrkinstr& ins, vrkvar* instance, vrkvar* key);
 // CLASS_ACCESS: member `arg` of the instance in the top slot takes the slot,
-// and the instance becomes the owner of a call right behind it.
+// and the instance becomes the owner of a call right behind it. False, having
+// done nothing, when the top slot holds no instance with such a member: the
+// instruction is then class_access_error.
 void class_access_error(vrkblock* b);
-[[gnu::always_inline]] inline void class_access(vrkblock* b, const vrkinstr& ins) {
+[[gnu::always_inline]] inline bool class_access(vrkblock* b, const vrkinstr& ins) {
     vrkvar*& slot = top_slot(b);
     vrkvar* owner = is_marker(slot, kMarkerLimit) ? nullptr : chain_end(slot);
     if (owner && owner->type == Tag::CLASS && has_var(owner->block, ins.arg)) {
@@ -239,9 +241,9 @@ void class_access_error(vrkblock* b);
         b->member_owner = owner;
         b->owner_transient = transient ? 1 : 0;
         b->transient_element = transient ? slot : nullptr;
-        return;
+        return true;
     }
-    class_access_error(b);
+    return false;
 }
 
 // ---- calls (vm/calls.cpp, vm/native_call.cpp) ----------------------------------------------
@@ -249,7 +251,14 @@ void class_access_error(vrkblock* b);
 void start_call(vrkblock* b);
 // CALL_PREP with a count, or with `ref` -1 the start of parameter binding.
 Flow prepare_call(run_state& rs, const vrkinstr& ins);
-Flow call(run_state& rs, const vrkinstr& ins);
+// CALL in two halves, the run loop running the callee between them: the
+// block to run (the caller's `callee` and `waiting_on` set), or null when the
+// instruction has done all it does (no function, a class constructed
+// directly, an error reported); then, once the callee's run has answered `r`,
+// what the instruction makes of it. `callee_alive`: no block has been
+// destroyed since the callee's run began.
+vrkblock* call_enter(run_state& rs, const vrkinstr& ins);
+Flow call_returned(run_state& rs, vrkblock* callee, vrkvar* r, bool callee_alive);
 // EXTERNAL, the one instruction of a native block.
 Flow external(run_state& rs, const vrkinstr& ins);
 

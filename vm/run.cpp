@@ -14,6 +14,7 @@
 #include "vm/debug_runs.h"
 #include "vm/errors.h"
 #include "vm/fused_paths.h"
+#include "vm/native_call.h"
 #include "vm/ops.h"
 
 namespace vrk {
@@ -131,6 +132,7 @@ struct depth_guard {
 struct loop_switches {
     bool fused;  // fused number sequences (vm/fused_paths.h)
     bool light;  // the light entry of if/loop bodies (run_body)
+    bool calls;  // the in-line steps of calls (vrkvalue_context::call_paths)
 };
 
 template <bool kBody>
@@ -225,6 +227,21 @@ constexpr bool opcodes_dense() {
 }
 static_assert(opcodes_dense(), "opcode numbers must run from 0 without a gap");
 
+// Every value an instruction's opcode byte can take.
+static_assert(sizeof(vrkinstr::op) == 1, "the label table covers one byte of opcode");
+constexpr std::size_t kOpcodeSpace = 256;
+
+// The load of a named variable 16 and 256 times, for the entries of the label
+// table past the opcodes.
+#define VRK_OTHER16                                                                         \
+    &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, &&op_other,     \
+        &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, &&op_other, \
+        &&op_other, &&op_other,
+#define VRK_OTHER256                                                                        \
+    VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16     \
+        VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 VRK_OTHER16 \
+            VRK_OTHER16 VRK_OTHER16
+
 // A run of block `b` from instruction `start`, as `run` describes it, with the
 // one dispatch loop; `kBody` for the light entry of a body (run_body), which
 // keeps no debug record.
@@ -260,12 +277,14 @@ template <bool kBody>
     const std::size_t count = b->code.size();
     uint64_t& steps = ctx.step_budget;
     const bool fused = switches.fused;
-    static const void* const labels[] = {
+    // An entry for every value of the opcode byte, so that dispatch needs no
+    // range test: the opcodes, then the load of a named variable for every
+    // number past them (the table has room to spare at the end).
+    static const void* const labels[kOpcodeCount + kOpcodeSpace] = {
 #define VRK_OP_LABEL(name, number, effect, arg, ref) &&op_##name,
         VRK_OPCODES(VRK_OP_LABEL)
 #undef VRK_OP_LABEL
-    };
-    static_assert(sizeof(labels) / sizeof(labels[0]) == kOpcodeCount);
+            VRK_OTHER256};
     Flow flow = Flow::next;
 
 // Starts the instruction at rs.ip, or ends the run at the end of the code.
@@ -276,8 +295,7 @@ template <bool kBody>
             if (budget_stop(ctx, b, rs)) return forced_end(b); \
         }                                                      \
         rs.next = rs.ip + 1;                                   \
-        const uint8_t op = code[rs.ip].op;                     \
-        goto*(op < kOpcodeCount ? labels[op] : &&op_other);    \
+        goto* labels[code[rs.ip].op];                          \
     } while (0)
 // The step between two instructions, `f` what the one just run answered.
 #define VRK_NEXT(f)                                                                  \
@@ -294,6 +312,16 @@ template <bool kBody>
         rs.ip = rs.next;                                                             \
         VRK_DISPATCH();                                                              \
     } while (0)
+// The step after an instruction whose code ran in line and can neither end
+// nor suspend the run (nothing it does reaches a script's code or the block's
+// `suspended`): the suspension test, which found nothing before it, is left
+// out.
+#define VRK_NEXT_INLINE()   \
+    do {                    \
+        rs.resumed = false; \
+        rs.ip = rs.next;    \
+        VRK_DISPATCH();     \
+    } while (0)
 #define VRK_INS code[rs.ip]
 
     // Running out of memory is a run-time error of the script, not of the
@@ -303,11 +331,10 @@ template <bool kBody>
     op_SET : {
         const vrkinstr& ins = VRK_INS;
         if (ins.ref == kRefMinusOne) {
-            if (ins.arg >= 0 && value_context().call_paths && bind_argument(b, ins))
-                VRK_NEXT(Flow::next);
+            if (ins.arg >= 0 && switches.calls && bind_argument(b, ins)) VRK_NEXT_INLINE();
         } else if (fused &&
                    (ins.arg == -2 ? fused::store_number_below(b) : fused::store_number(b, ins))) {
-            VRK_NEXT(Flow::next);
+            VRK_NEXT_INLINE();
         }
         VRK_NEXT(store(rs, ins, false));
     }
@@ -328,7 +355,9 @@ template <bool kBody>
     op_TMP:
         if (!fused) {
             operand_step(rs, VRK_INS);
-        } else if (!fused::arithmetic_step(rs, code, count, steps)) {
+        } else if (fused::arithmetic_step(rs, code, count, steps)) {
+            VRK_NEXT_INLINE();
+        } else {
             fused::number_operand_step(rs, VRK_INS);
         }
         VRK_NEXT(Flow::next);
@@ -353,12 +382,22 @@ template <bool kBody>
     op_DEC:
         step_in_place(b, false);
         VRK_NEXT(Flow::next);
-    op_CALL:
-        VRK_NEXT(call(rs, VRK_INS));
+    op_CALL : {
+        // The callee runs in a run of this loop, with this run's context and
+        // switches, as `resume` would run it; a builtin's one-instruction
+        // block is entered directly.
+        vrkblock* callee = call_enter(rs, VRK_INS);
+        if (!callee) VRK_NEXT(Flow::next);
+        const uint64_t destroyed = value_context().blocks_destroyed;
+        vrkvar* r = callee->native
+                        ? enter_native(callee, b)
+                        : run_block<false>(ctx, callee, b, callee->resume_at, nullptr, switches);
+        VRK_NEXT(call_returned(rs, callee, r, value_context().blocks_destroyed == destroyed));
+    }
     op_CALL_PREP:
-        if (VRK_INS.ref == kRefMinusOne && value_context().call_paths &&
+        if (VRK_INS.ref == kRefMinusOne && switches.calls &&
             fused::binding_step(rs, code, count, steps))
-            VRK_NEXT(Flow::next);
+            VRK_NEXT_INLINE();
         VRK_NEXT(prepare_call(rs, VRK_INS));
     op_RUN_CHILD:
         VRK_NEXT(switches.light ? run_child_light(ctx, rs, VRK_INS, switches)
@@ -369,6 +408,7 @@ template <bool kBody>
         if (!(fused && VRK_INS.arg == 0 && fused::push_number(b, VRK_INS))) push_slots(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_ARG:
+        if (switches.calls && fused::wrap_int_argument(b, VRK_INS)) VRK_NEXT_INLINE();
         wrap_argument(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_POP:
@@ -377,21 +417,30 @@ template <bool kBody>
     op_FREE_TOP:
         free_top(b);
         VRK_NEXT(Flow::next);
-    op_JMP:
+    op_JMP : {
+        // A jump inside the code, or to its end, in line; the jump routine
+        // decides the rest (and reports what lies outside).
+        const int64_t distance = VRK_INS.arg;
+        if (distance >= -static_cast<int64_t>(rs.ip) - 1 &&
+            distance < static_cast<int64_t>(count - rs.ip)) {
+            rs.next = static_cast<uint32_t>(static_cast<int64_t>(rs.ip) + 1 + distance);
+            VRK_NEXT_INLINE();
+        }
         VRK_NEXT(jump(rs, VRK_INS));
+    }
     op_JMP_FALSE:
-        if (fused && fused::jump_on_int(rs, VRK_INS, count, false)) VRK_NEXT(Flow::next);
+        if (fused && fused::jump_on_int(rs, VRK_INS, count, false)) VRK_NEXT_INLINE();
         VRK_NEXT(jump_if_false(rs, VRK_INS, false));
     op_JMP_FALSE_LOOP:
-        if (fused && fused::jump_on_int(rs, VRK_INS, count, true)) VRK_NEXT(Flow::next);
+        if (fused && fused::jump_on_int(rs, VRK_INS, count, true)) VRK_NEXT_INLINE();
         VRK_NEXT(jump_if_false(rs, VRK_INS, true));
     op_NOP:
-        VRK_NEXT(Flow::next);
+        VRK_NEXT_INLINE();
     op_LOAD : {
         const vrkinstr& ins = VRK_INS;
         if (ins.ref != 0) {
             if (!fused || !fused::load_step(rs, code, count, steps)) slot_load(b, ins);
-            VRK_NEXT(Flow::next);
+            VRK_NEXT_INLINE();
         }
         if (ins.arg == load_code::RETURN) VRK_NEXT(return_value(rs));
         if (ins.arg == load_code::CALL_START) {
@@ -424,9 +473,10 @@ template <bool kBody>
         VRK_NEXT(Flow::next);
     op_RESET:
         reset_state(b, VRK_INS);
-        VRK_NEXT(Flow::next);
+        VRK_NEXT_INLINE();
     op_CLASS_ACCESS:
-        class_access(b, VRK_INS);
+        if (class_access(b, VRK_INS)) VRK_NEXT_INLINE();
+        class_access_error(b);
         VRK_NEXT(Flow::next);
     // The never-emitted aliases and every number without a row load the
     // named variable.
@@ -441,6 +491,9 @@ template <bool kBody>
         return out_of_memory_end(b);
     }
 #undef VRK_INS
+#undef VRK_OTHER256
+#undef VRK_OTHER16
+#undef VRK_NEXT_INLINE
 #undef VRK_NEXT
 #undef VRK_DISPATCH
 }
@@ -449,8 +502,9 @@ template <bool kBody>
 
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const vrkvalue_context& values = value_context();
-    return run_block<false>(context(), b, caller, start, self,
-                            loop_switches{values.fused_paths, values.light_entry});
+    return run_block<false>(
+        context(), b, caller, start, self,
+        loop_switches{values.fused_paths, values.light_entry, values.call_paths});
 }
 
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {

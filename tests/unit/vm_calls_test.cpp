@@ -113,6 +113,28 @@ TEST_F(VmCallsTest, BindingAndResultsGiveWhatTheGeneralPathGives) {
     for (uint64_t budget = 1; budget < 700; budget += 7) expect_same(kCalls, budget);
 }
 
+// Integer arguments wrapped in line: into a parameter by reference (which
+// takes the general wrapping), into a plain one, an element of a list and a
+// call's result as arguments, a function called through a variable, `#` at
+// the call, and arguments in a loop; jumps over and back in line.
+const char* const kIntegerArguments =
+    "bumpref(#x) { $x = $x + 1; }"
+    "addone(y) { y = y + 1; return y; }"
+    "dbl(u, #w) { $w = u * 2; return u; }"
+    "p = print; l = [1, 2, 3]; n = 5; c = 7;"
+    "bumpref(n); bumpref(l[1]); p(n, l[1]);"
+    "p(addone(n), addone(c), addone(l[2]), addone(addone(3)), n, c);"
+    "p(dbl(n, n), n, dbl(4, c), c);"
+    "f = dbl; p(f(6, n), n); addone(#c); p(c);"  // a reference plus 1: an error
+    "t = 0; for (i = 0; i < 6; i++) { if (i == 2) { continue; } t += addone(i); } p(t);";
+
+TEST_F(VmCallsTest, IntegerArgumentsGiveWhatTheGeneralPathGives) {
+    const outcome fast = expect_same(kIntegerArguments);
+    EXPECT_EQ(fast.printed, (std::vector<std::string>{"6", "3", "7", "8", "4", "5", "6", "7", "6",
+                                                      "12", "4", "8", "6", "12", "8", "18"}));
+    for (uint64_t budget = 1; budget < 500; budget += 5) expect_same(kIntegerArguments, budget);
+}
+
 TEST_F(VmCallsTest, EverySwitchOffGivesWhatEverySwitchOnGives) {
     // The number stores and the operand temps in line belong to the fused
     // paths: compare all fast paths together with none. (Without a budget: a
@@ -133,6 +155,7 @@ TEST_F(VmCallsTest, EverySwitchOffGivesWhatEverySwitchOnGives) {
         "fib(n) { if (n < 2) { return n; } return fib(n - 1) + fib(n - 2); }"
         "t = 0.5; for (i = 0; i < 4; i++) { t = t + fib(i + 5); } print(t, fib(10));";
     both(recursion, 0);
+    both(kIntegerArguments, 0);
     // Stores into members and elements through PUSH and SET -2: numbers of
     // either type, a change of type, an element with its pending index, a
     // member that is a list, a constant member.
