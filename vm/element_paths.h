@@ -107,10 +107,9 @@ namespace element_paths {
                                              uint64_t& steps) {
     constexpr uint32_t kLength = 4;
     if (rs.ip + std::size_t{kLength} > count || steps < kLength) return false;
-    if (code[rs.ip].ref != 0 || !read_tail(code, rs.ip + 2)) return false;
     vrkblock* b = rs.b;
     vrkvar* c = json_container(top_slot(b));
-    if (!c) return false;
+    if (!c || code[rs.ip].ref != 0 || !read_tail(code, rs.ip + 2)) return false;
     vrkvar* key = key_of(code[rs.ip + 1]);
     if (!key || !value_context().data_paths) return false;
     vrkelement* element = existing_element(c->value.json, key, code[rs.ip + 2].arg);
@@ -132,19 +131,20 @@ namespace element_paths {
                                                    std::size_t count, uint64_t& steps) {
     constexpr uint32_t kLength = 7;
     if (rs.ip + std::size_t{kLength} > count || steps < kLength) return false;
-    const vrkinstr& step = code[rs.ip];
+    // The PUSH and the container first: most operand steps are followed by
+    // something else, and most subscripts behind one are not of JSON values.
     const vrkinstr& push = code[rs.ip + 2];
+    if (push.opcode() != Op::PUSH || push.arg != 1 || push.ref != 0) return false;
+    vrkvar* c = json_container(fused::loaded_var(code[rs.ip + 1]));
+    if (!c || !read_tail(code, rs.ip + 4)) return false;
+    const vrkinstr& step = code[rs.ip];
     const Op op = code[rs.ip + 6].opcode();
     if (step.ref != 0 || step.arg == -2 || !fused::completes(step.opcode(), op)) return false;
-    if (push.opcode() != Op::PUSH || push.arg != 1 || push.ref != 0 || !read_tail(code, rs.ip + 4))
-        return false;
     vrkblock* b = rs.b;
     vrkvar* res = top_slot(b);
     if (!fused::is_number(res) || res->constant || (res->attrs & attr::FRESH_RESULT)) return false;
     if (op == Op::ADD && rs.kept_left != nullptr) return false;
-    vrkvar* container = fused::loaded_var(code[rs.ip + 1]);
-    vrkvar* c = json_container(container);
-    if (!c || is_transient(b, c)) return false;
+    if (is_transient(b, c)) return false;
     vrkvar* key = key_of(code[rs.ip + 3]);
     if (!key || !value_context().data_paths) return false;
     vrkelement* element = existing_element(c->value.json, key, code[rs.ip + 4].arg);
