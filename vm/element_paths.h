@@ -127,8 +127,8 @@ namespace element_paths {
 // container may not be transient: the operator's temp given back would forget
 // such an owner on one path and not on another. Answers false, having done
 // nothing, for anything else.
-[[gnu::always_inline]] inline bool arithmetic_step(run_state& rs, const vrkinstr* code,
-                                                   std::size_t count, uint64_t& steps) {
+[[gnu::noinline]] inline bool arithmetic_step(run_state& rs, const vrkinstr* code,
+                                              std::size_t count, uint64_t& steps) {
     constexpr uint32_t kLength = 7;
     if (rs.ip + std::size_t{kLength} > count || steps < kLength) return false;
     // The PUSH and the container first: most operand steps are followed by
@@ -272,8 +272,8 @@ namespace element_paths {
 }
 
 // PUSH at rs.ip: the store of `PUSH 0` or the read or store of `PUSH 1`.
-[[gnu::always_inline]] inline bool push_step(run_state& rs, const vrkinstr* code, std::size_t count,
-                                             uint64_t& steps) {
+[[gnu::noinline]] inline bool push_step(run_state& rs, const vrkinstr* code, std::size_t count,
+                                        uint64_t& steps) {
     const int64_t pushed = code[rs.ip].arg;
     if (pushed == 0) return store_step(rs, code, count, steps);
     if (pushed != 1 || rs.ip + std::size_t{2} >= count) return false;
