@@ -281,6 +281,19 @@ namespace element_paths {
     return read_step(rs, code, count, steps);
 }
 
+// The test the dispatch makes in line before it calls push_step or
+// arithmetic_step: the instruction two on is the one each sequence has
+// there (a PUSH behind PUSH 0 and behind an operand step, an INDEX behind
+// PUSH 1), so that every other PUSH and operand step costs no call.
+[[gnu::always_inline]] inline bool may_start(const vrkinstr* code, std::size_t count, uint32_t ip,
+                                             bool operand_step) {
+    if (ip + std::size_t{4} > count) return false;
+    const Op second = code[ip + 2].opcode();
+    if (operand_step) return second == Op::PUSH;
+    const int64_t pushed = code[ip].arg;
+    return pushed == 0 ? second == Op::PUSH : pushed == 1 && second == Op::INDEX;
+}
+
 }  // namespace element_paths
 
 }  // namespace vrk

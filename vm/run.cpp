@@ -330,7 +330,8 @@ template <bool kBody>
         if (!fused) {
             operand_step(rs, VRK_INS);
         } else if (!fused::arithmetic_step(rs, code, count, steps) &&
-                   !element_paths::arithmetic_step(rs, code, count, steps)) {
+                   !(element_paths::may_start(code, count, rs.ip, true) &&
+                     element_paths::arithmetic_step(rs, code, count, steps))) {
             fused::number_operand_step(rs, VRK_INS);
         }
         VRK_NEXT(Flow::next);
@@ -368,7 +369,9 @@ template <bool kBody>
     op_EXTERNAL:
         VRK_NEXT(external(rs, VRK_INS));
     op_PUSH:
-        if (fused && element_paths::push_step(rs, code, count, steps)) VRK_NEXT(Flow::next);
+        if (fused && element_paths::may_start(code, count, rs.ip, false) &&
+            element_paths::push_step(rs, code, count, steps))
+            VRK_NEXT(Flow::next);
         if (!(fused && VRK_INS.arg == 0 && fused::push_number(b, VRK_INS))) push_slots(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_ARG:
