@@ -14,6 +14,7 @@
 #include "values/json.h"
 #include "values/object.h"
 #include "values/value_context.h"
+#include "vm/element_paths.h"
 #include "vm/errors.h"
 #include "vm/ops.h"
 #include "vm/run.h"
@@ -93,26 +94,6 @@ void index_json(vrkblock* b, vrkinstr& ins, vrkvar* c, vrkvar* key, bool store_m
         element = json_at(json, to_int(key));
     }
     top_slot(b) = element;
-}
-
-// The element a read of `json` by `key` finds without growing the array or
-// adding a key: a position inside the array, or the element the hint word
-// names when it carries the key. Null when the read needs the general path
-// (index_json), which then finds, grows or appends exactly as before.
-vrkelement* existing_element(const vrkjson* json, const vrkvar* key, int64_t hint) {
-    if (!json) return nullptr;
-    const std::vector<vrkelement*>& elements = json->elements;
-    if (key->type == Tag::INT) {
-        const int64_t i = key->value.i;
-        if (i < 0 || static_cast<uint64_t>(i) >= elements.size()) return nullptr;
-        return elements[static_cast<std::size_t>(i)];
-    }
-    if (key->type != Tag::STRING || !key->value.str) return nullptr;
-    if (hint < 0 || static_cast<uint64_t>(hint) >= elements.size()) return nullptr;
-    vrkelement* element = elements[static_cast<std::size_t>(hint)];
-    if (!element->key || element->key->empty() || !json_key_equal(*element->key, *key->value.str))
-        return nullptr;
-    return element;
 }
 
 // A read of the character at an integer position inside the string, when the
@@ -266,7 +247,7 @@ Flow index_value(run_state& rs, vrkinstr& ins) {
     b->pending_index = -1;
     const bool store_mode = ins.arg == -1;
     if (c->type == Tag::JSON && !store_mode && value_context().data_paths) {
-        if (vrkelement* element = existing_element(c->value.json, key, ins.arg)) {
+        if (vrkelement* element = element_paths::existing_element(c->value.json, key, ins.arg)) {
             b->stack.pop_back();
             top_slot(b) = element;
             note_element(b, transient);

@@ -12,6 +12,7 @@
 #include "values/value_context.h"
 #include "vm/block.h"
 #include "vm/debug_runs.h"
+#include "vm/element_paths.h"
 #include "vm/errors.h"
 #include "vm/fused_paths.h"
 #include "vm/native_call.h"
@@ -357,7 +358,8 @@ template <bool kBody>
             operand_step(rs, VRK_INS);
         } else if (fused::arithmetic_step(rs, code, count, steps)) {
             VRK_NEXT_INLINE();
-        } else {
+        } else if (!(element_paths::may_start(code, count, rs.ip, true) &&
+                     element_paths::arithmetic_step(rs, code, count, steps))) {
             fused::number_operand_step(rs, VRK_INS);
         }
         VRK_NEXT(Flow::next);
@@ -405,6 +407,9 @@ template <bool kBody>
     op_EXTERNAL:
         VRK_NEXT(external(rs, VRK_INS));
     op_PUSH:
+        if (fused && element_paths::may_start(code, count, rs.ip, false) &&
+            element_paths::push_step(rs, code, count, steps))
+            VRK_NEXT(Flow::next);
         if (!(fused && VRK_INS.arg == 0 && fused::push_number(b, VRK_INS))) push_slots(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_ARG:

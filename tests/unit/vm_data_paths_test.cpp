@@ -7,7 +7,8 @@
 // (holes, growth, negative and out-of-range positions, nesting), keyed reads
 // (present, absent, a hint made stale by a key added, renamed or erased),
 // temps that hold a string, a number, a reference or a function in turn, the
-// step budget at every instruction of a loop, and a loop that suspends.
+// step budget at every instruction of a loop, and a loop that suspends; and
+// the subscript sequences the dispatch runs in one step (vm/element_paths.h).
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -160,6 +161,131 @@ TEST_F(VmDataPathsTest, StepBudgetAndSuspension) {
     const outcome whole = expect_same(loop);
     EXPECT_EQ(whole.suspensions, 3);
     for (uint64_t budget = 1; budget < 160; ++budget) expect_same(loop, budget);
+}
+
+TEST_F(VmDataPathsTest, ElementSequencesInOneStep) {
+    // Reads and stores of elements in the sequences the dispatch runs in one
+    // step, beside cases that must take the single instructions: numbers of
+    // both types and mixed, overflow, division by zero, text and list
+    // elements, appends at the end and past it, negative and float positions,
+    // keys whose hint is stale, containers that are results or
+    // by-reference parameters, the erase constant, fresh results.
+    const outcome o = expect_same(R"(
+        fill(#arr, n) { for (j = 0; j < n; j++) { arr[j] = j + 0.5; } return count(arr); }
+        make() { return [4, 5, 6]; }
+        num() { return 3; }
+        a = [];
+        for (i = 0; i < 8; i++) { a[i] = i * 3; }
+        a[3] = 2.5;
+        a[4] = "text";
+        a[5] = [1, 2];
+        f = [1.5, 2, 3, 4];
+        s = 0;
+        p = 1;
+        q = 1000;
+        x = 0;
+        for (i = 0; i < 4; i++) {
+            s += a[i];
+            p *= f[i];
+            q -= a[i];
+            x = a[i];
+        }
+        print("" + s + "," + p + "," + q + "," + x + "," + count(a));
+        u = "";
+        for (i = 3; i < 7; i++) { u += a[i]; x = a[i]; }
+        print(u + "," + x);
+        big = [9223372036854775807, 0, 2];
+        w = 1;
+        w += big[0];
+        d = 7;
+        d /= big[1];
+        e = 7;
+        e /= big[2];
+        print("" + w + "," + d + "," + e);
+        b = [];
+        b[0] = 1;
+        b[1] = 2.5;
+        b[3] = 4;
+        b[-1] = 7;
+        b[1] = 8;
+        b[1.7] = 9;
+        b[count(b)] = num();
+        b[0] = null;
+        print("" + b[0] + "," + b[1] + "," + b[2] + "," + count(b) + "," + b[-1]);
+        r = [name = "r", hits = 7, weight = 3];
+        t = 0;
+        y = 0;
+        for (i = 0; i < 5; i++) {
+            t += r.hits;
+            r.weight = i;
+            y = r.weight;
+            if (i == 2) { setkey(r, 0, "hits"); }
+            if (i == 3) { erase(r, "hits"); r.hits = 1.5; }
+        }
+        print("" + t + "," + y + "," + r.hits + "," + count(r));
+        v = [];
+        print("" + fill(v, 4) + "," + v[3]);
+        m = 0;
+        z = 0;
+        for (i = 0; i < 3; i++) { m += make()[i]; z = make()[i]; }
+        print("" + m + "," + z);
+        k = [1, 2];
+        k[0] = 5;
+        g = 1;
+        g += k[1];
+        h = [[1, 2], [3, 4]];
+        h[1][0] = h[0][1] + 10;
+        g += h[1][0];
+        print("" + k[0] + "," + g);
+    )");
+    ASSERT_EQ(o.printed.size(), 8U);
+    EXPECT_EQ(o.printed[0], "11.500000,36.000000,988.500000,2.500000,8");
+    EXPECT_EQ(o.printed[2], "-9223372036854775808,0,3");
+    EXPECT_EQ(o.printed[3], "9,0,7,4,3");
+    // The hinted read keeps finding the element it found first, even after an
+    // element in front of it took the same key.
+    EXPECT_EQ(o.printed[4], "29.500000,4,1.500000,2");
+}
+
+TEST_F(VmDataPathsTest, ElementSequencesUnderTheStepBudget) {
+    // Every budget that ends the run inside one of the sequences, and a
+    // suspension between them.
+    const std::string loop = R"(
+        a = [];
+        r = [k = 2];
+        n = 0;
+        x = 0;
+        for (i = 0; i < 3; i++) {
+            a[i] = i + 1;
+            n += a[i];
+            r.k = n;
+            n -= r.k;
+            x = a[i];
+            pause();
+        }
+        print("" + n + "," + x + "," + count(a));
+    )";
+    const outcome whole = expect_same(loop);
+    EXPECT_EQ(whole.suspensions, 3);
+    for (uint64_t budget = 1; budget < 130; ++budget) expect_same(loop, budget);
+}
+
+// Keys compare by whole words where they can: every length from empty to
+// past two words, equal, and different in each single byte or in length.
+TEST_F(VmDataPathsTest, KeyCompareAtEveryLengthAndByte) {
+    for (std::size_t n = 0; n <= 20; ++n) {
+        std::string a;
+        for (std::size_t i = 0; i < n; ++i) a.push_back(static_cast<char>('a' + i));
+        const std::string same = a;
+        EXPECT_TRUE(json_key_equal(a, same)) << n;
+        EXPECT_FALSE(json_key_equal(a, a + "x")) << n;
+        EXPECT_FALSE(json_key_equal(a + "x", a)) << n;
+        for (std::size_t i = 0; i < n; ++i) {
+            std::string other = a;
+            other[i] = static_cast<char>(other[i] ^ 0x40);
+            EXPECT_FALSE(json_key_equal(a, other)) << n << " at " << i;
+        }
+    }
 }
 
 // A temp's state after take_temp does not depend on the way it was blanked,
