@@ -12,10 +12,8 @@
 #include <stdexcept>
 
 #include "base/context.h"
-#include "base/log.h"
 #include "values/object.h"
 #include "values/value_context.h"
-#include "vm/errors.h"
 #include "vm/ops.h"
 #include "vm/run.h"
 
@@ -31,32 +29,6 @@ struct native_depth {
     native_depth(const native_depth&) = delete;
     native_depth& operator=(const native_depth&) = delete;
 };
-
-// The end of a native run whose builtin could not get the memory it needed:
-// what the run loop does for any run (its working state is given back, the
-// fault is reported, the run ends normally answering the void value).
-vrkvar* native_out_of_memory(vrkblock* b) {
-    b->member_owner = nullptr;
-    b->pending_index = -1;
-    if (b->object_stack) b->object_stack->clear();
-    if (b->params_bound && !b->params.empty() && b->callee) restore_params(b);
-    b->params_bound = 0;
-    b->params.clear();
-    release_temps(b);
-    top_slot(b) = void_value();
-    try {
-        runtime_error("ALLOCATION_FAILURE", b);
-    } catch (const std::bad_alloc&) {}
-    b->resume_at = 0;
-    b->suspended = 0;
-    run_cleanup(b);
-    if (b->stack.size() != 1) log().log("\nstack size: %i\n", static_cast<int>(b->stack.size()));
-    b->waiting_on = nullptr;
-    b->self_cell = nullptr;
-    vrkvar* result = b->stack.empty() ? nullptr : b->stack.back();
-    end_running(b);
-    return result;
-}
 
 }  // namespace
 
@@ -89,9 +61,9 @@ vrkvar* enter_native(vrkblock* b, vrkblock* caller) {
         // EXTERNAL always ends the run, with its answer in the top slot.
         external(rs, b->code[0]);
     } catch (const std::bad_alloc&) {
-        return native_out_of_memory(b);
+        return end_out_of_memory(b);
     } catch (const std::length_error&) {
-        return native_out_of_memory(b);
+        return end_out_of_memory(b);
     }
     end_running(b);
     return b->stack.empty() ? nullptr : b->stack.back();

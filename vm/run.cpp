@@ -516,4 +516,6 @@ vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {
     return run(block, caller, block->resume_at, self);
 }
 
+vrkvar* end_out_of_memory(vrkblock* block) { return out_of_memory_end(block); }
+
 }  // namespace vrk

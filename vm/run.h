@@ -26,6 +26,10 @@ inline vrkvar* const kSuspended = reinterpret_cast<vrkvar*>(uintptr_t{1});
 vrkvar* run(vrkblock* block, vrkblock* caller, uint32_t start, vrkvar* self);
 // run(block, caller, block->resume_at, self).
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self);
+// Ends the run of `block` whose instruction could not get the memory it
+// needed: its working state is given back, the fault reported, and the run
+// ends as a normal end does, answering the void value.
+vrkvar* end_out_of_memory(vrkblock* block);
 
 // The clean-up at every end of a run: self variable, scratch payload, displaced
 // parameters, leaked temps, scoped variables. Most runs have none of them, which

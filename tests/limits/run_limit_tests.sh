@@ -3,7 +3,8 @@
 # nested `if` bodies, a 20 MB script on one line, and a string that doubles
 # until memory runs out. Each must end by itself (a generous hang guard, no
 # timing asserted) inside a 1 GB address space, with the report the host gives
-# for it, and the host must go on after it.
+# for it, and the host must go on after it. The string doubles once by an
+# operator and once inside a library function.
 #
 # Usage: run_limit_tests.sh <path to vorka> [sanitized]
 # With "sanitized" (an AddressSanitizer build) the address space is not limited,
@@ -91,6 +92,17 @@ while (i < 40) {
 print("still running");
 VRS
     run_case doubling doubling.vrs "ALLOCATION_FAILURE" "still running"
+    # The same inside a library function, which a call enters directly.
+    cat >library_doubling.vrs <<'VRS'
+s = "x";
+i = 0;
+while (i < 40) {
+    i = i + 1;
+    s = replace(s, "x", "xx");
+}
+print("still running after " + i);
+VRS
+    run_case library_doubling library_doubling.vrs "ALLOCATION_FAILURE" "still running after 40"
 fi
 
 echo "$passed passed, $failed failed"
