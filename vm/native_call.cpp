@@ -16,6 +16,7 @@
 #include "values/value_context.h"
 #include "vm/ops.h"
 #include "vm/run.h"
+#include "vm/run_start.h"
 
 namespace vrk {
 
@@ -41,16 +42,7 @@ vrkvar* enter_native(vrkblock* b, vrkblock* caller) {
     native_depth depth(ctx.depth_budget);
     // The fresh start of a run from instruction 0 (a native block is entered
     // even while it runs: it keeps nothing between calls).
-    b->waiting_on = nullptr;
-    b->self_cell = nullptr;
-    if (b->stack.empty()) {
-        b->stack.push_back(&b->scratch);
-    } else {
-        b->stack.erase(b->stack.begin() + 1, b->stack.end());
-        b->stack.front() = &b->scratch;
-    }
-    b->params.clear();
-    b->pending_index = -1;
+    fresh_start(b);
     b->caller = caller;
     b->loop_signal = 0;
     b->return_signal = 0;

@@ -17,6 +17,7 @@
 #include "vm/fused_paths.h"
 #include "vm/native_call.h"
 #include "vm/ops.h"
+#include "vm/run_start.h"
 
 namespace vrk {
 
@@ -38,24 +39,6 @@ namespace {
         return false;
     }
     return true;
-}
-
-[[gnu::always_inline]] inline void fresh_start(vrkblock* b) {
-    b->waiting_on = nullptr;
-    b->self_cell = nullptr;
-    // The stack keeps its memory: one slot, the scratch cell.
-    if (b->stack.empty()) {
-        b->stack.push_back(&b->scratch);
-    } else {
-        b->stack.erase(b->stack.begin() + 1, b->stack.end());
-        b->stack.front() = &b->scratch;
-    }
-    b->params.clear();
-    b->pending_index = -1;
-    if (!b->callblocks.empty()) {
-        log().log("callblocks is not zero!");
-        b->callblocks.clear();
-    }
 }
 
 // `self` 0 keeps the saved self cell, all ones binds nothing; anything else is
