@@ -20,26 +20,13 @@
 
 namespace vrk {
 
-namespace {
-
-// Holds one nested run of the depth budget while the builtin runs.
-struct native_depth {
-    uint32_t& left;
-    explicit native_depth(uint32_t& budget) : left(budget) { --left; }
-    ~native_depth() { ++left; }
-    native_depth(const native_depth&) = delete;
-    native_depth& operator=(const native_depth&) = delete;
-};
-
-}  // namespace
-
 vrkvar* enter_native(vrkblock* b, vrkblock* caller) {
     vrkcontext& ctx = context();
     if (!value_context().call_paths || !b->native || !caller || ctx.debug_info ||
         b->resume_at != 0 || ctx.step_budget == 1 || ctx.depth_budget == 1 || b->code.size() != 1 ||
         b->code[0].opcode() != Op::EXTERNAL || !b->callblocks.empty())
         return resume(b, caller, nullptr);
-    native_depth depth(ctx.depth_budget);
+    depth_guard depth(ctx.depth_budget);
     // The fresh start of a run from instruction 0 (a native block is entered
     // even while it runs: it keeps nothing between calls).
     fresh_start(b);

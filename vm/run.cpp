@@ -101,16 +101,6 @@ vrkvar* forced_end(vrkblock* b) {
     return normal_end(b);
 }
 
-// Keeps the depth budget: one nested run taken on entry, given back at every
-// end of the run.
-struct depth_guard {
-    uint32_t& left;
-    explicit depth_guard(uint32_t& budget) : left(budget) { --left; }
-    ~depth_guard() { ++left; }
-    depth_guard(const depth_guard&) = delete;
-    depth_guard& operator=(const depth_guard&) = delete;
-};
-
 // The fast paths a run takes, read from the value context once per run and
 // handed down to the bodies it runs (the tests switch each off to compare).
 struct loop_switches {

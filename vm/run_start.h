@@ -1,5 +1,5 @@
-// The fresh start of a run, shared by the run loop and the direct entry of a
-// builtin's block.
+// The start of a run, shared by the run loop and the direct entry of a
+// builtin's block: the hold on the depth budget and the fresh start.
 //
 // A run from instruction 0 forgets what the block was waiting on and the
 // `this` of its last run, cuts its value stack back to the one slot that holds
@@ -8,10 +8,22 @@
 // code that made them: they are reported and dropped.
 #pragma once
 
+#include <cstdint>
+
 #include "base/log.h"
 #include "vm/block.h"
 
 namespace vrk {
+
+// Keeps the depth budget: one nested run taken on entry, given back at every
+// end of the run.
+struct depth_guard {
+    uint32_t& left;
+    explicit depth_guard(uint32_t& budget) : left(budget) { --left; }
+    ~depth_guard() { ++left; }
+    depth_guard(const depth_guard&) = delete;
+    depth_guard& operator=(const depth_guard&) = delete;
+};
 
 [[gnu::always_inline]] inline void fresh_start(vrkblock* b) {
     b->waiting_on = nullptr;
