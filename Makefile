@@ -30,7 +30,7 @@ TSAN_DIR   ?= build-tsan
 PGO_DIR    ?= build-pgo
 # Unit tests that start worker threads, and the script thread stress tests; only
 # these run under ThreadSanitizer.
-TSAN_TESTS ?= ^Workers|^ScriptThreads|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects|^BuiltinsFilesTest|^BitmapJobsTest
+TSAN_TESTS ?= ^Workers|^LogTest\.Threads|^ScriptThreads|^EngineTest\.(FinishedWorker|PendingThreads)|^BuiltinsArraysTest\.Objects|^BuiltinsFilesTest|^BitmapJobsTest
 SCRIPT     ?= examples/hello.vrs
 CTEST_ARGS ?=
 

@@ -25,7 +25,7 @@ constexpr std::size_t kOutBufferSize = kLogBufferSize + 16;
 
 // Listener calls may not throw: an empty callback (std::bad_function_call) or
 // any other exception out of a listener ends the process here instead of
-// leaving the log half-way through a message with its busy guard set.
+// leaving the log half-way through a message.
 bool call_listener(const std::function<bool(ScriptLogType, const char*)>& callback,
                    ScriptLogType type, const char* text) noexcept {
     return callback(type, text);
@@ -149,6 +149,31 @@ std::size_t format_again(const char* text, char* out, std::size_t size) {
 
 }  // namespace
 
+// One message's hold on the log: it waits for another thread's message to be
+// written, and is not taken at all (`taken` false) when this thread is writing
+// one already.
+class log_turn {
+public:
+    explicit log_turn(vrklog& log) : writer(log.writer) {
+        const uint32_t me = current_thread_id();
+        // Only this thread ever stores its own id, so the test needs no order.
+        if (writer.load(std::memory_order_relaxed) == me) return;
+        hold = std::unique_lock<std::mutex>(log.writeTurn);
+        writer.store(me, std::memory_order_relaxed);
+    }
+    ~log_turn() {
+        if (hold.owns_lock()) writer.store(0, std::memory_order_relaxed);
+    }
+    log_turn(const log_turn&) = delete;
+    log_turn& operator=(const log_turn&) = delete;
+
+    bool taken() const { return hold.owns_lock(); }
+
+private:
+    std::atomic<uint32_t>& writer;      // the log's record of the writing thread
+    std::unique_lock<std::mutex> hold;  // the log's turn, when this message took it
+};
+
 vrklog::vrklog()
     : logBuffer(new char[kLogBufferSize]),
       namedLogBuffer(new char[kLogBufferSize]),
@@ -162,10 +187,10 @@ void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, 
                    const char* format, va_list* args, bool literal) {
     if (!format) return;
     ScriptLock lock;
-    // A message while another is under way is dropped, not queued: that keeps a
-    // listener that logs from producing a nested line.
-    if (logBusy) return;
-    logBusy = 1;
+    // A message while another is under way on this thread is dropped, not
+    // queued: that keeps a listener that logs from producing a nested line.
+    const log_turn turn(*this);
+    if (!turn.taken()) return;
 
     if (!quiet) set_console_colour(colour);
 
@@ -231,8 +256,6 @@ void vrklog::write(ScriptLogType type, const char* prefix, bool restore_colour, 
         inListeners = 0;
         if (restore_colour && !quiet) set_console_colour(kColourDefault);
     }
-
-    logBusy = 0;
 }
 
 void vrklog::error(const char* format, ...) {
@@ -269,8 +292,8 @@ void vrklog::raw(const char* format, ...) {
 
 void vrklog::errorNamed(const char* const* name, const char* format, ...) {
     ScriptLock lock;
-    if (logBusy) return;
-    logBusy = 1;
+    const log_turn turn(*this);
+    if (!turn.taken()) return;
     if (format) {
         va_list args;
         va_start(args, format);
@@ -279,10 +302,9 @@ void vrklog::errorNamed(const char* const* name, const char* format, ...) {
     } else {
         namedLogBuffer[0] = 0;
     }
-    // The busy guard is still set, so this call stops at once: the report is
-    // silent by construction.
+    // This thread still holds the log, so this call stops at once: the report
+    // is silent by construction.
     error("(%s) -> %s", name && *name ? *name : "", namedLogBuffer.get());
-    logBusy = 0;
 }
 
 uint32_t vrklog::addListener(std::function<bool(ScriptLogType, const char*)> callback) {

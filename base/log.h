@@ -6,16 +6,21 @@
 // the listeners that scripts or native code registered. A log call never stops
 // anything; what happens after a failure is the caller's decision.
 //
-// Re-entry is refused rather than queued: while one log call is under way
-// (`logBusy`), a second one on the same thread, for example from a listener
-// that prints, produces nothing at all. `errorNamed` relies on exactly that and
-// is therefore silent by construction.
+// One message is written at a time. Messages of different threads take turns
+// (`writeTurn`): a worker's report waits while the main thread writes between
+// frames, when it holds no script lock. Re-entry is refused rather than queued:
+// while one log call is under way on a thread (`writer`), a second one on the
+// same thread, for example from a listener that prints, produces nothing at
+// all. `errorNamed` relies on exactly that and is therefore silent by
+// construction.
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "platform/compiler.h"
@@ -49,8 +54,8 @@ public:
     // Formatted text without prefix or line end. The formatted text is used as the
     // format of the final output a second time, so "%" in it is interpreted again.
     void raw(const char* format, ...) VRK_PRINTF_FORMAT(2, 3);
-    // Report of a wrong builtin call; formats, then calls error() while the busy
-    // guard is still set, so nothing is printed or passed on.
+    // Report of a wrong builtin call; formats, then calls error() while this
+    // thread still holds the log, so nothing is printed or passed on.
     void errorNamed(const char* const* name, const char* format, ...) VRK_PRINTF_FORMAT(3, 4);
 
     // Adds a listener and returns its id (the first is 1).
@@ -82,7 +87,10 @@ private:
     std::unique_ptr<char[]> logBuffer;       // formatting buffer of the writers
     std::unique_ptr<char[]> namedLogBuffer;  // formatting buffer of errorNamed
     std::unique_ptr<char[]> outBuffer;       // final line assembled for stdout
-    uint8_t logBusy = 0;                     // re-entry guard
+    std::mutex writeTurn;                    // held by the thread writing a message
+    std::atomic<uint32_t> writer{0};         // id of that thread (current_thread_id), 0 for none
+
+    friend class log_turn;
 };
 
 // The process's log object (held by the process context).

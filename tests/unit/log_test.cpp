@@ -2,7 +2,10 @@
 // listeners, the re-entry guard and the syntax reports.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/context.h"
@@ -132,6 +135,33 @@ TEST_F(LogTest, ListenerThatLogsProducesNoNestedLine) {
     EXPECT_EQ(out, "[LOG]: outer\n");
     EXPECT_EQ(calls, 1);
     log().removeListener(id);
+}
+
+// Between frames the main thread writes without the script lock, while a
+// worker writes under it: their messages take turns, and none is lost.
+TEST_F(LogTest, ThreadsTakeTurnsAndNoMessageIsLost) {
+    constexpr int kEach = 20000;
+    std::atomic<int> seen{0};
+    // The listener takes its time, so that each message is long under way.
+    const uint32_t id = log().addListener([&](ScriptLogType, const char* text) {
+        volatile std::size_t sum = 0;
+        for (int round = 0; round < 200; ++round) sum = sum + std::strlen(text);
+        seen.fetch_add(1, std::memory_order_relaxed);
+        return true;
+    });
+    const bool wasQuiet = log().quiet;
+    log().quiet = true;  // plain lines are not shown; listeners see them all
+    std::atomic<bool> go{false};
+    std::thread worker([&go] {
+        while (!go.load()) std::this_thread::yield();
+        for (int i = 0; i < kEach; ++i) log().log("worker %d", i);
+    });
+    go.store(true);
+    for (int i = 0; i < kEach; ++i) log().log("main %d", i);
+    worker.join();
+    log().quiet = wasQuiet;
+    log().removeListener(id);
+    EXPECT_EQ(seen.load(), 2 * kEach);
 }
 
 TEST_F(LogTest, ListenerMayRemoveItselfWhileListenersRun) {
