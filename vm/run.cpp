@@ -109,7 +109,12 @@ struct loop_switches {
     bool calls;  // the in-line steps of calls (vrkvalue_context::call_paths)
 };
 
-template <bool kBody>
+// How a run of the dispatch loop begins: the full entry of `run` (with the
+// debug record), the light entry of an if/loop body, or the rest of a body
+// whose entry and first step the flat entry (run_flat_body) has already done.
+enum class Entry : uint8_t { full, body, continued };
+
+template <Entry kEntry>
 vrkvar* run_block(vrkcontext& ctx, vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self,
                   loop_switches switches);
 
@@ -121,7 +126,56 @@ vrkvar* run_block(vrkcontext& ctx, vrkblock* b, vrkblock* caller, uint32_t start
 // those of any run.
 [[gnu::always_inline]] inline vrkvar* run_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent,
                                                loop_switches switches) {
-    return run_block<true>(ctx, child, parent, child->resume_at, parent->self_cell, switches);
+    return run_block<Entry::body>(ctx, child, parent, child->resume_at, parent->self_cell,
+                                  switches);
+}
+
+// A body of a few instructions that begins with the load of a named variable
+// is, most of the time, one fused sequence: `total += i;`, `i++;`, `x = y;`.
+// Such a body can run without a nested run of the loop: what matters of a run
+// is what it leaves in the block, not the host frame it used. The flat entry
+// takes a body only when entering it could not be refused or stopped (not
+// running, sleeping or suspended, depth budget and step budget to spare), so
+// that the entry comes down to its effects on the block.
+constexpr std::size_t kFlatBodyLimit = 4;
+
+[[gnu::always_inline]] inline bool flat_entry_applies(const vrkcontext& ctx, const vrkblock* child,
+                                                      loop_switches switches) {
+    const std::size_t count = child->code.size();
+    if (!switches.fused || count == 0 || count > kFlatBodyLimit) return false;
+    const vrkinstr& first = child->code.front();
+    return first.opcode() == Op::LOAD && first.ref != 0 && !child->native && !child->running &&
+           !child->sleeping && child->resume_at == 0 && ctx.depth_budget > 1 && ctx.step_budget > 1;
+}
+
+// The body `child` of `parent` by the flat entry: the entry's effects on the
+// block (as `enter` has them for a fresh run that may go in), the budget step
+// of its first instruction, and the fused step that starts with the load.
+// When that step ran the whole code, the run ends here as any run ends at the
+// end of its code; otherwise the dispatch loop goes on with the instruction
+// after it, as it would have after an in-line step. The first step reaches no
+// script code, so nothing nests while the depth budget is not held.
+vrkvar* run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_switches switches) {
+    child->running = 1;
+    fresh_start(child);
+    bind_self(child, parent->self_cell);
+    child->caller = parent;
+    child->loop_signal = 0;
+    child->return_signal = 0;
+    child->suspended = 0;
+    const vrkinstr* const code = child->code.data();
+    const std::size_t count = child->code.size();
+    uint64_t& steps = ctx.step_budget;
+    --steps;
+    run_state rs{child, 0, 1, false};
+    if (!fused::load_step(rs, code, count, steps)) {
+        // Not a variable the load can name: the loop runs it from the start,
+        // and counts it there.
+        ++steps;
+        return run_block<Entry::continued>(ctx, child, parent, 0, nullptr, switches);
+    }
+    if (rs.next >= count) return normal_end(child);
+    return run_block<Entry::continued>(ctx, child, parent, rs.next, nullptr, switches);
 }
 
 // RUN_CHILD with the light entry (run_body) for its body.
@@ -131,7 +185,9 @@ vrkvar* run_block(vrkcontext& ctx, vrkblock* b, vrkblock* caller, uint32_t start
     if (!child) return Flow::next;
     vrkblock* parent = rs.b;
     vrkvar* r = ctx.debug_info ? resume(child, parent, parent->self_cell)
-                               : run_body(ctx, child, parent, switches);
+                : flat_entry_applies(ctx, child, switches)
+                    ? run_flat_body(ctx, child, parent, switches)
+                    : run_body(ctx, child, parent, switches);
     return child_ended(rs, child, r);
 }
 
@@ -217,8 +273,8 @@ constexpr std::size_t kOpcodeSpace = 256;
             VRK_OTHER16 VRK_OTHER16
 
 // A run of block `b` from instruction `start`, as `run` describes it, with the
-// one dispatch loop; `kBody` for the light entry of a body (run_body), which
-// keeps no debug record.
+// one dispatch loop; `kEntry` says how it begins (Entry): a body keeps no debug
+// record, and a continued body has been entered already.
 //
 // Dispatch is threaded: every instruction's code ends with its own copy of the
 // step between instructions (the flow and suspension checks, the step budget)
@@ -230,7 +286,7 @@ constexpr std::size_t kOpcodeSpace = 256;
 // With `fused` set an instruction may run a whole fused sequence that starts
 // at it (vm/fused_paths.h). A function with a label table is never inlined:
 // the entry of a run is done here, in the same frame.
-template <bool kBody>
+template <Entry kEntry>
 [[gnu::noinline]] vrkvar* run_block(vrkcontext& ctx, vrkblock* const b, vrkblock* caller,
                                     uint32_t start, vrkvar* self, loop_switches switches) {
     depth_guard depth(ctx.depth_budget);
@@ -238,12 +294,14 @@ template <bool kBody>
         report_depth(ctx);
         return nullptr;
     }
-    if (!enter(b, caller, start, self)) return nullptr;
-    run_state rs{b, start, start, start != 0};
+    if constexpr (kEntry != Entry::continued) {
+        if (!enter(b, caller, start, self)) return nullptr;
+    }
+    run_state rs{b, start, start, kEntry != Entry::continued && start != 0};
     // With debug tables the run is recorded with its position, so that a
     // trace names the statement being run rather than the one it resumes at.
     std::optional<debug_run_scope> recorded;
-    if constexpr (!kBody) {
+    if constexpr (kEntry == Entry::full) {
         if (ctx.debug_info) recorded.emplace(b, &rs.ip);
     }
     // A block's code does not change while the block runs.
@@ -364,9 +422,9 @@ template <bool kBody>
         vrkblock* callee = call_enter(rs, VRK_INS);
         if (!callee) VRK_NEXT(Flow::next);
         const uint64_t destroyed = value_context().blocks_destroyed;
-        vrkvar* r = callee->native
-                        ? enter_native(callee, b)
-                        : run_block<false>(ctx, callee, b, callee->resume_at, nullptr, switches);
+        vrkvar* r = callee->native ? enter_native(callee, b)
+                                   : run_block<Entry::full>(ctx, callee, b, callee->resume_at,
+                                                            nullptr, switches);
         VRK_NEXT(call_returned(rs, callee, r, value_context().blocks_destroyed == destroyed));
     }
     op_CALL_PREP:
@@ -480,7 +538,7 @@ template <bool kBody>
 
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const vrkvalue_context& values = value_context();
-    return run_block<false>(
+    return run_block<Entry::full>(
         context(), b, caller, start, self,
         loop_switches{values.fused_paths, values.light_entry, values.call_paths});
 }

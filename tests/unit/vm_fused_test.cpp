@@ -137,6 +137,12 @@ TEST_F(VmFusedTest, StepBudgetStopsAtTheSameInstruction) {
     const std::string text =
         "t=0; f=0.5; for (i=0; i<4; i++) { t += i; f *= 2; if (t > f) { t -= 1; } } print(t, f);";
     for (uint64_t budget = 1; budget < 200; ++budget) expect_same(text, budget);
+    // Bodies of one fused step, and one whose first step is only its load (a
+    // string operand), entered without a nested run of the loop.
+    const std::string short_bodies =
+        "t=0; s=\"\"; for (i=0; i<4; i++) { t += i; } for (j=0; j<3; j++) { s += \"ab\"; } "
+        "while (t > 0) { t--; } print(t, s);";
+    for (uint64_t budget = 1; budget < 120; ++budget) expect_same(short_bodies, budget);
 }
 
 TEST_F(VmFusedTest, BodiesGiveWhatFullRunsGive) {
@@ -151,6 +157,12 @@ TEST_F(VmFusedTest, BodiesGiveWhatFullRunsGive) {
         "n = 0; while (1) { n++; if (n > 4) { if (n == 5) { break; } } } print(n);"
         "t = 0; for (i = 0; i < 3; i++) { for (j = 0; j < 3; j++) { if (j == i) { continue; } "
         "t += j; } } print(t);");
+    // Short bodies: one fused step, a load followed by more instructions, a
+    // load of a constant, and a body that answers the value it loads.
+    expect_same(
+        "t = 0; s = \"\"; e = 2.5; for (i = 0; i < 5; i++) { t += i; } for (i = 0; i < 3; i++) "
+        "{ s += \"ab\"; } if (1) { d = e; } while (t > 3) { t--; } for (i = 0; i < 2; i++) "
+        "{ e *= t; } k = 5; if (k) { k = s; } print(t, s, d, e, k);");
     // `this` and members of an instance seen from the bodies of a method.
     expect_same(
         "class counter = { total = 0; add(n) { for (i = 0; i < n; i++) { if (i < 3) "
@@ -174,9 +186,9 @@ TEST_F(VmFusedTest, DepthBudgetCountsBodiesAlike) {
     // Each body is one nested run against the depth budget, whichever way it
     // is entered: the refusal comes at the same depth, with the same report.
     const std::string text =
-        "d = 0; if (1) { d = 1; if (1) { d = 2; if (1) { d = 3; if (1) { d = 4; } } } } "
-        "print(d);";
-    for (uint32_t budget : {3u, 4u, 5u, 6u, 7u}) {
+        "d = 0; e = 5; if (1) { d = 1; if (1) { d = 2; if (1) { d = 3; if (1) { d = 4; "
+        "if (1) { d = e; } } } } } print(d);";
+    for (uint32_t budget : {3u, 4u, 5u, 6u, 7u, 8u}) {
         std::vector<outcome> outcomes;
         for (bool light : {false, true}) {
             context().depth_budget = budget;
@@ -189,13 +201,13 @@ TEST_F(VmFusedTest, DepthBudgetCountsBodiesAlike) {
         EXPECT_EQ(outcomes[0].logged, outcomes[1].logged) << budget;
         EXPECT_EQ(outcomes[0].state, outcomes[1].state) << budget;
     }
-    context().depth_budget = 4;
-    context().depth_limit = 3;
+    context().depth_budget = 6;
+    context().depth_limit = 5;
     const outcome cut = run_script(text, true, 0, true);
     context().depth_budget = 0;
     context().depth_limit = 0;
     ASSERT_FALSE(cut.printed.empty());
-    EXPECT_NE(cut.printed[0], "4") << "the innermost bodies are refused";
+    EXPECT_EQ(cut.printed[0], "4") << "the innermost body is refused";
 }
 
 }  // namespace
