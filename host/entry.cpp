@@ -22,6 +22,7 @@
 #include "host/watchdog.h"
 #include "platform/files.h"
 #include "platform/frame_clock.h"
+#include "platform/heap.h"
 #include "platform/system.h"
 #include "platform/thread_stack.h"
 
@@ -257,6 +258,7 @@ int run_host(int argc, const char* const* argv) {
     ctx.depth_budget = kHostRunDepthLimit + 1;  // the run that would take it to 0 is refused
     const std::size_t perRun = platform::sanitized_build() ? kSanitizedRunStackBytes
                                                            : kRunStackBytes;
+    platform::prepare_heap();
     int exitCode = 0;
     auto work = [&] { exitCode = entry(argc, argv); };
     // Without a thread of its own the host runs on the process's stack.
