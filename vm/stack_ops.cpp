@@ -70,6 +70,32 @@ bool keeps_left_in_place(const run_state& rs, const vrkinstr& ins, const vrkvar*
     return piece->type == Tag::STRING || piece->type == Tag::INT || piece->type == Tag::FLOAT;
 }
 
+// The next free temp of `b` for the copy of the plain string `v` when that
+// temp holds a string already, taken without its blanking, or null. The
+// general way releases the temp's string, and the copy then takes a string
+// from the pool only to fill it with the same text; kept, the temp's buffer
+// takes the text and the cell ends as the general way leaves it: the tag
+// STRING, `aux` and `attrs` zero, `block` as it was. A movable or fresh string
+// (its text or its ownership bit changes hands) and typed or constant temps
+// take the general way.
+vrkvar* take_string_temp(vrkblock* b, const vrkvar* v) {
+    if (v->type != Tag::STRING || !v->value.str || (v->flags & flag::MOVABLE) ||
+        (v->attrs & attr::FRESH_RESULT))
+        return nullptr;
+    vrktemp_pool* pool = b->temp_pool.get();
+    if (!pool || pool->free.empty()) return nullptr;
+    vrkvar* t = pool->free.back();
+    if (!t || t == v || t->type != Tag::STRING || !t->value.str || t->constant ||
+        (t->flags & flag::FIXED_TYPE))
+        return nullptr;
+    pool->free.pop_back();
+    ++pool->in_use;
+    *t->value.str = *v->value.str;
+    t->aux = 0;
+    t->attrs = 0;
+    return t;
+}
+
 }  // namespace
 
 bool pop_slot(vrkblock* b) {
@@ -128,6 +154,14 @@ void wrap_argument(vrkblock* b, const vrkinstr& ins) {
     // Arguments are always taken into a temp of their own, the erase constant
     // too: only the store sequence (PUSH) keeps it, so `f(null)` passes 0.
     const bool fast = value_context().call_paths;
+    if (fast && v->type == Tag::STRING && !wraps_by_reference(b, ins, v)) {
+        if (vrkvar* t = take_string_temp(b, v)) {
+            slot = t;
+            b->transient_element = nullptr;
+            if (ins.ref != 0) b->stack.push_back(nullptr);
+            return;
+        }
+    }
     vrkvar* t = fast ? take_temp_fast(b) : take_temp(b);
     slot = t;
     if (wraps_by_reference(b, ins, v)) {

@@ -116,5 +116,25 @@ TEST_F(VmTextPathsTest, TextComparesGiveWhatEqualsGives) {
         expect_same_both_ways(&vrkvalue_context::data_paths, text, budget);
 }
 
+TEST_F(VmTextPathsTest, TextArgumentsGiveWhatTheGeneralCopyGives) {
+    // Texts wrapped as arguments into temps that held texts of other lengths
+    // (a temp that keeps its buffer must not keep its old characters), an empty
+    // text, a parameter by reference that writes back, a text made by `+` and
+    // a fresh builtin result as arguments, and texts compared in a loop.
+    const std::string text =
+        "g(t) { return t + \"|\"; } h(#t) { $t = $t + \"!\"; }"
+        "w = [\"a long piece of text\", \"b\", \"\", \"mid size\"]; out = \"\";"
+        "for (k = 0; k < 2; k++) { for (i = 0; i < 4; i++) { out += g(w[i]); out += g(\"k\"); } }"
+        "r = \"x\"; for (i = 0; i < 3; i++) { h(r); } "
+        "p = g(r + \"y\"); q = g(substr(\"abcdef\", 2, 3)); n = 0; s = \"abcbb\";"
+        "for (i = 0; i < 5; i++) { if (\"b\" == s[i]) { n++; } if (s[i] != \"bb\") { n += 10; } }"
+        "print(out, r, p, q, n);";
+    const outcome fast = expect_same(text);
+    const std::string round = "a long piece of text|k|b|k||k|mid size|k|";
+    EXPECT_EQ(fast.printed,
+              (std::vector<std::string>{round + round, "x!!!", "x!!!y|", "cde|", "53"}));
+    for (uint64_t budget = 1; budget < 400; budget += 7) expect_same(text, budget);
+}
+
 }  // namespace
 }  // namespace vrk
