@@ -21,9 +21,9 @@
 // when the budget would run out inside the sequence, the single instructions
 // run instead, so that the budget stops the run at the same instruction.
 // Nothing in these sequences can suspend the block or report an error when the
-// operands qualify; anything else (strings, objects, null slots, constants as
-// results, fresh native results, a by-reference argument) takes the single
-// instructions. The exit test of a loop whose condition holds is decided in
+// operands qualify; anything else (strings other than the left side of an
+// append, objects, null slots, constants as results, fresh native results, a
+// by-reference argument) takes the single instructions. The exit test of a loop whose condition holds is decided in
 // line too. `vrkvalue_context::fused_paths` switches the fused steps off, which
 // the tests use to compare both ways on the same code.
 #pragma once
@@ -195,6 +195,49 @@ inline bool completes(Op step, Op op) {
     apply_numbers(res, res, rhs, op);
     // The `+` forgets a string kept in place by an earlier operand step.
     if (op == Op::ADD) rs.kept_left = nullptr;
+    steps -= before + kLength - 1;
+    rs.next = at + kLength;
+    return true;
+}
+
+// `ADD_TMP 0; LOAD piece; ADD` at index `at` on a plain string in the top slot
+// and a piece that is a string or a number variable: `s += piece` and `s = s +
+// piece`. Run one at a time, the operand step keeps the string in place and
+// takes a temp (blanking it), the `+` appends the piece to the string and
+// gives the temp back (vm/stack_ops.cpp, vm/arith.cpp); in one step the top
+// free temp is blanked where it lies and the piece appended, with the fields
+// the `+` clears cleared. Only where the operand step would keep the string
+// in place, and only when the temp needs no general reset. `before`:
+// instructions of this step already run in front of it (the LOAD of the
+// string). Answers true when it ran the three.
+[[gnu::always_inline]] inline bool append_at(run_state& rs, uint32_t at, uint32_t before,
+                                             const vrkinstr* code, std::size_t count,
+                                             uint64_t& steps) {
+    constexpr uint32_t kLength = 3;
+    if (at + std::size_t{kLength} > count || steps < before + kLength) return false;
+    const vrkinstr& step = code[at];
+    if (step.opcode() != Op::ADD_TMP || step.ref != 0 || step.arg != 0 ||
+        code[at + 2].opcode() != Op::ADD)
+        return false;
+    vrkblock* b = rs.b;
+    vrkvar* kept = top_slot(b);
+    if (is_marker(kept, kMarkerLimit) || kept->type != Tag::STRING || !kept->value.str ||
+        kept->constant || (kept->flags & flag::MOVABLE) || (kept->attrs & attr::FRESH_RESULT))
+        return false;
+    const vrkvar* piece = loaded_var(code[at + 1]);
+    if (!piece || piece == kept ||
+        !(piece->type == Tag::STRING || piece->type == Tag::INT || piece->type == Tag::FLOAT))
+        return false;
+    vrktemp_pool* pool = b->temp_pool.get();
+    vrkvar* temp = take_blank_temp(pool);
+    if (!temp) return false;
+    --pool->in_use;
+    pool->free.push_back(temp);
+    kept->block = nullptr;
+    kept->aux = 0;
+    kept->attrs &= attr::KEEP_MASK;
+    append_string(piece, *kept->value.str);
+    rs.kept_left = nullptr;
     steps -= before + kLength - 1;
     rs.next = at + kLength;
     return true;
@@ -435,7 +478,8 @@ template <bool kRetag = false>
 }
 
 // LOAD of a named variable at rs.ip, together with what follows it where that
-// can be fused: the comparison sequence, an operand step with its operator,
+// can be fused: the comparison sequence, an operand step with its operator
+// (or the append of a piece to a string),
 // INC / DEC, or a SET of a number into a variable. The instruction behind the
 // LOAD decides which one is tried (each sequence starts with its own), so a
 // LOAD that starts none is not checked against the others. Answers false,
@@ -472,6 +516,10 @@ template <bool kRetag = false>
             }
             return true;
         case Op::ADD_TMP:
+            top_slot(rs.b) = v;
+            if (!arithmetic_at(rs, at, 1, code, count, steps) && v->type == Tag::STRING)
+                append_at(rs, at, 1, code, count, steps);
+            return true;
         case Op::SUB_TMP:
         case Op::MULT_TMP:
         case Op::DIV_TMP:

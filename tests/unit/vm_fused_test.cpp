@@ -89,14 +89,34 @@ TEST_F(VmFusedTest, NumbersGiveWhatTheSingleInstructionsGive) {
 }
 
 TEST_F(VmFusedTest, OperandsOutsideTheFusedPathsTakeTheSingleInstructions) {
-    // Constants on the left, fresh native results, strings, the void value,
-    // an unknown name, and a compound store into a constant.
+    // Constants on the left, fresh native results, texts against numbers, the
+    // void value, an unknown name, and a compound store into a constant.
     expect_same(
         "print(3 + 4, 10 - 3 - 2, 2 < 3, 6 / 4);"
         "n = fresh() + 2; m = fresh() < 50; k = fresh(); k += 1; print(n, m, k);"
         "s = \"a\"; s += 1; s += 2.5; print(s); u = \"5\"; print(u < 7, u == 5, 7 > u);"
         "j = none; print(j < 1); g += 4; print(g); h = 2; h += \"x\"; print(h);"
         "arr = [1, 2]; print(arr[0] < arr[1]);");
+}
+
+TEST_F(VmFusedTest, AppendsToATextGiveWhatTheSingleInstructionsGive) {
+    // Texts, integers, floats and an empty text appended in place; a text
+    // appended to itself, a number on the left, a text made by `+` and a fresh
+    // result on the left take the single instructions. The temps the appends
+    // blank held texts and numbers before. Then every step budget.
+    const std::string text =
+        "s = \"\"; p = \"ab\"; e = \"\"; n = 7; f = 0.5;"
+        "for (i = 0; i < 3; i++) { s += p; s += i; s += f; s += e; } t = s; t = t + \"!\";"
+        "d = \"xy\"; d += d; q = 1; q += \"z\"; r = (p + \"c\") + n; k = fresh(); k += \"w\";"
+        "print(s, t, d, q, r, k);";
+    expect_same(text);
+    const outcome fast = run_script(text, true);
+    ASSERT_EQ(fast.printed.size(), 6U);
+    EXPECT_EQ(fast.printed[0], "ab00.500000ab10.500000ab20.500000");
+    EXPECT_EQ(fast.printed[1], fast.printed[0] + "!");
+    EXPECT_EQ((Strings(fast.printed.begin() + 2, fast.printed.end())),
+              (Strings{"xyxy", "1z", "abc7", "40w"}));
+    for (uint64_t budget = 1; budget < 160; budget += 3) expect_same(text, budget);
 }
 
 TEST_F(VmFusedTest, OperatorsAfterSubscriptsAndCallsGiveWhatTheSlowPathGives) {
