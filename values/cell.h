@@ -26,6 +26,7 @@ struct vrkblock;
 struct vrkjson;
 struct vrkclosure;
 struct vrknative;
+struct vrkslab;
 
 // Type tags; the numbers are part of the file formats.
 enum class Tag : uint8_t {
@@ -134,6 +135,8 @@ struct vrkvar {
 // A JSON element: a cell followed by its key (null for a positional element).
 struct vrkelement : vrkvar {
     std::string* key = nullptr;  // the element's key, owned; null when reached by position only
+    vrkslab* slab = nullptr;     // chunk the record was cut from (values/element_slabs.h); null:
+                                 // made alone on the heap
 };
 
 // One captured variable of a lambda: where it goes, where it came from, the copy.

@@ -183,11 +183,8 @@ void cells_blank(std::vector<vrkvar*>& cells) {
 }
 
 vrkelement* element_new() {
-    if (pool_thread()) {
-        vrkpool<vrkelement>& pool = value_context().pools.element_pool;
-        if (vrkelement* element = pop(pool)) return element;
-        ++pool.created;
-    }
+    vrkslabs& slabs = value_context().pools.element_slabs;
+    if (slabs.kept != 0 && pool_thread()) return slabs.take();
     count_cell_up();
     return new vrkelement();
 }
@@ -209,12 +206,14 @@ void element_free(vrkelement* element) {
         return;
     }
     blank(element);
-    if (element->key) element->key->clear();
-    if (!push(value_context().pools.element_pool, element)) {
-        delete element->key;
-        delete element;
-        count_cell_down();
+    if (element->slab) {
+        if (element->key) element->key->clear();
+        value_context().pools.element_slabs.give_back(element);
+        return;
     }
+    delete element->key;
+    delete element;
+    count_cell_down();
 }
 
 // ---- payload records -------------------------------------------------------------------

@@ -1,4 +1,5 @@
-// Free lists of cells, JSON records, elements, strings and byte vectors.
+// Free lists of cells, JSON records, strings and byte vectors, and the chunks
+// JSON elements are cut from (values/element_slabs.h).
 //
 // Scripts create and drop cells at a high rate, so records are recycled instead
 // of going back to the heap. The free lists have no lock of their own: only a
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "values/cell.h"
+#include "values/element_slabs.h"
 #include "values/json.h"
 #include "values/queue.h"
 
@@ -38,7 +40,7 @@ inline constexpr std::size_t kDataPoolMaxBytes = 1048576;
 
 // The pools and queues of the process context.
 struct vrkpools {
-    vrkpool<vrkelement> element_pool{kPoolCap};             // free JSON elements
+    vrkslabs element_slabs;                                 // chunks of JSON elements
     vrkpool<vrkjson> json_pool{kPoolCap};                   // free JSON records
     vrkpool<vrkvar> cell_pool{kPoolCap};                    // free plain cells
     vrkpool<std::string> string_pool{kPoolCap};             // free strings
@@ -50,8 +52,11 @@ struct vrkpools {
     // With `on` false nothing freed from now on is kept for reuse: every
     // record goes back to the allocator at once, so that a sanitizer sees any
     // use after release. With `on` true the usual caps apply again.
+    // Elements are then made alone on the heap, and a chunk goes as soon as its
+    // last record is free.
     void set_pooling(bool on) {
-        element_pool.cap = on ? kPoolCap : 0;
+        element_slabs.kept = on ? kSlabsKept : 0;
+        element_slabs.trim();
         json_pool.cap = on ? kPoolCap : 0;
         cell_pool.cap = on ? kPoolCap : 0;
         string_pool.cap = on ? kPoolCap : 0;

@@ -151,7 +151,12 @@ namespace element_paths {
     if (!element || !fused::is_number(element) || (element->attrs & attr::FRESH_RESULT))
         return false;
     fused::apply_numbers(res, res, element, op);
-    note_read(b, c, element);
+    // note_read for a container found not transient above: the number written
+    // cannot change that.
+    b->member_owner = c;
+    b->owner_transient = 0;
+    b->transient_element = nullptr;
+    b->pending_index = -1;
     steps -= kLength - 1;
     rs.next = rs.ip + kLength;
     return true;

@@ -117,13 +117,66 @@ TEST_F(PoolsTest, ElementsKeepTheirKeyStringEmptied) {
               "[WARN]: null pointer passed!\n[WARN]: null pointer passed!\n");
 }
 
+TEST_F(PoolsTest, ElementsComeFromChunksThatGoBackOnceEmpty) {
+    vrkslabs& slabs = value_context().pools.element_slabs;
+    const uint32_t chunks = slabs.chunks;
+    const uint32_t live = live_cells();
+    // Ten chunks' worth, some keyed: every record names its chunk, and the
+    // records of a new chunk are counted as cell records at once.
+    std::vector<vrkelement*> elements;
+    for (uint32_t i = 0; i < 10 * kSlabRecords; ++i)
+        elements.push_back(i % 3 == 0 ? element_new_keyed("k" + std::to_string(i)) : element_new());
+    std::vector<const vrkslab*> used;
+    for (vrkelement* e : elements) {
+        ASSERT_NE(e->slab, nullptr);
+        EXPECT_EQ(e->type, Tag::INT);
+        EXPECT_EQ(e->value.i, 0);
+        if (std::find(used.begin(), used.end(), e->slab) == used.end()) used.push_back(e->slab);
+    }
+    EXPECT_GE(used.size(), 10u);
+    auto counted = [&] {
+        return int64_t{live} + (int64_t{slabs.chunks} - int64_t{chunks}) * kSlabRecords;
+    };
+    EXPECT_EQ(live_cells(), counted());
+    // Freed, all but a few empty chunks go back to the heap, and the count
+    // follows them.
+    for (vrkelement* e : elements) element_free(e);
+    EXPECT_LE(slabs.chunks, chunks + kSlabsKept);
+    EXPECT_EQ(live_cells(), counted());
+    // A record taken again is blank, with its key string emptied.
+    vrkelement* again = element_new();
+    EXPECT_TRUE(again->key == nullptr || again->key->empty());
+    EXPECT_EQ(again->value.i, 0);
+    element_free(again);
+}
+
+TEST_F(PoolsTest, WithoutPoolingElementsAreMadeAloneAndEmptyChunksGo) {
+    vrkpools& pools = value_context().pools;
+    vrkelement* cut = element_new_keyed("before");
+    ASSERT_NE(cut->slab, nullptr);
+    pools.set_pooling(false);
+    vrkelement* alone = element_new_keyed("during");
+    EXPECT_EQ(alone->slab, nullptr);
+    const uint32_t live = live_cells();
+    element_free(alone);
+    EXPECT_EQ(live_cells(), live - 1);
+    // A chunk record freed now goes back to its chunk, but records are made
+    // alone until pooling is on again.
+    element_free(cut);
+    vrkelement* next = element_new();
+    EXPECT_EQ(next->slab, nullptr);
+    element_free(next);
+    pools.set_pooling(true);
+    vrkelement* pooled_again = element_new();
+    EXPECT_NE(pooled_again->slab, nullptr);
+    element_free(pooled_again);
+}
+
 TEST_F(PoolsTest, RecordsFreedOnAWorkerWaitForTheDrain) {
     vrkpools& pools = value_context().pools;
     // Leave room in the pools, so that the drained records are kept.
     std::vector<vrkvar*> held;
     while (pools.cell_pool.free.size() > 8) held.push_back(cell_new(Tag::INT));
-    std::vector<vrkelement*> held_elements;
-    while (pools.element_pool.free.size() > 8) held_elements.push_back(element_new());
 
     vrkvar* cell = cell_new(Tag::INT);
     vrkjson* json = json_new();
@@ -150,12 +203,11 @@ TEST_F(PoolsTest, RecordsFreedOnAWorkerWaitForTheDrain) {
     EXPECT_TRUE(pools.cell_queue.empty());
     EXPECT_TRUE(pools.json_queue.empty());
     EXPECT_TRUE(pooled(pools.cell_pool, cell));
-    EXPECT_TRUE(pooled(pools.element_pool, element));
+    EXPECT_TRUE(vrkslabs::is_free(element));
     EXPECT_TRUE(json->elements.empty());
     EXPECT_EQ(json_new(), json);
     json_free(json);
     for (vrkvar* c : held) cell_free(c);
-    for (vrkelement* e : held_elements) element_free(e);
 }
 
 TEST_F(PoolsTest, WorkerScriptLockWaitsForTheMainThread) {
