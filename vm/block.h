@@ -30,6 +30,7 @@
 #include "values/object.h"
 #include "values/pools.h"
 #include "vm/instruction.h"
+#include "vm/ptr_stack.h"
 #include "vm/temps.h"
 
 namespace vrk {
@@ -163,13 +164,13 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
         names;                 // variable name to index (lazy; shared by copies)
     uint8_t names_shared = 0;  // `names` belongs to the source block of a copy
     std::unique_ptr<std::vector<uint32_t>> scoped;  // variables declared scoped (lazy)
-    std::vector<vrkvar*> stack;                     // the value stack
+    vrkptr_stack<vrkvar> stack;                     // the value stack
     std::unique_ptr<vrkshared_value> shared_value;  // shared cell with a count (lazy)
     std::unique_ptr<std::vector<std::pair<uint32_t, int32_t>>> captures;  // (target, source) (lazy)
     std::vector<vrkinstr> code;                                           // instructions
     std::unique_ptr<std::vector<vrkvar*>>
         vars;                     // owned variables and hidden temporaries; never null
-    std::vector<vrkvar*> params;  // displaced pointers, or a native callee's arguments
+    vrkptr_stack<vrkvar> params;  // displaced pointers, or a native callee's arguments
     uint64_t bind_order = 0;      // when the binding held in `params` began (bindings_started)
     vrkvar result;                // return value of a run (MOVABLE, NO_REF_WRAP)
     vrkvar native_result;         // receives native functions' results (MOVABLE, NO_REF_WRAP)
@@ -192,7 +193,7 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     uint8_t sleeping = 0;             // in the sleep list
     uint8_t running = 0;              // the run loop is inside this block
     uint8_t hold = 0;                 // kept in the suspended set by a wait
-    std::vector<vrkvar*> callblocks;  // one temp per call in preparation: the callee cell
+    vrkptr_stack<vrkvar> callblocks;  // one temp per call in preparation: the callee cell
     uint64_t copies_checked =
         0;  // blocks destroyed (context count) when `copies` was last cleared of dead ones
     uint32_t running_copies = 0;  // leading entries of `copies` known to be running (see copies.h)
