@@ -225,13 +225,21 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     std::string var_name_at(uint32_t index);
     // Inserts the nine reserved class slots at the front; every name index rises by 9.
     void make_class_slots();
-    vrkvar* this_var();
-    vrkvar* self_var();
+    vrkvar* this_var() {
+        if (this_index < 0 || static_cast<std::size_t>(this_index) >= vars->size()) return nullptr;
+        return (*vars)[static_cast<std::size_t>(this_index)];
+    }
+    vrkvar* self_var() {
+        if (self_index < 0 || static_cast<std::size_t>(self_index) >= vars->size()) return nullptr;
+        return (*vars)[static_cast<std::size_t>(self_index)];
+    }
 
     // ---- state ------------------------------------------------------------------------
     // True when the block may not be entered: running (unless native), suspended,
     // waiting, sleeping or held. Every decision to enter a block uses this test.
-    bool busy() const;
+    bool busy() const {
+        return (running && !native) || resume_at != 0 || wait_mode != 0 || sleeping || hold;
+    }
     bool is_class_or_instance() const { return (kind & kind::CLASS_OR_INSTANCE) != 0; }
 
     // ---- tree ---------------------------------------------------------------------------
@@ -256,7 +264,12 @@ bool block_alive(const vrkblock* b);
 
 // Clears `running`. When the block is a copy, the count of ended copy runs
 // goes up, which tells the search for an idle copy that one may be free now.
-void end_running(vrkblock* b);
+inline void end_running(vrkblock* b) {
+    b->running = 0;
+    // The source's next search for an idle copy starts no later than here.
+    if (vrkblock* source = b->copy_of; source && b->copy_position < source->running_copies)
+        source->running_copies = b->copy_position;
+}
 
 // Blocks are created and destroyed only through these two: a block is owned by
 // its parent's child list (or by a parser, an engine, or its instance holders),
