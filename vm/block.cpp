@@ -256,27 +256,6 @@ void vrkblock::make_class_slots() {
     if (self_index >= 0) self_index += static_cast<int32_t>(kClassSlotCount);
 }
 
-vrkvar* vrkblock::this_var() {
-    if (this_index < 0 || static_cast<std::size_t>(this_index) >= vars->size()) return nullptr;
-    return (*vars)[static_cast<std::size_t>(this_index)];
-}
-
-vrkvar* vrkblock::self_var() {
-    if (self_index < 0 || static_cast<std::size_t>(self_index) >= vars->size()) return nullptr;
-    return (*vars)[static_cast<std::size_t>(self_index)];
-}
-
-void end_running(vrkblock* b) {
-    b->running = 0;
-    // The source's next search for an idle copy starts no later than here.
-    if (vrkblock* source = b->copy_of; source && b->copy_position < source->running_copies)
-        source->running_copies = b->copy_position;
-}
-
-bool vrkblock::busy() const {
-    return (running && !native) || resume_at != 0 || wait_mode != 0 || sleeping || hold;
-}
-
 void vrkblock::set_source(const std::string& text) {
     compiled = 0;
     if (source_splitter fn = splitter_slot()) {

@@ -30,6 +30,7 @@
 #include "values/object.h"
 #include "values/pools.h"
 #include "vm/instruction.h"
+#include "vm/ptr_stack.h"
 #include "vm/temps.h"
 
 namespace vrk {
@@ -163,13 +164,13 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
         names;                 // variable name to index (lazy; shared by copies)
     uint8_t names_shared = 0;  // `names` belongs to the source block of a copy
     std::unique_ptr<std::vector<uint32_t>> scoped;  // variables declared scoped (lazy)
-    std::vector<vrkvar*> stack;                     // the value stack
+    vrkptr_stack<vrkvar> stack;                     // the value stack
     std::unique_ptr<vrkshared_value> shared_value;  // shared cell with a count (lazy)
     std::unique_ptr<std::vector<std::pair<uint32_t, int32_t>>> captures;  // (target, source) (lazy)
     std::vector<vrkinstr> code;                                           // instructions
     std::unique_ptr<std::vector<vrkvar*>>
         vars;                     // owned variables and hidden temporaries; never null
-    std::vector<vrkvar*> params;  // displaced pointers, or a native callee's arguments
+    vrkptr_stack<vrkvar> params;  // displaced pointers, or a native callee's arguments
     uint64_t bind_order = 0;      // when the binding held in `params` began (bindings_started)
     vrkvar result;                // return value of a run (MOVABLE, NO_REF_WRAP)
     vrkvar native_result;         // receives native functions' results (MOVABLE, NO_REF_WRAP)
@@ -192,7 +193,7 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     uint8_t sleeping = 0;             // in the sleep list
     uint8_t running = 0;              // the run loop is inside this block
     uint8_t hold = 0;                 // kept in the suspended set by a wait
-    std::vector<vrkvar*> callblocks;  // one temp per call in preparation: the callee cell
+    vrkptr_stack<vrkvar> callblocks;  // one temp per call in preparation: the callee cell
     uint64_t copies_checked =
         0;  // blocks destroyed (context count) when `copies` was last cleared of dead ones
     uint32_t running_copies = 0;  // leading entries of `copies` known to be running (see copies.h)
@@ -224,13 +225,21 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     std::string var_name_at(uint32_t index);
     // Inserts the nine reserved class slots at the front; every name index rises by 9.
     void make_class_slots();
-    vrkvar* this_var();
-    vrkvar* self_var();
+    vrkvar* this_var() {
+        if (this_index < 0 || static_cast<std::size_t>(this_index) >= vars->size()) return nullptr;
+        return (*vars)[static_cast<std::size_t>(this_index)];
+    }
+    vrkvar* self_var() {
+        if (self_index < 0 || static_cast<std::size_t>(self_index) >= vars->size()) return nullptr;
+        return (*vars)[static_cast<std::size_t>(self_index)];
+    }
 
     // ---- state ------------------------------------------------------------------------
     // True when the block may not be entered: running (unless native), suspended,
     // waiting, sleeping or held. Every decision to enter a block uses this test.
-    bool busy() const;
+    bool busy() const {
+        return (running && !native) || resume_at != 0 || wait_mode != 0 || sleeping || hold;
+    }
     bool is_class_or_instance() const { return (kind & kind::CLASS_OR_INSTANCE) != 0; }
 
     // ---- tree ---------------------------------------------------------------------------
@@ -255,7 +264,12 @@ bool block_alive(const vrkblock* b);
 
 // Clears `running`. When the block is a copy, the count of ended copy runs
 // goes up, which tells the search for an idle copy that one may be free now.
-void end_running(vrkblock* b);
+inline void end_running(vrkblock* b) {
+    b->running = 0;
+    // The source's next search for an idle copy starts no later than here.
+    if (vrkblock* source = b->copy_of; source && b->copy_position < source->running_copies)
+        source->running_copies = b->copy_position;
+}
 
 // Blocks are created and destroyed only through these two: a block is owned by
 // its parent's child list (or by a parser, an engine, or its instance holders),

@@ -117,7 +117,7 @@ vrkblock* idle_copy_in_line(vrkblock* block, vrkvar* fn) {
 // After the callee has run: its displaced variables go back, or for a native
 // callee the collected arguments are let go. `callee_alive`: no block has been
 // destroyed since the callee was entered, so it still exists.
-void finish_binding(vrkblock* b, bool callee_alive = false) {
+[[gnu::always_inline]] inline void finish_binding(vrkblock* b, bool callee_alive = false) {
     if (b->params_bound && b->callee) {
         // restore_params, in line for a callee known to exist.
         vrkblock* callee = b->callee;
@@ -242,7 +242,8 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
     if (block->native) b->params_bound = 0;
 
     if (!block->busy()) {
-        load_closure(fn, block, b);
+        // A cell without a closure record has nothing to load.
+        if (fn->value.ptr) load_closure(fn, block, b);
     } else {
         // A busy function runs in a copy. A locked one, or one with no copy
         // to spare, makes this run wait: the chain of callers is handed to the

@@ -87,7 +87,16 @@ Flow external(run_state& rs, const vrkinstr& ins) {
             }
         }
         reset(&caller->native_result, Tag::INT);
-        answer = record->fn(caller, args, record->user, caller->native_result);
+        {
+            // The builtin gets the arguments as a vector; what it leaves there
+            // is what `params` holds afterwards, even when it throws.
+            struct entries_back {
+                vrkptr_stack<vrkvar>& stack;
+                ~entries_back() { stack.take_back_entries(); }
+            } back{args};
+            answer = record->fn(caller, args.entries_as_vector(), record->user,
+                                caller->native_result);
+        }
         if (pin.id != 0) {
             if (vrkobject* still = pin.get()) still->release();
         }

@@ -12,6 +12,7 @@
 
 #include "values/cell.h"
 #include "values/pools.h"
+#include "vm/ptr_stack.h"
 
 namespace vrk {
 
@@ -20,7 +21,7 @@ struct vrkblock;
 // Temporary cells of one block.
 struct vrktemp_pool {
     std::vector<vrkvar*> all;   // every temp this pool ever made
-    std::vector<vrkvar*> free;  // those available now
+    vrkptr_stack<vrkvar> free;  // those available now
     int16_t in_use = 0;         // up on take, down on return
 };
 
