@@ -243,7 +243,7 @@ Flow prepare_call(run_state& rs, const vrkinstr& ins) {
 
     if (!block->busy()) {
         // A cell without a closure record has nothing to load.
-        if (fn->value.ptr) load_closure(fn, block, b);
+        if (fn->value.closure) load_closure(fn, block, b);
     } else {
         // A busy function runs in a copy. A locked one, or one with no copy
         // to spare, makes this run wait: the chain of callers is handed to the

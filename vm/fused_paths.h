@@ -23,9 +23,10 @@
 // Nothing in these sequences can suspend the block or report an error when the
 // operands qualify; anything else (strings other than the left side of an
 // append, objects, null slots, constants as results, fresh native results, a
-// by-reference argument) takes the single instructions. The exit test of a loop whose condition holds is decided in
-// line too. `vrkvalue_context::fused_paths` switches the fused steps off, which
-// the tests use to compare both ways on the same code.
+// by-reference argument) takes the single instructions. The exit test of a
+// loop whose condition holds is decided in line too.
+// `vrkvalue_context::fused_paths` switches the fused steps off, which the tests
+// use to compare both ways on the same code.
 #pragma once
 
 #include <cstdint>
@@ -200,34 +201,24 @@ inline bool completes(Op step, Op op) {
     return true;
 }
 
-// `ADD_TMP 0; LOAD piece; ADD` at index `at` on a plain string in the top slot
-// and a piece that is a string or a number variable: `s += piece` and `s = s +
-// piece`. Run one at a time, the operand step keeps the string in place and
-// takes a temp (blanking it), the `+` appends the piece to the string and
-// gives the temp back (vm/stack_ops.cpp, vm/arith.cpp); in one step the top
-// free temp is blanked where it lies and the piece appended, with the fields
-// the `+` clears cleared. Only where the operand step would keep the string
-// in place, and only when the temp needs no general reset. `before`:
+// `ADD_TMP 0; LOAD piece; ADD` at index `at` where the operand step would
+// keep the string in the top slot in place (piece_appended_in_place): `s +=
+// piece` and `s = s + piece`. Run one at a time, the operand step takes a temp
+// (blanking it), the `+` appends the piece to the string and gives the temp
+// back (vm/stack_ops.cpp, vm/arith.cpp); in one step the top free temp is
+// blanked where it lies and the piece appended, with the fields the `+`
+// clears cleared. Only when the temp needs no general reset. `before`:
 // instructions of this step already run in front of it (the LOAD of the
 // string). Answers true when it ran the three.
 [[gnu::always_inline]] inline bool append_at(run_state& rs, uint32_t at, uint32_t before,
                                              const vrkinstr* code, std::size_t count,
                                              uint64_t& steps) {
     constexpr uint32_t kLength = 3;
-    if (at + std::size_t{kLength} > count || steps < before + kLength) return false;
-    const vrkinstr& step = code[at];
-    if (step.opcode() != Op::ADD_TMP || step.ref != 0 || step.arg != 0 ||
-        code[at + 2].opcode() != Op::ADD)
-        return false;
+    if (steps < before + kLength) return false;
     vrkblock* b = rs.b;
     vrkvar* kept = top_slot(b);
-    if (is_marker(kept, kMarkerLimit) || kept->type != Tag::STRING || !kept->value.str ||
-        kept->constant || (kept->flags & flag::MOVABLE) || (kept->attrs & attr::FRESH_RESULT))
-        return false;
-    const vrkvar* piece = loaded_var(code[at + 1]);
-    if (!piece || piece == kept ||
-        !(piece->type == Tag::STRING || piece->type == Tag::INT || piece->type == Tag::FLOAT))
-        return false;
+    const vrkvar* piece = piece_appended_in_place(code, count, at, kept);
+    if (!piece) return false;
     vrktemp_pool* pool = b->temp_pool.get();
     vrkvar* temp = take_blank_temp(pool);
     if (!temp) return false;
@@ -479,10 +470,10 @@ template <bool kRetag = false>
 
 // LOAD of a named variable at rs.ip, together with what follows it where that
 // can be fused: the comparison sequence, an operand step with its operator
-// (or the append of a piece to a string),
-// INC / DEC, or a SET of a number into a variable. The instruction behind the
-// LOAD decides which one is tried (each sequence starts with its own), so a
-// LOAD that starts none is not checked against the others. Answers false,
+// (or the append of a piece to a string), INC / DEC, or a SET of a number into
+// a variable. The instruction behind the LOAD decides which one is tried (each
+// sequence starts with its own), so a LOAD that starts none is not checked
+// against the others. Answers false,
 // having done nothing, when the LOAD names no variable; otherwise the LOAD has
 // run, and what followed it if rs.next says so.
 [[gnu::always_inline]] inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count,

@@ -81,6 +81,40 @@ inline constexpr uintptr_t kMarkerLimit = 11;
     }
 }
 
+// `s += piece` and `a + piece` copy the left string into the temp of the
+// operand step and then copy it again into the result: twice the whole text for
+// every append. When the right operand is a single LOAD and the `+` follows it
+// at once, nothing that runs between this step and the `+` can read or change
+// the left cell, and the `+` writes its result into that very cell, which would
+// end up as its own text followed by the piece. The step then copies nothing:
+// the string stays where it is, the temp is taken (and given back by the `+`)
+// as usual, and the `+` appends the piece in place (add_values, vm/arith.cpp;
+// the whole sequence in one step, vm/fused_paths.h). Should the run end in
+// between, the string has not been touched. Only plain string cells qualify,
+// and only pieces whose text runs no script or object code.
+//
+// The operand step at index `at` of `code` on the cell `v`: the piece the `+`
+// appends to `v` in place, or null when `v` is copied as usual.
+[[gnu::always_inline]] inline const vrkvar* piece_appended_in_place(const vrkinstr* code,
+                                                                    std::size_t count, uint32_t at,
+                                                                    const vrkvar* v) {
+    if (code[at].opcode() != Op::ADD_TMP || code[at].ref != 0) return nullptr;
+    if (is_marker(v, kMarkerLimit) || v->type != Tag::STRING || !v->value.str || v->constant)
+        return nullptr;
+    // A movable cell gives its text to the temp instead; a fresh result would
+    // hand its ownership bit over.
+    if ((v->flags & flag::MOVABLE) || (v->attrs & attr::FRESH_RESULT)) return nullptr;
+    if (std::size_t{at} + 2 >= count) return nullptr;
+    const vrkinstr& load = code[at + 1];
+    if (load.opcode() != Op::LOAD || code[at + 2].opcode() != Op::ADD) return nullptr;
+    // A LOAD naming a variable only puts that cell into the top slot.
+    const vrkvar* piece = var_at(operand_block(load), load.arg);
+    if (is_marker(piece, kMarkerLimit) || piece == v) return nullptr;
+    if (piece->type != Tag::STRING && piece->type != Tag::INT && piece->type != Tag::FLOAT)
+        return nullptr;
+    return piece;
+}
+
 // True when free_temp hands `cell` back to the pool. Markers, constants (the
 // shared cells and hidden literals, including the erase constant a store keeps
 // in place of a copy) and the embedded cells are not temporaries and stay out.

@@ -42,34 +42,6 @@ bool wraps_by_reference(vrkblock* b, const vrkinstr& ins, vrkvar* v) {
     return param && (param->attrs & attr::BY_REF_PARAM);
 }
 
-// `s += piece` and `a + piece` copy the left string into the temp of the
-// operand step and then copy it again into the result: twice the whole text for
-// every append. When the right operand is a single LOAD and the `+` follows it
-// at once, nothing that runs between this step and the `+` can read or change
-// the left cell, and the `+` writes its result into that very cell, which would
-// end up as its own text followed by the piece. The step then copies nothing:
-// the string stays where it is, the temp is taken (and given back by the `+`)
-// as usual, and the `+` appends the piece in place (add_values, vm/arith.cpp).
-// Should the run end in between, the string has not been touched. Only plain
-// string cells qualify, and only pieces whose text runs no script or object
-// code.
-bool keeps_left_in_place(const run_state& rs, const vrkinstr& ins, const vrkvar* v) {
-    if (ins.opcode() != Op::ADD_TMP || ins.ref != 0) return false;
-    if (is_marker(v, kMarkerLimit) || v->type != Tag::STRING || !v->value.str || v->constant)
-        return false;
-    // A movable cell gives its text to the temp instead; a fresh result would
-    // hand its ownership bit over.
-    if ((v->flags & flag::MOVABLE) || (v->attrs & attr::FRESH_RESULT)) return false;
-    const std::vector<vrkinstr>& code = rs.b->code;
-    if (std::size_t{rs.ip} + 2 >= code.size()) return false;
-    const vrkinstr& load = code[rs.ip + 1];
-    if (load.opcode() != Op::LOAD || code[rs.ip + 2].opcode() != Op::ADD) return false;
-    // A LOAD naming a variable only puts that cell into the top slot.
-    const vrkvar* piece = var_at(operand_block(load), load.arg);
-    if (is_marker(piece, kMarkerLimit) || piece == v) return false;
-    return piece->type == Tag::STRING || piece->type == Tag::INT || piece->type == Tag::FLOAT;
-}
-
 // The next free temp of `b` for the copy of the plain string `v` when that
 // temp holds a string already, taken without its blanking, or null. The
 // general way releases the temp's string, and the copy then takes a string
@@ -111,7 +83,7 @@ void operand_step(run_state& rs, const vrkinstr& ins) {
     vrkblock* b = rs.b;
     vrkvar* v = top_slot(b);
     vrkvar* t = take_temp(b);
-    if (keeps_left_in_place(rs, ins, v)) {
+    if (piece_appended_in_place(b->code.data(), b->code.size(), rs.ip, v)) {
         rs.kept_left = v;
         rs.kept_temp = t;
         rs.kept_at = rs.ip;
