@@ -468,10 +468,29 @@ template <bool kRetag = false>
     }
 }
 
+// `obj.member` reads as LOAD obj; CLASS_ACCESS k; RESET 0 (the RESET forgets a
+// pending subscript). The LOAD has put `obj` into the top slot; the member
+// read and the RESET follow in the same step, as far as the step budget lets
+// them. Neither can end or suspend the run, so nothing is checked between them
+// that the loop would check. A top slot that holds no instance with such a
+// member is left to the single CLASS_ACCESS, which reports it.
+[[gnu::always_inline]] inline void member_step(run_state& rs, uint32_t at, const vrkinstr* code,
+                                               std::size_t count, uint64_t& steps) {
+    if (steps < 2 || !class_access(rs.b, code[at])) return;
+    steps -= 1;
+    rs.next = at + 1;
+    const uint32_t reset = at + 1;
+    if (reset < count && steps >= 2 && code[reset].opcode() == Op::RESET && code[reset].arg == 0) {
+        rs.b->pending_index = -1;
+        steps -= 1;
+        rs.next = reset + 1;
+    }
+}
+
 // LOAD of a named variable at rs.ip, together with what follows it where that
 // can be fused: the comparison sequence, an operand step with its operator
-// (or the append of a piece to a string), INC / DEC, or a SET of a number into
-// a variable. The instruction behind the LOAD decides which one is tried (each
+// (or the append of a piece to a string), INC / DEC, a SET of a number into
+// a variable, or the read of a member. The instruction behind the LOAD decides which one is tried (each
 // sequence starts with its own), so a LOAD that starts none is not checked
 // against the others. Answers false,
 // having done nothing, when the LOAD names no variable; otherwise the LOAD has
@@ -516,6 +535,10 @@ template <bool kRetag = false>
         case Op::DIV_TMP:
             top_slot(rs.b) = v;
             arithmetic_at(rs, at, 1, code, count, steps);
+            return true;
+        case Op::CLASS_ACCESS:
+            top_slot(rs.b) = v;
+            member_step(rs, at, code, count, steps);
             return true;
         default:
             // No fused sequence starts with this pair: the LOAD alone.

@@ -103,10 +103,18 @@ vrkvar* forced_end(vrkblock* b) {
 
 // The fast paths a run takes, read from the value context once per run and
 // handed down to the bodies it runs (the tests switch each off to compare).
+// They travel as one word of bits, which a call passes in a register; three
+// separate flags were put together byte by byte on the stack for every nested
+// run and read back as one wide word, a read processors cannot serve from the
+// narrow writes still on their way to the cache.
 struct loop_switches {
-    bool fused;  // fused number sequences (vm/fused_paths.h)
-    bool light;  // the light entry of if/loop bodies (run_body)
-    bool calls;  // the in-line steps of calls (vrkvalue_context::call_paths)
+    static constexpr uint32_t kFused = 1;  // fused number sequences (vm/fused_paths.h)
+    static constexpr uint32_t kLight = 2;  // the light entry of if/loop bodies (run_body)
+    static constexpr uint32_t kCalls = 4;  // the in-line steps of calls (call_paths)
+    uint32_t bits;                         // the switches that are on
+    bool fused() const { return (bits & kFused) != 0; }
+    bool light() const { return (bits & kLight) != 0; }
+    bool calls() const { return (bits & kCalls) != 0; }
 };
 
 // How a run of the dispatch loop begins: the full entry of `run` (with the
@@ -142,7 +150,7 @@ constexpr std::size_t kFlatBodyLimit = 4;
 [[gnu::always_inline]] inline bool flat_entry_applies(const vrkcontext& ctx, const vrkblock* child,
                                                       loop_switches switches) {
     const std::size_t count = child->code.size();
-    if (!switches.fused || count == 0 || count > kFlatBodyLimit) return false;
+    if (!switches.fused() || count == 0 || count > kFlatBodyLimit) return false;
     const vrkinstr& first = child->code.front();
     return first.opcode() == Op::LOAD && first.ref != 0 && !child->native && !child->running &&
            !child->sleeping && child->resume_at == 0 && ctx.depth_budget > 1 && ctx.step_budget > 1;
@@ -152,10 +160,16 @@ constexpr std::size_t kFlatBodyLimit = 4;
 // block (as `enter` has them for a fresh run that may go in), the budget step
 // of its first instruction, and the fused step that starts with the load.
 // When that step ran the whole code, the run ends here as any run ends at the
-// end of its code; otherwise the dispatch loop goes on with the instruction
-// after it, as it would have after an in-line step. The first step reaches no
-// script code, so nothing nests while the depth budget is not held.
-vrkvar* run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_switches switches) {
+// end of its code (`whole` is set: no signal can have been raised and nothing
+// waits); otherwise the dispatch loop goes on with the instruction after it, as
+// it would have after an in-line step. The first step reaches no script code,
+// so nothing nests while the depth budget is not held.
+struct flat_run {
+    vrkvar* result;  // what the run answered
+    bool whole;      // the fused step ran the whole code and the run has ended
+};
+
+flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_switches switches) {
     child->running = 1;
     fresh_start(child);
     bind_self(child, parent->self_cell);
@@ -172,10 +186,10 @@ vrkvar* run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_s
         // Not a variable the load can name: the loop runs it from the start,
         // and counts it there.
         ++steps;
-        return run_block<Entry::continued>(ctx, child, parent, 0, nullptr, switches);
+        return {run_block<Entry::continued>(ctx, child, parent, 0, nullptr, switches), false};
     }
-    if (rs.next >= count) return normal_end(child);
-    return run_block<Entry::continued>(ctx, child, parent, rs.next, nullptr, switches);
+    if (rs.next >= count) return {normal_end(child), true};
+    return {run_block<Entry::continued>(ctx, child, parent, rs.next, nullptr, switches), false};
 }
 
 // RUN_CHILD with the light entry (run_body) for its body.
@@ -184,11 +198,18 @@ vrkvar* run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_s
     vrkblock* child = child_to_run(rs, ins);
     if (!child) return Flow::next;
     vrkblock* parent = rs.b;
-    vrkvar* r = ctx.debug_info ? resume(child, parent, parent->self_cell)
-                : flat_entry_applies(ctx, child, switches)
-                    ? run_flat_body(ctx, child, parent, switches)
-                    : run_body(ctx, child, parent, switches);
-    return child_ended(rs, child, r);
+    if (ctx.debug_info) return child_ended(rs, child, resume(child, parent, parent->self_cell));
+    if (flat_entry_applies(ctx, child, switches)) {
+        const flat_run flat = run_flat_body(ctx, child, parent, switches);
+        if (flat.whole) {
+            // child_ended for a run that ended at the end of its code.
+            parent->waiting_on = nullptr;
+            top_slot(parent) = flat.result;
+            return Flow::next;
+        }
+        return child_ended(rs, child, flat.result);
+    }
+    return child_ended(rs, child, run_body(ctx, child, parent, switches));
 }
 
 // The end of a run whose instruction could not get the memory it needed. The
@@ -308,7 +329,7 @@ template <Entry kEntry>
     vrkinstr* const code = b->code.data();
     const std::size_t count = b->code.size();
     uint64_t& steps = ctx.step_budget;
-    const bool fused = switches.fused;
+    const bool fused = switches.fused();
     // An entry for every value of the opcode byte, so that dispatch needs no
     // range test: the opcodes, then the load of a named variable for every
     // number past them (the table has room to spare at the end).
@@ -363,7 +384,7 @@ template <Entry kEntry>
     op_SET : {
         const vrkinstr& ins = VRK_INS;
         if (ins.ref == kRefMinusOne) {
-            if (ins.arg >= 0 && switches.calls && bind_argument(b, ins)) VRK_NEXT_INLINE();
+            if (ins.arg >= 0 && switches.calls() && bind_argument(b, ins)) VRK_NEXT_INLINE();
         } else if (fused &&
                    (ins.arg == -2 ? fused::store_number_below(b) : fused::store_number(b, ins))) {
             VRK_NEXT_INLINE();
@@ -428,13 +449,13 @@ template <Entry kEntry>
         VRK_NEXT(call_returned(rs, callee, r, value_context().blocks_destroyed == destroyed));
     }
     op_CALL_PREP:
-        if (VRK_INS.ref == kRefMinusOne && switches.calls &&
+        if (VRK_INS.ref == kRefMinusOne && switches.calls() &&
             fused::binding_step(rs, code, count, steps))
             VRK_NEXT_INLINE();
         VRK_NEXT(prepare_call(rs, VRK_INS));
     op_RUN_CHILD:
-        VRK_NEXT(switches.light ? run_child_light(ctx, rs, VRK_INS, switches)
-                                : run_child(rs, VRK_INS));
+        VRK_NEXT(switches.light() ? run_child_light(ctx, rs, VRK_INS, switches)
+                                  : run_child(rs, VRK_INS));
     op_EXTERNAL:
         VRK_NEXT(external(rs, VRK_INS));
     op_PUSH:
@@ -444,7 +465,7 @@ template <Entry kEntry>
         if (!(fused && VRK_INS.arg == 0 && fused::push_number(b, VRK_INS))) push_slots(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_ARG:
-        if (switches.calls && fused::wrap_int_argument(b, VRK_INS)) VRK_NEXT_INLINE();
+        if (switches.calls() && fused::wrap_int_argument(b, VRK_INS)) VRK_NEXT_INLINE();
         wrap_argument(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_POP:
@@ -538,9 +559,10 @@ template <Entry kEntry>
 
 vrkvar* run(vrkblock* b, vrkblock* caller, uint32_t start, vrkvar* self) {
     const vrkvalue_context& values = value_context();
-    return run_block<Entry::full>(
-        context(), b, caller, start, self,
-        loop_switches{values.fused_paths, values.light_entry, values.call_paths});
+    return run_block<Entry::full>(context(), b, caller, start, self,
+                                  loop_switches{(values.fused_paths ? loop_switches::kFused : 0U) |
+                                                (values.light_entry ? loop_switches::kLight : 0U) |
+                                                (values.call_paths ? loop_switches::kCalls : 0U)});
 }
 
 vrkvar* resume(vrkblock* block, vrkblock* caller, vrkvar* self) {

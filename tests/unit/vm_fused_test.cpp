@@ -202,6 +202,29 @@ TEST_F(VmFusedTest, BodiesGiveWhatFullRunsGive) {
     EXPECT_EQ(bodies.printed, (std::vector<std::string>{"6", "6"})) << "0+1+2, then 1 three times";
 }
 
+TEST_F(VmFusedTest, MemberReadsGiveWhatTheSingleInstructionsGive) {
+    // Members read and stored through a variable, a member that is a method
+    // (its owner binds `this`), members of members, members of an instance
+    // held in a parameter, a member added to an instance, and the read of a
+    // member of a parameter that holds no instance.
+    const std::string text =
+        "class point = { x = 1; y = 2.5; inner = 0; sum() { return this.x + this.y; } "
+        "scale(k) { this.x = this.x * k; this.y *= k; } };"
+        "p = point(); q = point(); q.inner = p; p.scale(3);"
+        "print(p.x); print(p.y); print(p.sum()); print(q.inner.x); print(q.inner.sum());"
+        "f(o) { return o.x + o.inner.x; } print(f(q));"
+        "g(o) { return o.x; } print(g(4)); t = 0;"
+        "for (i = 0; i < 5; i++) { t += p.x; p.x += 1; } print(t); print(p.x);";
+    expect_same(text);
+    EXPECT_EQ(run_script(text, true).printed,
+              (Strings{"3", "7.500000", "10.500000", "3", "10.500000", "4", "0", "25", "8"}));
+    // The step budget running out at every instruction of the member reads.
+    const std::string loop =
+        "class box = { v = 0; }; b = box(); for (i = 0; i < 3; i++) { b.v = b.v + i; } "
+        "print(b.v);";
+    for (uint64_t budget = 1; budget < 90; ++budget) expect_same(loop, budget);
+}
+
 TEST_F(VmFusedTest, DepthBudgetCountsBodiesAlike) {
     // Each body is one nested run against the depth budget, whichever way it
     // is entered: the refusal comes at the same depth, with the same report.
