@@ -17,18 +17,6 @@ namespace vrk {
 
 namespace {
 
-// A constant cell for the life of the process. The record is a function-local
-// static of a trivially destructible type: it is made on first use (the first
-// use is thread-safe) and nothing tears it down at exit, so worker threads that
-// outlive main still find it.
-vrkvar make_constant(Tag tag, int64_t v) {
-    vrkvar c;
-    c.type = tag;
-    c.constant = 1;
-    c.value.i = v;
-    return c;
-}
-
 // Tags whose value word is the value itself: after a change to one of them the
 // caller stores a value, so the word may be left as it was.
 bool holds_scalar(Tag tag) {
@@ -129,33 +117,6 @@ void empty_in_place(vrkvar* cell) {
 }
 
 }  // namespace
-
-// ---- constants ---------------------------------------------------------------------
-
-vrkvar* void_value() {
-    static vrkvar cell = make_constant(Tag::INT, 0);
-    return &cell;
-}
-
-vrkvar* true_value() {
-    static vrkvar cell = make_constant(Tag::INT, 1);
-    return &cell;
-}
-
-vrkvar* false_value() {
-    static vrkvar cell = make_constant(Tag::INT, 0);
-    return &cell;
-}
-
-vrkvar* erase_value() {
-    static vrkvar cell = make_constant(Tag::INT, 0);
-    return &cell;
-}
-
-vrkvar* none_value() {
-    static vrkvar cell = make_constant(Tag::VOID, 0);
-    return &cell;
-}
 
 // ---- typed access ----------------------------------------------------------------------
 

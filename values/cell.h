@@ -158,11 +158,44 @@ inline bool is_marker(const void* p, uintptr_t below = 10) {
 }
 
 // ---- the five shared constant cells ---------------------------------------
-vrkvar* void_value();   // INT 0: stands in where an operation has no result
-vrkvar* true_value();   // INT 1
-vrkvar* false_value();  // INT 0
-vrkvar* erase_value();  // INT 0, recognised by address: storing it into an element erases it
-vrkvar* none_value();   // VOID: keywords none, None
+// Each is a cell for the life of the process, recognised by its address. The
+// records are function-local statics of a trivially destructible type made
+// when the program is loaded (constant initialisation): the hot paths that
+// hand them out, a comparison's answer among them, take no first-use test, and
+// nothing tears them down at exit, so worker threads that outlive main still
+// find them.
+constexpr vrkvar constant_cell(Tag tag, int64_t v) {
+    vrkvar c;
+    c.type = tag;
+    c.constant = 1;
+    c.value.i = v;
+    return c;
+}
+// INT 0: stands in where an operation has no result.
+inline vrkvar* void_value() {
+    static constinit vrkvar cell = constant_cell(Tag::INT, 0);
+    return &cell;
+}
+// INT 1.
+inline vrkvar* true_value() {
+    static constinit vrkvar cell = constant_cell(Tag::INT, 1);
+    return &cell;
+}
+// INT 0.
+inline vrkvar* false_value() {
+    static constinit vrkvar cell = constant_cell(Tag::INT, 0);
+    return &cell;
+}
+// INT 0, recognised by address: storing it into an element erases it.
+inline vrkvar* erase_value() {
+    static constinit vrkvar cell = constant_cell(Tag::INT, 0);
+    return &cell;
+}
+// VOID: keywords none, None.
+inline vrkvar* none_value() {
+    static constinit vrkvar cell = constant_cell(Tag::VOID, 0);
+    return &cell;
+}
 
 // ---- creation and destruction (pooled; see values/pools.h) ----------------
 vrkvar* cell_new(Tag tag = Tag::INT);
