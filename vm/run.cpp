@@ -156,20 +156,50 @@ constexpr std::size_t kFlatBodyLimit = 4;
            !child->sleeping && child->resume_at == 0 && ctx.depth_budget > 1 && ctx.step_budget > 1;
 }
 
+vrkvar* out_of_memory_end(vrkblock* b);
+
+// `{ return v; }` once its load has run: the return as the dispatch loop runs
+// it, at the end of the code, with the depth budget held as the nested run
+// would hold it (letting go of the old result or of scoped variables may run a
+// destructor).
+vrkvar* flat_return(vrkcontext& ctx, run_state& rs) {
+    vrkblock* const b = rs.b;
+    depth_guard depth(ctx.depth_budget);
+    --ctx.step_budget;
+    rs.ip = rs.next;
+    rs.next = rs.ip + 1;
+    const Flow flow = return_value(rs);
+    if (flow != Flow::next) return early_end(b, flow);
+    if (b->suspended) {
+        b->resume_at = b->suspended == 1 ? rs.ip : rs.ip + 1;
+        end_running(b);
+        return kSuspended;
+    }
+    return normal_end(b);
+}
+
+// True for `LOAD -1`, the return of the value in the top slot.
+[[gnu::always_inline]] inline bool is_return(const vrkinstr& ins) {
+    return ins.opcode() == Op::LOAD && ins.ref == 0 && ins.arg == load_code::RETURN;
+}
+
 // The body `child` of `parent` by the flat entry: the entry's effects on the
 // block (as `enter` has them for a fresh run that may go in), the budget step
 // of its first instruction, and the fused step that starts with the load.
 // When that step ran the whole code, the run ends here as any run ends at the
 // end of its code (`whole` is set: no signal can have been raised and nothing
-// waits); otherwise the dispatch loop goes on with the instruction after it, as
-// it would have after an in-line step. The first step reaches no script code,
-// so nothing nests while the depth budget is not held.
+// waits); when only a `return` is left, it runs here too; otherwise the
+// dispatch loop goes on with the instruction after the step, as it would have
+// after an in-line step. The first step reaches no script code, so nothing
+// nests while the depth budget is not held; should it run out of memory, the
+// body ends as a nested run of it would.
 struct flat_run {
     vrkvar* result;  // what the run answered
     bool whole;      // the fused step ran the whole code and the run has ended
 };
 
-flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_switches switches) {
+flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent,
+                       loop_switches switches) {
     child->running = 1;
     fresh_start(child);
     bind_self(child, parent->self_cell);
@@ -182,13 +212,23 @@ flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_
     uint64_t& steps = ctx.step_budget;
     --steps;
     run_state rs{child, 0, 1, false};
-    if (!fused::load_step(rs, code, count, steps)) {
-        // Not a variable the load can name: the loop runs it from the start,
-        // and counts it there.
-        ++steps;
-        return {run_block<Entry::continued>(ctx, child, parent, 0, nullptr, switches), false};
+    try {
+        if (!fused::load_step(rs, code, count, steps)) {
+            // Not a variable the load can name: the loop runs it from the
+            // start, and counts it there.
+            ++steps;
+            return {run_block<Entry::continued>(ctx, child, parent, 0, nullptr, switches), false};
+        }
+        if (rs.next >= count) return {normal_end(child), true};
+        if (rs.next + 1 == count && steps >= 2 && is_return(code[rs.next]))
+            return {flat_return(ctx, rs), false};
+    } catch (const std::bad_alloc&) {
+        depth_guard depth(ctx.depth_budget);
+        return {out_of_memory_end(child), false};
+    } catch (const std::length_error&) {
+        depth_guard depth(ctx.depth_budget);
+        return {out_of_memory_end(child), false};
     }
-    if (rs.next >= count) return {normal_end(child), true};
     return {run_block<Entry::continued>(ctx, child, parent, rs.next, nullptr, switches), false};
 }
 
