@@ -198,8 +198,7 @@ struct flat_run {
     bool whole;      // the fused step ran the whole code and the run has ended
 };
 
-flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent,
-                       loop_switches switches) {
+flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_switches switches) {
     child->running = 1;
     fresh_start(child);
     bind_self(child, parent->self_cell);
