@@ -158,16 +158,15 @@ constexpr std::size_t kFlatBodyLimit = 4;
 
 vrkvar* out_of_memory_end(vrkblock* b);
 
-// `{ return v; }` once its load has run: the return as the dispatch loop runs
-// it, at the end of the code, with the depth budget held as the nested run
-// would hold it (letting go of the old result or of scoped variables may run a
-// destructor).
-vrkvar* flat_return(vrkcontext& ctx, run_state& rs) {
-    vrkblock* const b = rs.b;
+// `{ return v; }` once its load has run: the return at `at`, the end of the
+// code, as the dispatch loop runs it, with the depth budget held as the
+// nested run would hold it (letting go of the old result or of scoped
+// variables may run a destructor). Out of line and with a run state of its
+// own, so that the body's first step keeps its state in registers.
+[[gnu::noinline]] vrkvar* flat_return(vrkcontext& ctx, vrkblock* b, uint32_t at) {
     depth_guard depth(ctx.depth_budget);
     --ctx.step_budget;
-    rs.ip = rs.next;
-    rs.next = rs.ip + 1;
+    run_state rs{b, at, at + 1, false};
     const Flow flow = return_value(rs);
     if (flow != Flow::next) return early_end(b, flow);
     if (b->suspended) {
@@ -191,8 +190,10 @@ vrkvar* flat_return(vrkcontext& ctx, run_state& rs) {
 // waits); when only a `return` is left, it runs here too; otherwise the
 // dispatch loop goes on with the instruction after the step, as it would have
 // after an in-line step. The first step reaches no script code, so nothing
-// nests while the depth budget is not held; should it run out of memory, the
-// body ends as a nested run of it would.
+// nests while the depth budget is not held. (Should that step run out of
+// memory, which only an append can, the run that meets it is the parent's:
+// the handler of a nested run is not set up around it, as it would cost the
+// step its registers.)
 struct flat_run {
     vrkvar* result;  // what the run answered
     bool whole;      // the fused step ran the whole code and the run has ended
@@ -211,23 +212,15 @@ flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_
     uint64_t& steps = ctx.step_budget;
     --steps;
     run_state rs{child, 0, 1, false};
-    try {
-        if (!fused::load_step(rs, code, count, steps)) {
-            // Not a variable the load can name: the loop runs it from the
-            // start, and counts it there.
-            ++steps;
-            return {run_block<Entry::continued>(ctx, child, parent, 0, nullptr, switches), false};
-        }
-        if (rs.next >= count) return {normal_end(child), true};
-        if (rs.next + 1 == count && steps >= 2 && is_return(code[rs.next]))
-            return {flat_return(ctx, rs), false};
-    } catch (const std::bad_alloc&) {
-        depth_guard depth(ctx.depth_budget);
-        return {out_of_memory_end(child), false};
-    } catch (const std::length_error&) {
-        depth_guard depth(ctx.depth_budget);
-        return {out_of_memory_end(child), false};
+    if (!fused::load_step(rs, code, count, steps)) {
+        // Not a variable the load can name: the loop runs it from the start,
+        // and counts it there.
+        ++steps;
+        return {run_block<Entry::continued>(ctx, child, parent, 0, nullptr, switches), false};
     }
+    if (rs.next >= count) return {normal_end(child), true};
+    if (rs.next + 1 == count && steps >= 2 && is_return(code[rs.next]))
+        return {flat_return(ctx, child, rs.next), false};
     return {run_block<Entry::continued>(ctx, child, parent, rs.next, nullptr, switches), false};
 }
 
