@@ -190,10 +190,7 @@ vrkvar* out_of_memory_end(vrkblock* b);
 // waits); when only a `return` is left, it runs here too; otherwise the
 // dispatch loop goes on with the instruction after the step, as it would have
 // after an in-line step. The first step reaches no script code, so nothing
-// nests while the depth budget is not held. (Should that step run out of
-// memory, which only an append can, the run that meets it is the parent's:
-// the handler of a nested run is not set up around it, as it would cost the
-// step its registers.)
+// nests while the depth budget is not held.
 struct flat_run {
     vrkvar* result;  // what the run answered
     bool whole;      // the fused step ran the whole code and the run has ended
@@ -224,6 +221,15 @@ flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_
     return {run_block<Entry::continued>(ctx, child, parent, rs.next, nullptr, switches), false};
 }
 
+// A body whose first step by the flat entry ran out of memory (an append
+// can) ends as a nested run of it ends on that fault: the body's run, not its
+// parent's, with the depth budget held as that run would hold it. The steps
+// the nested runs after it take have handlers of their own.
+[[gnu::noinline, gnu::cold]] vrkvar* flat_out_of_memory(vrkcontext& ctx, vrkblock* child) {
+    depth_guard depth(ctx.depth_budget);
+    return out_of_memory_end(child);
+}
+
 // RUN_CHILD with the light entry (run_body) for its body.
 [[gnu::always_inline]] inline Flow run_child_light(vrkcontext& ctx, run_state& rs,
                                                    const vrkinstr& ins, loop_switches switches) {
@@ -232,7 +238,14 @@ flat_run run_flat_body(vrkcontext& ctx, vrkblock* child, vrkblock* parent, loop_
     vrkblock* parent = rs.b;
     if (ctx.debug_info) return child_ended(rs, child, resume(child, parent, parent->self_cell));
     if (flat_entry_applies(ctx, child, switches)) {
-        const flat_run flat = run_flat_body(ctx, child, parent, switches);
+        flat_run flat;
+        try {
+            flat = run_flat_body(ctx, child, parent, switches);
+        } catch (const std::bad_alloc&) {
+            flat = {flat_out_of_memory(ctx, child), false};
+        } catch (const std::length_error&) {
+            flat = {flat_out_of_memory(ctx, child), false};
+        }
         if (flat.whole) {
             // child_ended for a run that ended at the end of its code.
             parent->waiting_on = nullptr;

@@ -4,7 +4,7 @@
 # until memory runs out. Each must end by itself (a generous hang guard, no
 # timing asserted) inside a 1 GB address space, with the report the host gives
 # for it, and the host must go on after it. The string doubles once by an
-# operator and once inside a library function.
+# operator and once inside a library function, and grows by appends in a loop.
 #
 # Usage: run_limit_tests.sh <path to vorka> [sanitized]
 # With "sanitized" (an AddressSanitizer build) the address space is not limited,
@@ -103,6 +103,22 @@ while (i < 40) {
 print("still running after " + i);
 VRS
     run_case library_doubling library_doubling.vrs "ALLOCATION_FAILURE" "still running after 40"
+    # A loop body that only appends a 64 MB piece: the append of the pass that
+    # finds no memory fails, and the loop goes on with its next pass.
+    cat >appending.vrs <<'VRS'
+t = "x";
+i = 0;
+while (i < 26) {
+    i = i + 1;
+    t = t + t;
+}
+s = "";
+for (k = 0; k < 24; k++) {
+    s += t;
+}
+print("still appending after " + k);
+VRS
+    run_case appending appending.vrs "ALLOCATION_FAILURE" "still appending after 24"
 fi
 
 echo "$passed passed, $failed failed"
