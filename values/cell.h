@@ -171,31 +171,22 @@ constexpr vrkvar constant_cell(Tag tag, int64_t v) {
     c.value.i = v;
     return c;
 }
+// The shared cell number `kWhich`, holding `kValue` under `kTag`.
+template <int kWhich, Tag kTag, int64_t kValue>
+inline vrkvar* shared_constant() {
+    static constinit vrkvar cell = constant_cell(kTag, kValue);
+    return &cell;
+}
 // INT 0: stands in where an operation has no result.
-inline vrkvar* void_value() {
-    static constinit vrkvar cell = constant_cell(Tag::INT, 0);
-    return &cell;
-}
+inline vrkvar* void_value() { return shared_constant<0, Tag::INT, 0>(); }
 // INT 1.
-inline vrkvar* true_value() {
-    static constinit vrkvar cell = constant_cell(Tag::INT, 1);
-    return &cell;
-}
+inline vrkvar* true_value() { return shared_constant<1, Tag::INT, 1>(); }
 // INT 0.
-inline vrkvar* false_value() {
-    static constinit vrkvar cell = constant_cell(Tag::INT, 0);
-    return &cell;
-}
+inline vrkvar* false_value() { return shared_constant<2, Tag::INT, 0>(); }
 // INT 0, recognised by address: storing it into an element erases it.
-inline vrkvar* erase_value() {
-    static constinit vrkvar cell = constant_cell(Tag::INT, 0);
-    return &cell;
-}
+inline vrkvar* erase_value() { return shared_constant<3, Tag::INT, 0>(); }
 // VOID: keywords none, None.
-inline vrkvar* none_value() {
-    static constinit vrkvar cell = constant_cell(Tag::VOID, 0);
-    return &cell;
-}
+inline vrkvar* none_value() { return shared_constant<4, Tag::VOID, 0>(); }
 
 // ---- creation and destruction (pooled; see values/pools.h) ----------------
 vrkvar* cell_new(Tag tag = Tag::INT);

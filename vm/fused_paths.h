@@ -490,11 +490,11 @@ template <bool kRetag = false>
 // LOAD of a named variable at rs.ip, together with what follows it where that
 // can be fused: the comparison sequence, an operand step with its operator
 // (or the append of a piece to a string), INC / DEC, a SET of a number into
-// a variable, or the read of a member. The instruction behind the LOAD decides which one is tried (each
-// sequence starts with its own), so a LOAD that starts none is not checked
-// against the others. Answers false,
-// having done nothing, when the LOAD names no variable; otherwise the LOAD has
-// run, and what followed it if rs.next says so.
+// a variable, or the read of a member. The instruction behind the LOAD
+// decides which one is tried (each sequence starts with its own), so a LOAD
+// that starts none is not checked against the others. Answers false, having
+// done nothing, when the LOAD names no variable; otherwise the LOAD has run,
+// and what followed it if rs.next says so.
 [[gnu::always_inline]] inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count,
                                              uint64_t& steps) {
     vrkvar* v = loaded_var(code[rs.ip]);

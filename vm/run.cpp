@@ -103,10 +103,9 @@ vrkvar* forced_end(vrkblock* b) {
 
 // The fast paths a run takes, read from the value context once per run and
 // handed down to the bodies it runs (the tests switch each off to compare).
-// They travel as one word of bits, which a call passes in a register; three
-// separate flags were put together byte by byte on the stack for every nested
-// run and read back as one wide word, a read processors cannot serve from the
-// narrow writes still on their way to the cache.
+// They travel as one word of bits, which a call passes in a register, rather
+// than as three flags put together byte by byte on the stack for every nested
+// run.
 struct loop_switches {
     static constexpr uint32_t kFused = 1;  // fused number sequences (vm/fused_paths.h)
     static constexpr uint32_t kLight = 2;  // the light entry of if/loop bodies (run_body)

@@ -126,24 +126,22 @@ void wrap_argument(vrkblock* b, const vrkinstr& ins) {
     // Arguments are always taken into a temp of their own, the erase constant
     // too: only the store sequence (PUSH) keeps it, so `f(null)` passes 0.
     const bool fast = value_context().call_paths;
-    if (fast && v->type == Tag::STRING && !wraps_by_reference(b, ins, v)) {
-        if (vrkvar* t = take_string_temp(b, v)) {
-            slot = t;
-            b->transient_element = nullptr;
-            if (ins.ref != 0) b->stack.push_back(nullptr);
-            return;
-        }
-    }
-    vrkvar* t = fast ? take_temp_fast(b) : take_temp(b);
-    slot = t;
-    if (wraps_by_reference(b, ins, v)) {
-        set_ref(t, v);
-    } else if (fast && v->type == Tag::INT && t->type == Tag::INT && !t->constant &&
-               !(t->flags & flag::FIXED_TYPE)) {
-        // assign's own path for an integer into a blank INT temp.
-        copy_number<false, true>(t, v);
+    const bool by_reference = wraps_by_reference(b, ins, v);
+    // A string copied into a free temp that holds a string keeps its buffer.
+    if (vrkvar* t = fast && !by_reference ? take_string_temp(b, v) : nullptr) {
+        slot = t;
     } else {
-        assign(t, v, b);
+        t = fast ? take_temp_fast(b) : take_temp(b);
+        slot = t;
+        if (by_reference) {
+            set_ref(t, v);
+        } else if (fast && v->type == Tag::INT && t->type == Tag::INT && !t->constant &&
+                   !(t->flags & flag::FIXED_TYPE)) {
+            // assign's own path for an integer into a blank INT temp.
+            copy_number<false, true>(t, v);
+        } else {
+            assign(t, v, b);
+        }
     }
     b->transient_element = nullptr;
     if (ins.ref != 0) b->stack.push_back(nullptr);
