@@ -233,11 +233,26 @@ TEST_F(VmFusedTest, MemberReadsGiveWhatTheSingleInstructionsGive) {
     expect_same(text);
     EXPECT_EQ(run_script(text, true).printed,
               (Strings{"3", "7.500000", "10.500000", "3", "10.500000", "4", "0", "25", "8"}));
-    // The step budget running out at every instruction of the member reads.
+    // Numbers stored into members: the same type, the other number type (the
+    // store retags), a text member, a member that is a method, a member of a
+    // number (which makes the variable an object), an integer wrapping
+    // around, and the store of a text, which is no number.
+    const std::string stores =
+        "class cell = { i = 0; f = 0.5; s = \"x\"; m() { return 1; } };"
+        "c = cell(); n = 9; h = 2.25; w = 9223372036854775807;"
+        "c.i = n; c.f = h; print(c.i, c.f); c.i = h; c.f = n; print(c.i, c.f);"
+        "c.s = n; c.m = 4; print(c.s, c.m); d = 5; d.i = n; print(d);"
+        "c.i = w; c.i = c.i + 1; print(c.i); c.i = c.s; c.f = \"t\"; print(c.i, c.f);";
+    expect_same(stores);
+    EXPECT_EQ(run_script(stores, true).printed,
+              (Strings{"9", "2.250000", "2.250000", "9", "9", "4", "{\n    \"i\": 9\n}",
+                       "-9223372036854775808", "9", "t"}));
+    // The step budget running out at every instruction of the member reads
+    // and stores.
     const std::string loop =
-        "class box = { v = 0; }; b = box(); for (i = 0; i < 3; i++) { b.v = b.v + i; } "
-        "print(b.v);";
-    for (uint64_t budget = 1; budget < 90; ++budget) expect_same(loop, budget);
+        "class box = { v = 0; w = 0; }; b = box(); for (i = 0; i < 3; i++) { "
+        "b.v = b.v + i; b.w = i; } print(b.v, b.w);";
+    for (uint64_t budget = 1; budget < 120; ++budget) expect_same(loop, budget);
 }
 
 TEST_F(VmFusedTest, DepthBudgetCountsBodiesAlike) {
