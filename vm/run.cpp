@@ -506,7 +506,7 @@ template <Entry kEntry>
         if (fused && element_paths::may_start(code, count, rs.ip, false) &&
             element_paths::push_step(rs, code, count, steps))
             VRK_NEXT(Flow::next);
-        if (fused && fused::member_store_at(rs, rs.ip, true, code, count, steps)) VRK_NEXT_INLINE();
+        if (fused && fused::member_store_step(rs, code, count, steps)) VRK_NEXT_INLINE();
         if (!(fused && VRK_INS.arg == 0 && fused::push_number(b, VRK_INS))) push_slots(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_ARG:
