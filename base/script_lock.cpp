@@ -18,7 +18,10 @@ void lock_or_die(std::recursive_mutex& m) noexcept { m.lock(); }
 
 uint32_t current_thread_id() {
     static std::atomic<uint32_t> next_id{0};
-    thread_local const uint32_t id = ++next_id;
+    // Zero until the thread first asks: a constant start, so that reading it
+    // needs no first-use test of a thread-local initialiser.
+    thread_local uint32_t id = 0;
+    if (id == 0) id = ++next_id;
     return id;
 }
 
@@ -50,10 +53,13 @@ ScriptLock::ScriptLock() {
 }
 
 ScriptLock::~ScriptLock() {
-    vrkcontext& ctx = context();
     // A guard left in an unlock() bracket first takes the lock back, so the
     // frame that owned it on the main thread finds it held again.
     if (released) relock();
+    // A guard of the main thread took nothing (the common case: every object
+    // and instance a script makes or lets go of takes a guard).
+    if (!holdsMutex && !nested) return;
+    vrkcontext& ctx = context();
     if (holdsMutex) {
         ctx.lock_thread.store(0);
         --ctx.lock_depth;

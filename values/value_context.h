@@ -4,14 +4,15 @@
 // the pools here, a PTR cell resolves through the guarded pointer registry here,
 // and every block that exists is entered in `live_blocks`, so code holding an
 // untrusted block pointer can ask whether it still lives. Like the rest of the
-// process context (base/context.h) this record is created on first use and never
-// destroyed.
+// process context (base/context.h) this record is never destroyed; it is made
+// before any other static object (value_context()).
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -70,14 +71,21 @@ struct vrkvalue_context {
     const vrkblock_hooks* block_hooks = nullptr;
 };
 
-// Makes the value layer's part of the process context; called once, by value_context().
-vrkvalue_context* new_value_context();
+namespace detail {
+// Where the value context lives: static storage of the process, in which the
+// record is made before any other static object of the program is
+// initialised (value_context.cpp) and which is never destroyed.
+alignas(vrkvalue_context) extern unsigned char value_context_storage[sizeof(vrkvalue_context)];
+}  // namespace detail
 
-// The value layer's part of the process context, created on first use and never freed.
-// Inline: the run loop and the call path reach it several times per instruction.
+// The value layer's part of the process context, made before any other static
+// object and never destroyed: worker threads and static destructors may still
+// free cells while the process ends. Its address is fixed when the program is
+// linked, so the run loop and the call path, which reach it several times per
+// instruction, address its fields directly, with no pointer to load and no
+// first-use test.
 [[gnu::always_inline]] inline vrkvalue_context& value_context() {
-    static vrkvalue_context* const instance = new_value_context();
-    return *instance;
+    return *std::launder(reinterpret_cast<vrkvalue_context*>(detail::value_context_storage));
 }
 
 }  // namespace vrk

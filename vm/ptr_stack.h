@@ -41,7 +41,7 @@ public:
     }
 
     [[gnu::always_inline]] void push_back(T* p) {
-        if (count_ != store_.size()) [[likely]] {
+        if (count_ != room_) [[likely]] {
             store_[count_++] = p;
             return;
         }
@@ -57,9 +57,12 @@ public:
     [[gnu::always_inline]] bool empty() const { return count_ == 0; }
     [[gnu::always_inline]] void clear() { count_ = 0; }
     // Entries it holds before a push must grow it.
-    std::size_t capacity() const { return store_.size(); }
+    std::size_t capacity() const { return room_; }
     void reserve(std::size_t n) {
-        if (n > store_.size()) store_.resize(n);
+        if (n > store_.size()) {
+            store_.resize(n);
+            room_ = n;
+        }
     }
     iterator begin() { return store_.data(); }
     iterator end() { return store_.data() + count_; }
@@ -75,10 +78,14 @@ public:
     // the vector is the stack's content: nothing else may change the stack.
     std::vector<T*>& entries_as_vector() {
         store_.resize(count_);
+        room_ = count_;
         return store_;
     }
     // The entries as the vector of entries_as_vector now holds them.
-    void take_back_entries() { count_ = store_.size(); }
+    void take_back_entries() {
+        count_ = store_.size();
+        room_ = count_;
+    }
 
 private:
     // Room for more: the vector's own spare capacity if it has any (a view
@@ -87,11 +94,13 @@ private:
         const std::size_t room = std::max<std::size_t>(
             {std::size_t{8}, store_.capacity(), store_.size() * 2, count_ + 1});
         store_.resize(room);
+        room_ = room;
         store_[count_++] = p;
     }
 
     std::vector<T*> store_;  // the entries, then room; its size is the capacity
     std::size_t count_ = 0;  // entries in use
+    std::size_t room_ = 0;   // store_.size(), kept here so that a push compares two counts
 };
 
 }  // namespace vrk
