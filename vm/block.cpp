@@ -207,7 +207,7 @@ int64_t vrkblock::find_var_index(const std::string& name) {
 
 vrkvar* vrkblock::find_var(const std::string& name) {
     int64_t i = find_var_index(name);
-    if (i < 0 || static_cast<std::size_t>(i) >= vars->size()) return nullptr;
+    if (static_cast<std::size_t>(i) >= vars->size()) return nullptr;
     return (*vars)[static_cast<std::size_t>(i)];
 }
 

@@ -226,11 +226,11 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     // Inserts the nine reserved class slots at the front; every name index rises by 9.
     void make_class_slots();
     vrkvar* this_var() {
-        if (this_index < 0 || static_cast<std::size_t>(this_index) >= vars->size()) return nullptr;
+        if (static_cast<std::size_t>(this_index) >= vars->size()) return nullptr;
         return (*vars)[static_cast<std::size_t>(this_index)];
     }
     vrkvar* self_var() {
-        if (self_index < 0 || static_cast<std::size_t>(self_index) >= vars->size()) return nullptr;
+        if (static_cast<std::size_t>(self_index) >= vars->size()) return nullptr;
         return (*vars)[static_cast<std::size_t>(self_index)];
     }
 

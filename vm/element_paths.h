@@ -55,11 +55,11 @@ namespace element_paths {
     const std::vector<vrkelement*>& elements = json->elements;
     if (key->type == Tag::INT) {
         const int64_t i = key->value.i;
-        if (i < 0 || static_cast<uint64_t>(i) >= elements.size()) return nullptr;
+        if (static_cast<uint64_t>(i) >= elements.size()) return nullptr;
         return elements[static_cast<std::size_t>(i)];
     }
     if (key->type != Tag::STRING || !key->value.str) return nullptr;
-    if (hint < 0 || static_cast<uint64_t>(hint) >= elements.size()) return nullptr;
+    if (static_cast<uint64_t>(hint) >= elements.size()) return nullptr;
     vrkelement* element = elements[static_cast<std::size_t>(hint)];
     if (!element->key || element->key->empty() || !json_key_equal(*element->key, *key->value.str))
         return nullptr;
@@ -188,7 +188,7 @@ namespace element_paths {
     vrkelement* element = nullptr;
     if (key->type == Tag::INT) {
         const int64_t i = key->value.i;
-        if (i < 0 || static_cast<uint64_t>(i) > size) return nullptr;
+        if (static_cast<uint64_t>(i) > size) return nullptr;
         if (static_cast<std::size_t>(i) == size) {
             // What growing the array by one position does (json_at): a blank
             // element, INT 0, which the number copy may write.

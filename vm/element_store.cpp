@@ -68,7 +68,7 @@ void store_string(vrkblock* block, vrkvar* dst, vrkvar* src) {
 template <class T, class Convert>
 void store_vector(vrkblock* block, std::vector<T>* v, vrkvar* src, Convert convert) {
     const int64_t k = block->pending_index;
-    if (!v || k < 0 || static_cast<uint64_t>(k) >= v->size()) return;
+    if (!v || static_cast<uint64_t>(k) >= v->size()) return;
     const auto pos = static_cast<std::size_t>(k);
     if (src == erase_value()) {
         v->erase(v->begin() + static_cast<std::ptrdiff_t>(pos));

@@ -105,7 +105,7 @@ bool read_character(vrkblock* b, const vrkvar* c, const vrkvar* key) {
     if (key->type != Tag::INT || !c->value.str) return false;
     const std::string& s = *c->value.str;
     const int64_t i = key->value.i;
-    if (i < 0 || static_cast<uint64_t>(i) >= s.size()) return false;
+    if (static_cast<uint64_t>(i) >= s.size()) return false;
     vrkvar& scratch = b->scratch;
     if (scratch.type != Tag::STRING || !scratch.value.str) return false;
     scratch.value.str->assign(1, s[static_cast<std::size_t>(i)]);

@@ -60,15 +60,17 @@ inline constexpr uintptr_t kMarkerLimit = 11;
     return ins.ref_block();
 }
 
-// Variable `index` of `block`, or null when the block has no such index.
+// Variable `index` of `block`, or null when the block has no such index. (A
+// negative index converts to a number past every size: one comparison tests
+// both ends.)
 [[gnu::always_inline]] inline vrkvar* var_at(const vrkblock* block, int64_t index) {
-    if (!block || index < 0 || static_cast<uint64_t>(index) >= block->vars->size()) return nullptr;
+    if (!block || static_cast<uint64_t>(index) >= block->vars->size()) return nullptr;
     return (*block->vars)[static_cast<std::size_t>(index)];
 }
 
 // True when `index` is a valid variable index of `block`.
 [[gnu::always_inline]] inline bool has_var(const vrkblock* block, int64_t index) {
-    return block && index >= 0 && static_cast<uint64_t>(index) < block->vars->size();
+    return block && static_cast<uint64_t>(index) < block->vars->size();
 }
 
 // The slot-load that LOAD with a block, the aliases and the operand steps share:
@@ -351,8 +353,7 @@ Flow child_ended_signals(run_state& rs, vrkblock* child, vrkvar* r);
 
 [[gnu::always_inline]] inline vrkblock* child_to_run(run_state& rs, const vrkinstr& ins) {
     vrkblock* b = rs.b;
-    if (!b->children || ins.arg < 0 || static_cast<uint64_t>(ins.arg) >= b->children->size())
-        return nullptr;
+    if (!b->children || static_cast<uint64_t>(ins.arg) >= b->children->size()) return nullptr;
     vrkblock* child = (*b->children)[static_cast<std::size_t>(ins.arg)];
     if (!child) return nullptr;
     b->waiting_on = child;
