@@ -9,8 +9,11 @@
 // the set of live blocks in `value_context()` (values/value_context.h), the
 // compiler's running numbers in `compile_context()` (frontend/compile_context.h)
 // and the values the command line sets in `host_state()` (host/host_state.h).
-// Each part is created on first use by whoever touches it first and is never
-// destroyed, so worker threads may use it until the very end of the process.
+// Each part is created on first use by whoever touches it first (the value
+// part, which the run loop reaches on every call, is made before every other
+// static object instead, so that reaching it needs no first-use test) and is
+// never destroyed, so worker threads may use it until the very end of the
+// process.
 // Nothing else in vorka is a global.
 #pragma once
 
