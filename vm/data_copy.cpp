@@ -35,7 +35,7 @@ constexpr std::size_t kMaxConstantText = 1048576;
 // record reports; such a block goes through the record.
 constexpr std::size_t kMaxDirectBuffers = 64 * 1024 * 1024;
 
-bool is_pristine(const vrkvar* v, Tag tag) {
+[[gnu::always_inline]] inline bool is_pristine(const vrkvar* v, Tag tag) {
     return v->type == tag && v->constant == 0 && v->flags == 0 && v->attrs == 0 && v->aux == 0 &&
            v->value.i == 0 && v->block == nullptr;
 }
@@ -43,7 +43,7 @@ bool is_pristine(const vrkvar* v, Tag tag) {
 // How the record keeps a variable (see the saved record's variable forms).
 enum class Form : uint8_t { cleared, captured, pristine, buffer, declared, plain };
 
-Form form_of(const vrkblock* b, const vrkvar* v, std::size_t i) {
+[[gnu::always_inline]] inline Form form_of(const vrkblock* b, const vrkvar* v, std::size_t i) {
     const auto index = static_cast<int64_t>(i);
     if (!v) return Form::cleared;
     if (v->flags & flag::CAPTURED) return Form::captured;
