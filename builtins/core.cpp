@@ -145,7 +145,7 @@ struct script_listener {
             }
             copies.push_back(target);
         }
-        if (!target->vars->empty()) set_string((*target->vars)[0], text);
+        if (!target->vars.empty()) set_string(target->vars[0], text);
         run(target, nullptr, 0, kSelfUnchanged);
         return true;
     }

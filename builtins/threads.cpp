@@ -76,8 +76,8 @@ vrkvar* start_thread(vrkblock* block, vrkvar* fn, std::vector<vrkvar*>& args, st
     vrk::sleep(copy, 0, true, 0);
     copy->kind |= kind::THREAD;
     for (int64_t i = 0; i < given; ++i) {
-        if (static_cast<std::size_t>(i) >= copy->vars->size()) break;
-        vrkvar* param = (*copy->vars)[static_cast<std::size_t>(i)];
+        if (static_cast<std::size_t>(i) >= copy->vars.size()) break;
+        vrkvar* param = copy->vars[static_cast<std::size_t>(i)];
         assign(param, args[first + static_cast<std::size_t>(i)], block);
         param->flags &= static_cast<uint16_t>(~kParameterFlag);
     }

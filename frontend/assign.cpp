@@ -148,7 +148,7 @@ vrkvar* declare_new(vrkblock* b, const declaration_kind& d, const std::string& l
                     const std::string& raw_token, int32_t child, vrkvar* hint,
                     const std::string& last_type_name, const std::string& hint_name,
                     vrkblock* owner, uint32_t i, int deref_count) {
-    vrkvar* cell = (*owner->vars)[i];
+    vrkvar* cell = owner->vars[i];
 
     // The store, and the release at the end of the block for scoped ones.
     // A class or struct declaration stores nothing at run time.
@@ -357,10 +357,10 @@ vrkvar* token_assign(vrkblock* b, std::string& token, std::string& raw_token, in
     }
 
     // A new variable of this block.
-    const uint32_t i = static_cast<uint32_t>(b->vars->size());
+    const uint32_t i = static_cast<uint32_t>(b->vars.size());
     b->get_names()[left] = i;
     append_cell(b);
-    cell = (*b->vars)[i];
+    cell = b->vars[i];
     if (left == "this") {
         if (b->this_index < 0) {
             b->this_index = static_cast<int32_t>(i);

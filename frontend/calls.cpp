@@ -126,9 +126,9 @@ int32_t reserved_slot_of(vrkblock* b, const std::string& head) {
 // that receives it makes the instance.
 bool constructor_call(vrkblock* b, const std::string& head, bool in_class, int32_t* block_index,
                       const std::vector<std::string>& args, vrkvar* target, vrkvar*& result) {
-    if (!target || target->type != Tag::CLASS || !target->block || target->block->vars->empty())
+    if (!target || target->type != Tag::CLASS || !target->block || target->block->vars.empty())
         return false;
-    vrkvar* ctor = (*target->block->vars)[static_cast<std::size_t>(ClassSlot::constructor)];
+    vrkvar* ctor = target->block->vars[static_cast<std::size_t>(ClassSlot::constructor)];
     if (!ctor) return false;
     ctor = deref(ctor);
     if (ctor->type != Tag::FUNCTION || !ctor->block) {
@@ -243,8 +243,8 @@ vrkvar* emit_call(vrkblock* b, std::string& head, bool in_class, int32_t* block_
         // An argument that could not be compiled may have emptied this block,
         // and the callee's cell with it.
         if (callee.owner == b &&
-            (callee.index < 0 || static_cast<uint64_t>(callee.index) >= b->vars->size() ||
-             (*b->vars)[static_cast<std::size_t>(callee.index)] != target))
+            (callee.index < 0 || static_cast<uint64_t>(callee.index) >= b->vars.size() ||
+             b->vars[static_cast<std::size_t>(callee.index)] != target))
             target = nullptr;
         emit(b, Op::CALL_PREP, 0, kRefMinusOne);
         for (std::size_t j = n; j-- > 0;) {
@@ -350,8 +350,8 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
         head.clear();
     }
     const int32_t slot = b->is_class_or_instance() ? reserved_slot_of(b, head) : -1;
-    if (slot >= 0 && static_cast<std::size_t>(slot) < b->vars->size()) {
-        vrkvar* cell = (*b->vars)[static_cast<std::size_t>(slot)];
+    if (slot >= 0 && static_cast<std::size_t>(slot) < b->vars.size()) {
+        vrkvar* cell = b->vars[static_cast<std::size_t>(slot)];
         if (cell->type != Tag::FUNCTION) reset(cell, Tag::FUNCTION);
         b->get_names()[head] = static_cast<uint32_t>(slot);
         callee.target = cell;
@@ -371,7 +371,7 @@ vrkvar* token_call(vrkblock* b, std::size_t s, bool in_class, std::string& token
             if (!head.empty()) b->get_names()[head] = index;
             callee.index = index;
             callee.owner = b;
-            callee.target = (*b->vars)[index];
+            callee.target = b->vars[index];
         } else if (b->engine && !head.empty()) {
             // The engine keeps no table of the declarations' source texts.
             callee.target = declare_global(b->engine, head);

@@ -60,8 +60,8 @@ void make_class_cell(vrkvar* cell, vrkblock* cls) {
 
 // The singleton is constructed once, with its own cell as `this`.
 void construct_singleton(vrkvar* cell, vrkblock* cls) {
-    if (cls->vars->empty()) return;
-    vrkvar* ctor = (*cls->vars)[static_cast<std::size_t>(ClassSlot::constructor)];
+    if (cls->vars.empty()) return;
+    vrkvar* ctor = cls->vars[static_cast<std::size_t>(ClassSlot::constructor)];
     if (!ctor) return;
     ctor = deref(ctor);
     if (ctor->type != Tag::FUNCTION || !ctor->block) return;
@@ -104,7 +104,7 @@ vrkvar* enclosing_class_cell(vrkblock* b) {
     // The declaring block holds the class cell; a global class has it in the
     // engine's global block, which the class's own list of cells names.
     if (cls->parent) {
-        for (vrkvar* v : *cls->parent->vars)
+        for (vrkvar* v : cls->parent->vars)
             if (v && v->type == Tag::CLASS && v->block == cls) return v;
     }
     if (cls->class_data) {
@@ -125,7 +125,7 @@ vrkblock* known_struct(vrkvar* cell) {
 
 std::vector<std::pair<std::string, vrkvar*>> struct_layout(vrkblock* layout) {
     std::vector<std::pair<std::string, vrkvar*>> members;
-    const std::vector<vrkvar*>& vars = *layout->vars;
+    const std::vector<vrkvar*>& vars = layout->vars;
     for (std::size_t i = 0; i < vars.size(); ++i) {
         vrkvar* v = vars[i];
         // Nested struct declarations, class declarations and constants are no
@@ -255,8 +255,8 @@ bool class_operator(vrkblock* b, char op, const std::string& left, const std::st
     if (!cell) return false;
     vrkblock* cls = known_class(deref(cell));
     const auto index = static_cast<std::size_t>(slot);
-    if (!cls || !cls->is_class_or_instance() || cls->vars->size() <= index) return false;
-    const vrkvar* fn = (*cls->vars)[index];
+    if (!cls || !cls->is_class_or_instance() || cls->vars.size() <= index) return false;
+    const vrkvar* fn = cls->vars[index];
     if (!fn || fn->type != Tag::FUNCTION) return false;
     result = compile_text(b, name + "." + kClassSlotNames[index] + "(" + right + ")", block_index);
     return true;

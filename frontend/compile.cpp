@@ -204,8 +204,8 @@ void propagate_outward(vrkblock* block, const char* name) {
 }
 
 void mark_no_count(vrkblock* block, int32_t index) {
-    if (index >= 0 && static_cast<std::size_t>(index) < block->vars->size())
-        (*block->vars)[static_cast<std::size_t>(index)]->flags |= flag::NO_COUNT;
+    if (index >= 0 && static_cast<std::size_t>(index) < block->vars.size())
+        block->vars[static_cast<std::size_t>(index)]->flags |= flag::NO_COUNT;
 }
 
 }  // namespace
@@ -223,7 +223,7 @@ void discard_block(vrkblock* b) {
         state->last_type = nullptr;
         state->call_context = nullptr;
         for (auto it = state->return_types.begin(); it != state->return_types.end();) {
-            if (std::find(b->vars->begin(), b->vars->end(), it->second.first) != b->vars->end())
+            if (std::find(b->vars.begin(), b->vars.end(), it->second.first) != b->vars.end())
                 it = state->return_types.erase(it);
             else
                 ++it;
@@ -233,7 +233,7 @@ void discard_block(vrkblock* b) {
     // that failed deep inside an expression leaves callers up the compile
     // holding cells of this block (a callee, a type, an object to call on).
     compile_state* state = b->compile_state_ptr;
-    for (vrkvar*& cell : *b->vars) {
+    for (vrkvar*& cell : b->vars) {
         if (cell && state) {
             reset(cell, Tag::INT);
             state->discarded.push_back(cell);
@@ -242,7 +242,7 @@ void discard_block(vrkblock* b) {
         }
         cell = nullptr;
     }
-    b->vars->clear();
+    b->vars.clear();
     // The name table would otherwise point at cells that are gone.
     if (b->names && !b->names_shared) b->names->clear();
     b->this_index = -1;

@@ -215,8 +215,8 @@ inline uint64_t ref_of(const vrkblock* b) { return reinterpret_cast<uint64_t>(b)
 
 // Appends a fresh cell to the block's variables and returns its index.
 inline uint32_t append_cell(vrkblock* b, Tag tag = Tag::INT) {
-    const uint32_t index = static_cast<uint32_t>(b->vars->size());
-    b->vars->push_back(cell_new(tag));
+    const uint32_t index = static_cast<uint32_t>(b->vars.size());
+    b->vars.push_back(cell_new(tag));
     return index;
 }
 

@@ -146,7 +146,7 @@ vrkvar* binary_operator(vrkblock* b, const std::string& token, std::size_t o,
             if (left.empty()) {
                 // Unary minus exists for constants only.
                 const uint32_t index = append_cell(b);
-                vrkvar* cell = (*b->vars)[index];
+                vrkvar* cell = b->vars[index];
                 if (!fill_literal(cell, token)) report_unknown(b, token);
                 cell->constant = 1;
                 emit(b, Op::LOAD, index, ref_of(b));
@@ -283,9 +283,9 @@ void replace_escaped_newlines(std::string& text) {
 // The cell `this` or `self` of this block, created on first use.
 uint32_t own_self_cell(vrkblock* b, const std::string& name) {
     int32_t& slot = name == "this" ? b->this_index : b->self_index;
-    if (slot < 0 || static_cast<std::size_t>(slot) >= b->vars->size()) {
+    if (slot < 0 || static_cast<std::size_t>(slot) >= b->vars.size()) {
         const uint32_t index = append_cell(b);
-        (*b->vars)[index]->flags |= flag::NO_COUNT;
+        b->vars[index]->flags |= flag::NO_COUNT;
         slot = static_cast<int32_t>(index);
         b->get_names()[name] = index;
     }
@@ -357,14 +357,14 @@ vrkvar* atom(vrkblock* b, std::string token, const std::string& raw_token, bool 
         if (self_name) {
             index32 = own_self_cell(b, token);
         } else if (auto hit = state.constant_cache.find(token);
-                   hit != state.constant_cache.end() && hit->second < b->vars->size()) {
+                   hit != state.constant_cache.end() && hit->second < b->vars.size()) {
             index32 = hit->second;
         } else {
             index32 = append_cell(b);
             state.constant_cache[token] = index32;
             fresh = true;
         }
-        vrkvar* cell = (*b->vars)[index32];
+        vrkvar* cell = b->vars[index32];
 
         if (fresh && find_scoped(token, ' ', 0) != npos) {
             // `type name` with a type nobody knows: a declaration.

@@ -126,10 +126,10 @@ void declare_parameter(vrkblock* b, vrkblock* fn, std::string text, int k, param
         text.erase(0, 1);
     }
 
-    const auto index = static_cast<uint32_t>(fn->vars->size());
+    const auto index = static_cast<uint32_t>(fn->vars.size());
     fn->get_names()[text] = index;
     vrkvar* cell = cell_new(Tag::VOID);
-    fn->vars->push_back(cell);
+    fn->vars.push_back(cell);
     if (by_reference) cell->attrs |= attr::BY_REF_PARAM;
     apply_type_hint(cell, hint, kind.array_of);
     if (kind.array_of) cell->flags |= flag::KEEP_HINT;
@@ -183,7 +183,7 @@ void declare_capture(vrkblock* b, vrkblock* fn, std::string name) {
 
 // Whether the cell is still one of the block's variables.
 bool holds_cell(const vrkblock* b, const vrkvar* cell) {
-    return b->vars && std::find(b->vars->begin(), b->vars->end(), cell) != b->vars->end();
+    return std::find(b->vars.begin(), b->vars.end(), cell) != b->vars.end();
 }
 
 // The store of the function value, which the declaration left in the top
@@ -252,8 +252,8 @@ vrkvar* token_function_declaration(vrkblock* b, function_head& head, std::string
     // cells of the head among them: what of the head was in this block is
     // forgotten then, as the call of a function does with its callee's cell.
     if (head.owner == b && head.target &&
-        (head.index < 0 || static_cast<uint64_t>(head.index) >= b->vars->size() ||
-         (*b->vars)[static_cast<std::size_t>(head.index)] != head.target))
+        (head.index < 0 || static_cast<uint64_t>(head.index) >= b->vars.size() ||
+         b->vars[static_cast<std::size_t>(head.index)] != head.target))
         head.target = nullptr;
     if (type_here && !holds_cell(b, head.return_type)) head.return_type = nullptr;
     if (!b->children || child < 0 || static_cast<std::size_t>(child) >= b->children->size()) {

@@ -120,14 +120,14 @@ vrkvar* token_list_literal(vrkblock* b, const std::string& token, std::size_t cl
     }
 
     // A failed element may have emptied the block, the list's cell with it.
-    if (d >= b->vars->size()) return nullptr;
+    if (d >= b->vars.size()) return nullptr;
     emit(b, Op::LOAD, d, ref_of(b));
     // The finished list is handed over to whatever takes it (a variable, an
     // argument, a return value) rather than copied: the literal's own cell must
     // not go on holding the elements, or an instance in it would live on after
     // the list that took it is gone.
     emit(b, Op::LOAD, load_code::HAND_OVER, 0);
-    return (*b->vars)[d];
+    return b->vars[d];
 }
 
 vrkvar* token_block_ref(vrkblock* b, const std::string& token, int32_t* block_index) {
@@ -148,11 +148,11 @@ vrkvar* token_block_ref(vrkblock* b, const std::string& token, int32_t* block_in
     vrkblock* child = (*b->children)[static_cast<std::size_t>(number)];
     auto& names = b->get_names();
     auto entry = names.find(token);
-    if (entry == names.end() || entry->second >= b->vars->size()) {
+    if (entry == names.end() || entry->second >= b->vars.size()) {
         // The function cell that stands for the child; constant, so a script
         // cannot overwrite its own body.
         const uint32_t index = append_cell(b, Tag::FUNCTION);
-        vrkvar* cell = (*b->vars)[index];
+        vrkvar* cell = b->vars[index];
         cell->block = child;
         cell->aux = static_cast<uint16_t>(child->param_count);
         cell->constant = 1;
@@ -161,7 +161,7 @@ vrkvar* token_block_ref(vrkblock* b, const std::string& token, int32_t* block_in
     if (block_index && *block_index == -2) child->is_function = 1;  // a class body
     emit(b, Op::LOAD, entry->second, ref_of(b));
     if (block_index) *block_index = number;
-    return (*b->vars)[entry->second];
+    return b->vars[entry->second];
 }
 
 vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& list,
@@ -204,7 +204,7 @@ vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& 
                     if (find_member(b, cls, s, index)) {
                         log().log("class member %s", s.c_str());
                         emit(b, Op::CLASS_ACCESS, index, 0);
-                        c = (*cls->vars)[static_cast<std::size_t>(index)];
+                        c = cls->vars[static_cast<std::size_t>(index)];
                         state.last_type = c;
                         state.last_type_name.clear();
                         continue;
@@ -214,8 +214,8 @@ vrkvar* token_index_chain(vrkblock* b, vrkvar* start, std::vector<std::string>& 
                 } else {
                     int32_t number = -1;
                     if (read_decimal(s, number) && number >= 0 &&
-                        static_cast<std::size_t>(number) < cls->vars->size()) {
-                        c = (*cls->vars)[static_cast<std::size_t>(number)];
+                        static_cast<std::size_t>(number) < cls->vars.size()) {
+                        c = cls->vars[static_cast<std::size_t>(number)];
                         emit(b, Op::CLASS_ACCESS, number, 0);
                         state.last_type = c;
                         state.last_type_name.clear();

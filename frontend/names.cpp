@@ -25,11 +25,11 @@ namespace {
 vrkvar* table_hit(vrkblock* b, const std::string& name, int64_t& index) {
     index = b->find_var_index(name);
     if (index < 0) return nullptr;
-    if (static_cast<uint64_t>(index) >= b->vars->size()) {
+    if (static_cast<uint64_t>(index) >= b->vars.size()) {
         index = -1;
         return nullptr;
     }
-    return (*b->vars)[static_cast<std::size_t>(index)];
+    return b->vars[static_cast<std::size_t>(index)];
 }
 
 // The nine reserved slots of a class are no names of the language.
@@ -90,7 +90,7 @@ int64_t struct_body_position(vrkblock* body, const std::string& name, vrkvar*& m
     if (!member) return -1;
     int64_t count = 0;
     for (int64_t i = 0; i < m; ++i) {
-        const vrkvar* v = (*body->vars)[static_cast<std::size_t>(i)];
+        const vrkvar* v = body->vars[static_cast<std::size_t>(i)];
         if (!v || (v->flags & flag::STRUCT_VAR) || (v->attrs & attr::NO_DESTRUCTOR) || v->constant)
             continue;
         if (body->var_name_at(static_cast<uint32_t>(i)).empty()) continue;
@@ -177,8 +177,8 @@ bool find_member(vrkblock* b, vrkblock* cls, const std::string& name, int64_t& i
     // The reserved functions answer to their names even where the table does
     // not list them, as long as the class declares them.
     if (block->is_class_or_instance()) {
-        for (uint32_t slot = 0; slot < kClassSlotCount && slot < block->vars->size(); ++slot) {
-            const vrkvar* cell = (*block->vars)[slot];
+        for (uint32_t slot = 0; slot < kClassSlotCount && slot < block->vars.size(); ++slot) {
+            const vrkvar* cell = block->vars[slot];
             if (name == kClassSlotNames[slot] && cell && cell->type == Tag::FUNCTION) {
                 index = slot;
                 return true;
@@ -257,7 +257,7 @@ vrkvar* resolve_type(vrkblock* b, std::string text) {
                 log().error("cannot resolve type: %s", text.c_str());
                 return nullptr;
             }
-            c = (*cls->vars)[static_cast<std::size_t>(index)];
+            c = cls->vars[static_cast<std::size_t>(index)];
         } else if (c->type == Tag::JSON || (c->flags & flag::CLASS_HINT)) {
             int64_t position = -1;
             vrkvar* member = layout_member(c, p, position);

@@ -98,14 +98,14 @@ vrkvar* vrkscript::registerFunction(const char* name, vrkbuiltin_fn function, in
     vrkvar* cell = nullptr;
     auto found = names.find(name);
     if (found != names.end()) {
-        cell = (*firstBlock->vars)[found->second];
+        cell = firstBlock->vars[found->second];
         log().error("double global function %s !", name);
     } else {
-        names[name] = static_cast<uint32_t>(firstBlock->vars->size());
+        names[name] = static_cast<uint32_t>(firstBlock->vars.size());
         cell = cell_new(Tag::FUNCTION);
         cell->attrs = attr::NATIVE_FUNCTION;
         cell->flags = flag::CAPTURED;
-        firstBlock->vars->push_back(cell);
+        firstBlock->vars.push_back(cell);
     }
 
     vrkblock* block = block_new(this);
@@ -129,7 +129,7 @@ vrkvar* vrkscript::registerFunction(const char* name, vrkbuiltin_fn function, in
     cell->flags |= flag::CAPTURED;
     cell->attrs |= attr::NATIVE_FUNCTION;
 
-    for (int i = 0; i < parameterCount; ++i) block->vars->push_back(cell_new(Tag::VOID));
+    for (int i = 0; i < parameterCount; ++i) block->vars.push_back(cell_new(Tag::VOID));
     descriptions[name] = description;
     return cell;
 }
@@ -149,10 +149,10 @@ vrkvar* vrkscript::registerConstructor(const char* name, vrkbuiltin_fn function,
 vrkvar* vrkscript::registerVariable(const char* name, const char* description) {
     ScriptLock lock;
     auto& names = firstBlock->get_names();
-    names[name] = static_cast<uint32_t>(firstBlock->vars->size());
+    names[name] = static_cast<uint32_t>(firstBlock->vars.size());
     vrkvar* cell = cell_new(Tag::INT);
     cell->flags = flag::GLOBAL_SLOT;
-    firstBlock->vars->push_back(cell);
+    firstBlock->vars.push_back(cell);
     descriptions[name] = description;
     return cell;
 }

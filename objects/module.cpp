@@ -19,11 +19,11 @@ vrkvar* module_var(AScript* self, vrkvar* name, bool report) {
     const std::string text = to_string(deref(name));
     auto& names = root->get_names();
     auto found = names.find(text);
-    if (found == names.end() || found->second >= root->vars->size()) {
+    if (found == names.end() || found->second >= root->vars.size()) {
         if (report) log().error("cannot find var %s in module!", text.c_str());
         return nullptr;
     }
-    return (*root->vars)[found->second];
+    return root->vars[found->second];
 }
 
 }  // namespace

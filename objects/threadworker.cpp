@@ -75,8 +75,8 @@ bool AThreadWorker::run(vrkblock* caller, std::vector<vrkvar*>& args) {
     }
     const std::size_t count = std::min(
         args.size(), static_cast<std::size_t>(std::max<int16_t>(copy->param_count, 0)));
-    for (std::size_t i = 0; i < count && i < copy->vars->size(); ++i) {
-        vrkvar* param = (*copy->vars)[i];
+    for (std::size_t i = 0; i < count && i < copy->vars.size(); ++i) {
+        vrkvar* param = copy->vars[i];
         assign(param, deref(args[i]), caller);
         param->flags &= static_cast<uint16_t>(~kParameterFlag);
     }

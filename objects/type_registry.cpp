@@ -86,7 +86,7 @@ void add_function_member(const char* name, vrkmember_fn callable, int parameterC
     block->param_count = static_cast<int16_t>(parameterCount);
     block->plain_args = plain_args ? 1 : 0;
     block->native = 1;
-    for (int i = 0; i < parameterCount; ++i) block->vars->push_back(cell_new(Tag::VOID));
+    for (int i = 0; i < parameterCount; ++i) block->vars.push_back(cell_new(Tag::VOID));
 
     vrkvar* cell = cell_new(Tag::FUNCTION);
     cell->attrs = attr::NATIVE_FUNCTION;

@@ -101,7 +101,7 @@ public:
     explicit params_back(vrkblock* b) : b_(b) {
         vrkblock* callee = b->callee;
         if (b->params_bound && callee && !b->params.empty() && block_alive(callee) &&
-            callee->vars->size() >= b->params.size()) {
+            callee->vars.size() >= b->params.size()) {
             active_ = true;
             swap();
         }
@@ -114,7 +114,7 @@ public:
 
 private:
     void swap() {
-        auto& vars = *b_->callee->vars;
+        auto& vars = b_->callee->vars;
         const std::size_t n = b_->params.size();
         for (std::size_t i = 0; i < n; ++i) std::swap(vars[n - 1 - i], b_->params[i]);
     }
@@ -180,7 +180,7 @@ public:
 
         w_.compact_s32(b->this_index);
         w_.compact_s32(b->self_index);
-        const auto& vars = *b->vars;
+        const auto& vars = b->vars;
         w_.compact_s32(static_cast<int32_t>(vars.size()));
         for (std::size_t i = 0; i < vars.size(); ++i) write_variable(b, i, withCode);
         if (withCode && b->is_class_or_instance()) write_class_slots(b);
@@ -302,8 +302,8 @@ private:
                     put_relative(level, static_cast<uint16_t>(position), kNoStep);
                     return;
                 }
-                if (c->is_class_or_instance() && !c->vars->empty()) {
-                    vrkvar* ctor = deref((*c->vars)[0]);
+                if (c->is_class_or_instance() && !c->vars.empty()) {
+                    vrkvar* ctor = deref(c->vars[0]);
                     if (ctor && (ctor->type == Tag::FUNCTION || ctor->type == Tag::CLASS) &&
                         ctor->block == target) {
                         const int32_t inner = saved_child_index(c, target);
@@ -340,7 +340,7 @@ private:
     }
 
     void write_variable(vrkblock* b, std::size_t i, bool withCode) {
-        vrkvar* v = (*b->vars)[i];
+        vrkvar* v = b->vars[i];
         const auto index = static_cast<int64_t>(i);
         if (!v) {
             w_.u8(static_cast<uint8_t>(VarForm::cleared));
@@ -419,7 +419,7 @@ private:
     }
 
     void write_class_slots(vrkblock* b) {
-        const auto& vars = *b->vars;
+        const auto& vars = b->vars;
         for (uint32_t s = 0; s < kClassSlotCount; ++s) {
             vrkvar* slot = s < vars.size() ? vars[s] : nullptr;
             vrkblock* target = nullptr;
@@ -666,9 +666,9 @@ private:
     }
 
     void read_variable(vrkblock* b) {
-        const auto index = static_cast<int64_t>(b->vars->size());
+        const auto index = static_cast<int64_t>(b->vars.size());
         vrkvar* v = cell_new(Tag::INT);
-        b->vars->push_back(v);
+        b->vars.push_back(v);
         switch (static_cast<VarForm>(r_.u8())) {
             case VarForm::captured:
                 reset(v, Tag::VOID);
@@ -759,12 +759,12 @@ private:
     }
 
     static void settle_this_and_self(vrkblock* b) {
-        const auto count = static_cast<int64_t>(b->vars->size());
+        const auto count = static_cast<int64_t>(b->vars.size());
         for (int32_t* slot : {&b->this_index, &b->self_index}) {
             if (*slot < 0 || *slot >= count) {
                 *slot = -1;
             } else {
-                (*b->vars)[static_cast<std::size_t>(*slot)]->flags |= flag::NO_COUNT;
+                b->vars[static_cast<std::size_t>(*slot)]->flags |= flag::NO_COUNT;
             }
         }
     }
@@ -777,10 +777,10 @@ private:
                 continue;
             }
             vrkblock* target = saved_child(b, position);
-            if (!target || s >= b->vars->size()) continue;
+            if (!target || s >= b->vars.size()) continue;
             // Slots hold functions; a slot of any other kind (a damaged record)
             // is left as it is.
-            vrkvar* slot = (*b->vars)[s];
+            vrkvar* slot = b->vars[s];
             if (slot->type == Tag::FUNCTION || slot->type == Tag::VOID) slot->block = target;
         }
     }
@@ -796,7 +796,7 @@ private:
 
     void read_captures(vrkblock* b) {
         const int32_t count = r_.compact_s32();
-        const auto vars = static_cast<int64_t>(b->vars->size());
+        const auto vars = static_cast<int64_t>(b->vars.size());
         for (int32_t i = 0; i < count && !r_.at_end(); ++i) {
             const int32_t target = r_.compact_s32();
             const int32_t source = r_.compact_s32();
@@ -804,7 +804,7 @@ private:
             const bool this_target = target == b->this_index;
             for (int32_t at : {target, source}) {
                 if (at < 0 || at >= vars) continue;
-                vrkvar* cell = (*b->vars)[static_cast<std::size_t>(at)];
+                vrkvar* cell = b->vars[static_cast<std::size_t>(at)];
                 cell->flags |= flag::CAPTURED;
                 if (this_target) cell->flags |= flag::NO_COUNT;
             }
@@ -856,7 +856,7 @@ void resolve(const pending_ref& p) {
 void run_class_body(const pending_run& p) {
     if (!block_alive(p.owner) || !block_alive(p.body)) return;
     vrkvar* self = kSelfUnchanged;
-    for (vrkvar* v : *p.owner->vars) {
+    for (vrkvar* v : p.owner->vars) {
         if (v && v->type == Tag::CLASS && v->block == p.body) {
             self = v;
             break;

@@ -16,10 +16,10 @@ constexpr int kMaxParentSteps = 100000;
 
 vrkvar* own_variable(vrkblock* b, const std::string& name) {
     const int64_t index = b->find_var_index(name);
-    if (index < 0 || static_cast<uint64_t>(index) >= b->vars->size()) return nullptr;
+    if (index < 0 || static_cast<uint64_t>(index) >= b->vars.size()) return nullptr;
     // The reserved slots of a class are found through their slot, not by name.
     if (b->is_class_or_instance() && index < static_cast<int64_t>(kClassSlotCount)) return nullptr;
-    return (*b->vars)[static_cast<std::size_t>(index)];
+    return b->vars[static_cast<std::size_t>(index)];
 }
 
 }  // namespace

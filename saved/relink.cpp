@@ -82,8 +82,8 @@ void register_in(vrkblock* b, vrkengine* engine, int depth) {
     if (depth > kMaxDepth || b->is_class_or_instance() ||
         (b->kind & (kind::SINGLETON | kind::STRUCT)))
         return;
-    for (uint32_t i = 0; i < b->vars->size(); ++i) {
-        const vrkvar* cell = (*b->vars)[i];
+    for (uint32_t i = 0; i < b->vars.size(); ++i) {
+        const vrkvar* cell = b->vars[i];
         if (!cell || !(cell->flags & flag::DECLARED_FUNCTION) || cell->type != Tag::FUNCTION ||
             !cell->block || cell->block->param_count != 0)
             continue;

@@ -52,7 +52,7 @@ uint32_t block_type_hash() {
 // no cell can hold one, before the first one exists.
 void enter_live(vrkblock* b) {
     vrkvalue_context& ctx = value_context();
-    ctx.live_blocks[b] = b->vars.get();
+    ctx.live_blocks[b] = &b->vars;
     ctx.trace_writer = &trace;
     install_block_hooks(ctx);
 }
@@ -137,7 +137,7 @@ bool vrkblock_handle::refers_to(const vrkblock* b) const {
     return b && id != 0 && id == b->registry_id && index == b->registry_index;
 }
 
-vrkblock::vrkblock(vrkengine* eng) : engine(eng), vars(std::make_unique<std::vector<vrkvar*>>()) {
+vrkblock::vrkblock(vrkengine* eng) : engine(eng) {
     ScriptLock lock;
     mark_embedded_cells(this);
     enter_live(this);
@@ -207,16 +207,16 @@ int64_t vrkblock::find_var_index(const std::string& name) {
 
 vrkvar* vrkblock::find_var(const std::string& name) {
     int64_t i = find_var_index(name);
-    if (static_cast<std::size_t>(i) >= vars->size()) return nullptr;
-    return (*vars)[static_cast<std::size_t>(i)];
+    if (static_cast<std::size_t>(i) >= vars.size()) return nullptr;
+    return vars[static_cast<std::size_t>(i)];
 }
 
 vrkvar* vrkblock::declare_var(const std::string& name) {
     if (vrkvar* existing = find_var(name)) return existing;
     auto& map = get_names();
-    uint32_t index = static_cast<uint32_t>(vars->size());
+    uint32_t index = static_cast<uint32_t>(vars.size());
     vrkvar* cell = cell_new(Tag::INT);
-    vars->push_back(cell);
+    vars.push_back(cell);
     map[name] = index;
     if (name == "this") {
         this_index = static_cast<int32_t>(index);
@@ -231,7 +231,7 @@ vrkvar* vrkblock::declare_var(const std::string& name) {
 std::string vrkblock::var_name(const vrkvar* cell) {
     if (!names) return "";
     for (const auto& [name, index] : *names) {
-        if (index < vars->size() && (*vars)[index] == cell) return name;
+        if (index < vars.size() && vars[index] == cell) return name;
     }
     return "";
 }
@@ -248,7 +248,7 @@ void vrkblock::make_class_slots() {
     std::vector<vrkvar*> slots;
     slots.reserve(kClassSlotCount);
     for (uint32_t i = 0; i < kClassSlotCount; ++i) slots.push_back(cell_new(Tag::VOID));
-    vars->insert(vars->begin(), slots.begin(), slots.end());
+    vars.insert(vars.begin(), slots.begin(), slots.end());
     if (names) {
         for (auto& entry : *names) entry.second += kClassSlotCount;
     }
@@ -298,11 +298,11 @@ void return_displaced_params(vrkblock* b) {
             home = deref(b->stack[b->stack.size() - 2])->block;
     }
     std::size_t n = b->params.size();
-    if (home && block_alive(home) && home->vars->size() >= n) {
-        for (std::size_t i = 0; i < n; ++i) (*home->vars)[n - 1 - i] = b->params[i];
+    if (home && block_alive(home) && home->vars.size() >= n) {
+        for (std::size_t i = 0; i < n; ++i) home->vars[n - 1 - i] = b->params[i];
     } else {
         log().log("debug later, possible mem corrupt %i : %i\n",
-                  home && block_alive(home) ? static_cast<int>(home->vars->size()) : 0,
+                  home && block_alive(home) ? static_cast<int>(home->vars.size()) : 0,
                   static_cast<int>(n));
         for (vrkvar* cell : b->params) {
             if (!is_marker(cell, 11)) cell_free(cell);
@@ -319,13 +319,13 @@ void return_displaced_params(vrkblock* b) {
 // reports "NOT_A_FUNCTION" and releasing the instance runs no destructor. The
 // walk over every block is paid only when a class itself goes.
 void detach_instances(vrkblock* blueprint) {
-    const std::unordered_set<const vrkvar*> own(blueprint->vars->begin(), blueprint->vars->end());
+    const std::unordered_set<const vrkvar*> own(blueprint->vars.begin(), blueprint->vars.end());
     for (const auto& entry : value_context().live_blocks) {
         vrkblock* instance = const_cast<vrkblock*>(entry.first);
         if (instance == blueprint || !instance->class_data ||
             instance->class_data->blueprint != blueprint)
             continue;
-        for (vrkvar* v : *instance->vars) {
+        for (vrkvar* v : instance->vars) {
             if (v && v->type == Tag::REF && own.count(v->value.ref)) {
                 v->type = Tag::INT;
                 v->value.i = 0;
@@ -476,7 +476,7 @@ vrklive_node tear_down(vrkblock* b, bool keep) {
     // go: releasing a value can run a script destructor, which may still read
     // a cell of this block or of a child (an instance held inside the class
     // that made it refers to the class's cells).
-    for (vrkvar* cell : *b->vars) {
+    for (vrkvar* cell : b->vars) {
         if (!cell) {
             log().log("empty varptr????");
             continue;
@@ -499,22 +499,22 @@ vrklive_node tear_down(vrkblock* b, bool keep) {
     }
 
     // What the children's destructors stored here meanwhile goes the same way.
-    for (vrkvar* cell : *b->vars)
+    for (vrkvar* cell : b->vars)
         if (cell) clear_variable(cell, short_paths);
     if ((b->kind & kind::CLASS) && !(b->kind & kind::INSTANCE)) {
         detach_instances(b);
         discard_spares(b);
     }
     if (keep) {
-        cells_blank(*b->vars);
+        cells_blank(b->vars);
     } else if (short_paths) {
-        cells_free(*b->vars);
+        cells_free(b->vars);
     } else {
-        for (vrkvar*& cell : *b->vars) {
+        for (vrkvar*& cell : b->vars) {
             if (cell) cell_free(cell);
             cell = nullptr;
         }
-        b->vars->clear();
+        b->vars.clear();
     }
 
     free_code_operands(b->code);
@@ -571,7 +571,7 @@ void block_renew(vrkblock* b, vrkengine* engine, vrklive_node node) {
     if (node)
         ctx.live_blocks.insert(std::move(node));
     else
-        ctx.live_blocks.emplace(b, b->vars.get());
+        ctx.live_blocks.emplace(b, &b->vars);
     ctx.trace_writer = &trace;
     install_block_hooks(ctx);
 }

@@ -168,8 +168,7 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     std::unique_ptr<vrkshared_value> shared_value;  // shared cell with a count (lazy)
     std::unique_ptr<std::vector<std::pair<uint32_t, int32_t>>> captures;  // (target, source) (lazy)
     std::vector<vrkinstr> code;                                           // instructions
-    std::unique_ptr<std::vector<vrkvar*>>
-        vars;                     // owned variables and hidden temporaries; never null
+    std::vector<vrkvar*> vars;    // owned variables and hidden temporaries
     vrkptr_stack<vrkvar> params;  // displaced pointers, or a native callee's arguments
     uint64_t bind_order = 0;      // when the binding held in `params` began (bindings_started)
     vrkvar result;                // return value of a run (MOVABLE, NO_REF_WRAP)
@@ -226,12 +225,12 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     // Inserts the nine reserved class slots at the front; every name index rises by 9.
     void make_class_slots();
     vrkvar* this_var() {
-        if (static_cast<std::size_t>(this_index) >= vars->size()) return nullptr;
-        return (*vars)[static_cast<std::size_t>(this_index)];
+        if (static_cast<std::size_t>(this_index) >= vars.size()) return nullptr;
+        return vars[static_cast<std::size_t>(this_index)];
     }
     vrkvar* self_var() {
-        if (static_cast<std::size_t>(self_index) >= vars->size()) return nullptr;
-        return (*vars)[static_cast<std::size_t>(self_index)];
+        if (static_cast<std::size_t>(self_index) >= vars.size()) return nullptr;
+        return vars[static_cast<std::size_t>(self_index)];
     }
 
     // ---- state ------------------------------------------------------------------------

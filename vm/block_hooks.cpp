@@ -16,7 +16,7 @@ bool lambda_captures(const vrkblock* fn, const vrkcapture_list*& captures) {
     return true;
 }
 
-const std::vector<vrkvar*>& variables(const vrkblock* block) { return *block->vars; }
+const std::vector<vrkvar*>& variables(const vrkblock* block) { return block->vars; }
 
 std::string variable_name(vrkblock* block, uint32_t index) { return block->var_name_at(index); }
 

@@ -122,8 +122,8 @@ vrkblock* idle_copy_in_line(vrkblock* block, vrkvar* fn) {
         // restore_params, in line for a callee known to exist.
         vrkblock* callee = b->callee;
         const std::size_t n = b->params.size();
-        if (callee_alive && callee->vars->size() >= n) {
-            for (std::size_t i = 0; i < n; ++i) (*callee->vars)[n - 1 - i] = b->params[i];
+        if (callee_alive && callee->vars.size() >= n) {
+            for (std::size_t i = 0; i < n; ++i) callee->vars[n - 1 - i] = b->params[i];
             b->params_bound = 0;
             b->params.clear();
         } else {
@@ -167,7 +167,7 @@ void call_class(vrkblock* b, vrkvar* cell) {
         vrkvar* ctor = var_at(cell->block, static_cast<int64_t>(ClassSlot::constructor));
         if (!is_marker(ctor, kMarkerLimit)) ctor = deref(ctor);
         if (!is_marker(ctor, kMarkerLimit) && ctor->block) {
-            auto& vars = *ctor->block->vars;
+            auto& vars = ctor->block->vars;
             const std::size_t n = b->params.size();
             for (std::size_t i = 0; i < n; ++i) {
                 const std::size_t j = n - 1 - i;
@@ -284,7 +284,7 @@ vrkblock* call_enter(run_state& rs, const vrkinstr& ins) {
     if (!b->callblocks.empty()) {
         cell = b->callblocks.back();
     } else if (vrkblock* owner = operand_block(ins); has_var(owner, ins.arg)) {
-        cell = (*owner->vars)[static_cast<std::size_t>(ins.arg)];
+        cell = owner->vars[static_cast<std::size_t>(ins.arg)];
     } else {
         return nullptr;
     }

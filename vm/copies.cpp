@@ -44,15 +44,15 @@ vrkvar* declared_parameter(vrkblock* source, std::size_t i) {
             return is_marker(own, 11) ? nullptr : own;
         }
     }
-    return i < source->vars->size() ? (*source->vars)[i] : nullptr;
+    return i < source->vars.size() ? source->vars[i] : nullptr;
 }
 
 void restore_parameters(vrkblock* source, vrkblock* copy) {
     const std::size_t count = std::min<std::size_t>(
-        static_cast<std::size_t>(std::max<int16_t>(source->param_count, 0)), copy->vars->size());
+        static_cast<std::size_t>(std::max<int16_t>(source->param_count, 0)), copy->vars.size());
     for (std::size_t i = 0; i < count; ++i) {
         const vrkvar* declared = declared_parameter(source, i);
-        vrkvar* cell = (*copy->vars)[i];
+        vrkvar* cell = copy->vars[i];
         if (!declared || !cell || (cell->flags & flag::CAPTURED)) continue;
         if (declared->flags & flag::FIXED_TYPE) reset(cell, declared->type);
         cell->flags = declared->flags;
@@ -134,8 +134,8 @@ const char* source_text(const vrkblock* b) {
 
 // The function cell of a class's constructor slot, or null.
 vrkvar* constructor_cell(vrkblock* blueprint) {
-    if (blueprint->vars->empty()) return nullptr;
-    vrkvar* slot = (*blueprint->vars)[static_cast<std::size_t>(ClassSlot::constructor)];
+    if (blueprint->vars.empty()) return nullptr;
+    vrkvar* slot = blueprint->vars[static_cast<std::size_t>(ClassSlot::constructor)];
     if (is_marker(slot, 11)) return nullptr;
     slot = deref(slot);
     return slot->type == Tag::FUNCTION && block_alive(slot->block) ? slot : nullptr;
@@ -161,11 +161,11 @@ void move_instance_cell(vrkvar* from, vrkvar* to) {
 // be one that an earlier construction with more arguments used.
 void hand_over_arguments(vrkblock* from, vrkblock* to) {
     const std::size_t count = std::min(
-        {static_cast<std::size_t>(std::max<int16_t>(from->param_count, 0)), from->vars->size(),
-         to->vars->size()});
+        {static_cast<std::size_t>(std::max<int16_t>(from->param_count, 0)), from->vars.size(),
+         to->vars.size()});
     for (std::size_t i = 0; i < count; ++i) {
-        vrkvar* src = (*from->vars)[i];
-        vrkvar* dst = (*to->vars)[i];
+        vrkvar* src = from->vars[i];
+        vrkvar* dst = to->vars[i];
         if (!src || !dst) continue;
         const bool given = src->type != Tag::VOID;
         reset(dst, Tag::INT);
@@ -190,12 +190,12 @@ void hand_over_arguments(vrkblock* from, vrkblock* to) {
 // every instance. The record carries constants only, so the plain fields are
 // copied here (deeply: an instance owns its lists).
 void copy_fields(vrkblock* blueprint, vrkblock* instance, vrkblock* caller) {
-    const std::size_t count = std::min(blueprint->vars->size(), instance->vars->size());
+    const std::size_t count = std::min(blueprint->vars.size(), instance->vars.size());
     for (std::size_t i = kClassSlotCount; i < count; ++i) {
         const auto index = static_cast<int32_t>(i);
         if (index == blueprint->this_index || index == blueprint->self_index) continue;
-        vrkvar* from = (*blueprint->vars)[i];
-        vrkvar* to = (*instance->vars)[i];
+        vrkvar* from = blueprint->vars[i];
+        vrkvar* to = instance->vars[i];
         if (!from || !to || from->constant || to->constant) continue;
         if (from->type == Tag::FUNCTION || from->type == Tag::CLASS || from->type == Tag::REF)
             continue;
@@ -249,9 +249,9 @@ vrkblock* copy_live_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyP
                           vrkblock* spare = nullptr) {
     vrkblock* copy = spare ? spare : block_new(source->engine);
     bool cells_ready = spare != nullptr;
-    if (cells_ready && (copy->vars->size() != source->vars->size() || as_copy ||
+    if (cells_ready && (copy->vars.size() != source->vars.size() || as_copy ||
                         path != CopyPath::direct || !block_image().copy_through_record)) {
-        cells_free(*copy->vars);
+        cells_free(copy->vars);
         cells_ready = false;
     }
     copy->code_text = source->code_text;
@@ -270,7 +270,7 @@ vrkblock* copy_live_block(vrkblock* source, vrkblock* owner, bool as_copy, CopyP
         const bool direct = !as_copy && path == CopyPath::direct &&
                             copy_data_directly(source, copy, cells_ready);
         if (!direct) {
-            if (cells_ready) cells_free(*copy->vars);
+            if (cells_ready) cells_free(copy->vars);
             through_record(source, copy, as_copy);
         }
     }
@@ -386,10 +386,10 @@ void load_closure(vrkvar* function_cell, vrkblock* target, vrkblock* caller) {
     if (is_marker(function_cell, 11) || !target || function_cell->type != Tag::FUNCTION) return;
     if ((function_cell->attrs & attr::NATIVE_FUNCTION) || !function_cell->value.closure) return;
     const auto& pairs = function_cell->value.closure->pairs;
-    if (pairs.size() >= target->vars->size()) return;
+    if (pairs.size() >= target->vars.size()) return;
     for (const vrkcapture& capture : pairs) {
-        if (capture.var_index >= target->vars->size() || !capture.cell) continue;
-        vrkvar* v = (*target->vars)[capture.var_index];
+        if (capture.var_index >= target->vars.size() || !capture.cell) continue;
+        vrkvar* v = target->vars[capture.var_index];
         if (!v) continue;
         v->constant = 0;
         v->flags |= flag::CAPTURED;
@@ -441,12 +441,12 @@ vrkblock* copyConstruct(vrkvar* dest, vrkblock* blueprint, vrkblock* caller) {
 
     // Functions and nested classes stay the blueprint's: each call of a
     // method runs in a block of its own anyway.
-    const std::size_t shared = std::min(instance->vars->size(), blueprint->vars->size());
+    const std::size_t shared = std::min(instance->vars.size(), blueprint->vars.size());
     for (std::size_t i = 0; i < shared; ++i) {
-        vrkvar* v = (*instance->vars)[i];
+        vrkvar* v = instance->vars[i];
         if (v && (v->type == Tag::FUNCTION || v->type == Tag::CLASS)) {
             v->block = nullptr;
-            set_ref(v, (*blueprint->vars)[i]);
+            set_ref(v, blueprint->vars[i]);
         }
     }
     copy_fields(blueprint, instance, caller);

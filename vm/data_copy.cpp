@@ -90,7 +90,7 @@ bool copyable(const vrkblock* source, Form* forms) {
             if (block_alive(d)) return false;
     }
     std::size_t buffers = 0;
-    const auto& vars = *source->vars;
+    const auto& vars = source->vars;
     for (std::size_t i = 0; i < vars.size(); ++i) {
         const vrkvar* v = vars[i];
         const Form form = form_of(source, v, i);
@@ -189,17 +189,17 @@ void copy_value(vrkblock* copy, vrkvar* to, const vrkvar* from, std::size_t inde
 // (a fresh cell is INT 0 with every field zero).
 void copy_variable(vrkblock* source, vrkblock* copy, std::size_t i, std::size_t at,
                    const Form* form, bool short_paths) {
-    const vrkvar* from = (*source->vars)[i];
+    const vrkvar* from = source->vars[i];
     // The copy's own position of the variable (the copy starts with none).
     // With `short_paths` the cells have been made in bulk beforehand.
-    std::size_t index = copy->vars->size();
+    std::size_t index = copy->vars.size();
     vrkvar* to = nullptr;
     if (short_paths) {
         index = at;
-        to = (*copy->vars)[index];
+        to = copy->vars[index];
     } else {
         to = cell_new(Tag::INT);
-        copy->vars->push_back(to);
+        copy->vars.push_back(to);
     }
     switch (form ? *form : form_of(source, from, i)) {
         case Form::captured:
@@ -235,12 +235,12 @@ void copy_variable(vrkblock* source, vrkblock* copy, std::size_t i, std::size_t 
 }
 
 void settle_this_and_self(vrkblock* b) {
-    const auto count = static_cast<int64_t>(b->vars->size());
+    const auto count = static_cast<int64_t>(b->vars.size());
     for (int32_t* slot : {&b->this_index, &b->self_index}) {
         if (*slot < 0 || *slot >= count) {
             *slot = -1;
         } else {
-            (*b->vars)[static_cast<std::size_t>(*slot)]->flags |= flag::NO_COUNT;
+            b->vars[static_cast<std::size_t>(*slot)]->flags |= flag::NO_COUNT;
         }
     }
 }
@@ -263,11 +263,11 @@ bool copy_data_directly(vrkblock* source, vrkblock* copy, bool cells_ready) {
     copy->this_index = source->this_index;
     copy->self_index = source->self_index;
 
-    const std::size_t count = source->vars->size();
-    const std::size_t first = cells_ready ? 0 : copy->vars->size();
+    const std::size_t count = source->vars.size();
+    const std::size_t first = cells_ready ? 0 : copy->vars.size();
     if (!cells_ready) {
-        copy->vars->reserve(first + count);
-        if (short_paths) cells_new(*copy->vars, count);
+        copy->vars.reserve(first + count);
+        if (short_paths) cells_new(copy->vars, count);
     }
     for (std::size_t i = 0; i < count; ++i) {
         const Form* form = short_paths && i < kKeptForms ? &forms[i] : nullptr;
@@ -281,14 +281,14 @@ bool copy_data_directly(vrkblock* source, vrkblock* copy, bool cells_ready) {
         scoped = *source->scoped;
     }
     if (source->captures) {
-        const auto vars = static_cast<int64_t>(copy->vars->size());
+        const auto vars = static_cast<int64_t>(copy->vars.size());
         for (const auto& [target, from] : *source->captures) {
             copy->get_captures().emplace_back(target, from);
             const bool this_target = static_cast<int32_t>(target) == copy->this_index;
             for (const int64_t at :
                  {static_cast<int64_t>(static_cast<int32_t>(target)), static_cast<int64_t>(from)}) {
                 if (at < 0 || at >= vars) continue;
-                vrkvar* cell = (*copy->vars)[static_cast<std::size_t>(at)];
+                vrkvar* cell = copy->vars[static_cast<std::size_t>(at)];
                 cell->flags |= flag::CAPTURED;
                 if (this_target) cell->flags |= flag::NO_COUNT;
             }

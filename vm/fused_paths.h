@@ -48,7 +48,7 @@ namespace fused {
     if (ins.opcode() != Op::LOAD || ins.ref == 0) return nullptr;
     vrkblock* owner = operand_block(ins);
     if (!has_var(owner, ins.arg)) return nullptr;
-    return (*owner->vars)[static_cast<std::size_t>(ins.arg)];
+    return owner->vars[static_cast<std::size_t>(ins.arg)];
 }
 
 // The answer of CMP `code` for two numbers, right operand first, as the

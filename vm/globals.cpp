@@ -27,7 +27,7 @@ void retire_global(vrkengine* engine, const std::string& name) {
     uint32_t index = it->second;
     names.erase(it);
     names[name + kRetiredSuffix] = index;
-    if (index < g->vars->size()) reset((*g->vars)[index], Tag::INT);
+    if (index < g->vars.size()) reset(g->vars[index], Tag::INT);
 }
 
 vrkvar* declare_global(vrkengine* engine, const std::string& name) {
@@ -43,7 +43,7 @@ vrkvar* declare_global(vrkengine* engine, const std::string& name) {
     uint32_t index = retired->second;
     names.erase(retired);
     names[name] = index;
-    return index < g->vars->size() ? (*g->vars)[index] : nullptr;
+    return index < g->vars.size() ? g->vars[index] : nullptr;
 }
 
 }  // namespace vrk

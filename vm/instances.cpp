@@ -45,7 +45,7 @@ bool keepable(const vrkblock* block) {
     if (!blueprint || !blueprint->class_data ||
         blueprint->class_data->spares.size() >= kKeptInstances)
         return false;
-    if (block->vars->size() != blueprint->vars->size() || !block->code.empty()) return false;
+    if (block->vars.size() != blueprint->vars.size() || !block->code.empty()) return false;
     if ((block->children && !block->children->empty()) ||
         (block->copies && !block->copies->empty()) || block->die_blocks || block->completion ||
         block->params_bound || block->busy())
@@ -86,8 +86,8 @@ bool destroy_instance(vrkblock* block, vrkblock* caller, uint16_t attrs) {
 
     vrkvar* d = nullptr;
     if (block->is_class_or_instance() &&
-        block->vars->size() > static_cast<std::size_t>(ClassSlot::destructor))
-        d = (*block->vars)[static_cast<std::size_t>(ClassSlot::destructor)];
+        block->vars.size() > static_cast<std::size_t>(ClassSlot::destructor))
+        d = block->vars[static_cast<std::size_t>(ClassSlot::destructor)];
     if (!d || d->type == Tag::VOID || (attrs & attr::NO_DESTRUCTOR)) {
         dispose(block);
         return true;
@@ -117,10 +117,10 @@ bool destroy_instance(vrkblock* block, vrkblock* caller, uint16_t attrs) {
     if (inst != own) {
         std::size_t n = std::min<std::size_t>(
             static_cast<std::size_t>(std::max<int16_t>(own->param_count, 0)),
-            std::min(inst->vars->size(), own->vars->size()));
+            std::min(inst->vars.size(), own->vars.size()));
         for (std::size_t i = 0; i < n; ++i) {
-            vrkvar* from = (*own->vars)[i];
-            vrkvar* to = (*inst->vars)[i];
+            vrkvar* from = own->vars[i];
+            vrkvar* to = inst->vars[i];
             std::swap(from->type, to->type);
             std::swap(from->value, to->value);
             std::swap(from->aux, to->aux);

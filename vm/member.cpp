@@ -39,7 +39,7 @@ int64_t index_by_name(vrkinstr& ins, vrkblock* instance, const std::string* text
 
 // A member by position; negative positions count from the end.
 int64_t index_by_position(vrkblock* instance, int64_t i) {
-    const auto count = static_cast<int64_t>(instance->vars->size());
+    const auto count = static_cast<int64_t>(instance->vars.size());
     if (count == 0) return -1;
     if (i < 0) i = ((i % count) + count) % count;
     return i < count ? i : -1;
@@ -56,8 +56,8 @@ int64_t find_member(vrkinstr& ins, vrkblock* instance, vrkvar* key) {
 // A name the instance does not have goes to its `oparray` operator, run with
 // the instance as `this` and the key as its first parameter.
 vrkvar* call_oparray(vrkblock* b, vrkblock* instance, vrkvar* instance_cell, vrkvar* key) {
-    if (instance->vars->size() <= kOparraySlot) return instance_cell;
-    vrkvar* op = (*instance->vars)[kOparraySlot];
+    if (instance->vars.size() <= kOparraySlot) return instance_cell;
+    vrkvar* op = instance->vars[kOparraySlot];
     if (is_marker(op, kMarkerLimit)) return instance_cell;
     op = deref(op);
     if (op->type != Tag::FUNCTION || !op->block) return instance_cell;
@@ -74,7 +74,7 @@ vrkvar* class_member(vrkblock* b, vrkinstr& ins, vrkvar* instance_cell, vrkvar* 
     vrkblock* instance = instance_cell->block;
     if (!instance) return instance_cell;
     const int64_t i = find_member(ins, instance, key);
-    if (i >= 0) return (*instance->vars)[static_cast<std::size_t>(i)];
+    if (i >= 0) return instance->vars[static_cast<std::size_t>(i)];
     return call_oparray(b, instance, instance_cell, key);
 }
 

@@ -64,20 +64,20 @@ inline constexpr uintptr_t kMarkerLimit = 11;
 // negative index converts to a number past every size: one comparison tests
 // both ends.)
 [[gnu::always_inline]] inline vrkvar* var_at(const vrkblock* block, int64_t index) {
-    if (!block || static_cast<uint64_t>(index) >= block->vars->size()) return nullptr;
-    return (*block->vars)[static_cast<std::size_t>(index)];
+    if (!block || static_cast<uint64_t>(index) >= block->vars.size()) return nullptr;
+    return block->vars[static_cast<std::size_t>(index)];
 }
 
 // True when `index` is a valid variable index of `block`.
 [[gnu::always_inline]] inline bool has_var(const vrkblock* block, int64_t index) {
-    return block && static_cast<uint64_t>(index) < block->vars->size();
+    return block && static_cast<uint64_t>(index) < block->vars.size();
 }
 
 // The slot-load that LOAD with a block, the aliases and the operand steps share:
 // a named variable goes into the top slot, sub-code -2 puts the void constant.
 [[gnu::always_inline]] inline void slot_load(vrkblock* b, const vrkinstr& ins) {
     if (vrkblock* owner = operand_block(ins); has_var(owner, ins.arg)) {
-        top_slot(b) = (*owner->vars)[static_cast<std::size_t>(ins.arg)];
+        top_slot(b) = owner->vars[static_cast<std::size_t>(ins.arg)];
     } else if (ins.arg == -2) {
         top_slot(b) = void_value();
     }
@@ -273,7 +273,7 @@ void class_access_error(vrkblock* b);
     vrkvar* owner = is_marker(slot, kMarkerLimit) ? nullptr : chain_end(slot);
     if (owner && owner->type == Tag::CLASS && has_var(owner->block, ins.arg)) {
         const bool transient = is_transient(b, owner);
-        slot = (*owner->block->vars)[static_cast<std::size_t>(ins.arg)];
+        slot = owner->block->vars[static_cast<std::size_t>(ins.arg)];
         b->member_owner = owner;
         b->owner_transient = transient ? 1 : 0;
         b->transient_element = transient ? slot : nullptr;
@@ -308,7 +308,7 @@ Flow external(run_state& rs, const vrkinstr& ins);
         b->params.push_back(arg);
         return;
     }
-    vrkvar*& slot = (*callee->vars)[static_cast<std::size_t>(index)];
+    vrkvar*& slot = callee->vars[static_cast<std::size_t>(index)];
     b->params.push_back(slot);
     slot = arg;
 }

@@ -31,8 +31,8 @@ void release_scoped(vrkblock* b) {
     if (!b->scoped) return;
     auto& list = *b->scoped;
     for (auto it = list.rbegin(); it != list.rend(); ++it) {
-        if (*it >= b->vars->size()) continue;
-        vrkvar* v = (*b->vars)[*it];
+        if (*it >= b->vars.size()) continue;
+        vrkvar* v = b->vars[*it];
         if (!v) continue;
         if (v->type == Tag::JSON && v->value.json)
             release_deep(v->value.json);
@@ -52,8 +52,8 @@ void restore_params(vrkblock* block) { restore_params(block, false); }
 void restore_params(vrkblock* block, bool callee_alive) {
     vrkblock* callee = block->callee;
     std::size_t n = block->params.size();
-    if (callee && (callee_alive || block_alive(callee)) && callee->vars->size() >= n) {
-        for (std::size_t i = 0; i < n; ++i) (*callee->vars)[n - 1 - i] = block->params[i];
+    if (callee && (callee_alive || block_alive(callee)) && callee->vars.size() >= n) {
+        for (std::size_t i = 0; i < n; ++i) callee->vars[n - 1 - i] = block->params[i];
     } else if (n) {
         log().log("tmpstack for deleted block!");
     }

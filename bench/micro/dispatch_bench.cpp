@@ -23,8 +23,8 @@ uint32_t add_var(vrkblock* b, int64_t value, bool constant) {
     vrkvar* cell = cell_new(Tag::INT);
     set_int(cell, value);
     cell->constant = constant ? 1 : 0;
-    b->vars->push_back(cell);
-    return static_cast<uint32_t>(b->vars->size() - 1);
+    b->vars.push_back(cell);
+    return static_cast<uint32_t>(b->vars.size() - 1);
 }
 
 void put(vrkblock* b, Op op, int64_t arg, uint64_t ref) {
@@ -60,11 +60,11 @@ void BM_DispatchIntegerLoop(benchmark::State& state) {
     uint32_t counter = 0;
     vrkblock* b = build_loop(counter);
     for (auto _ : state) {
-        set_int((*b->vars)[counter], 0);
+        set_int(b->vars[counter], 0);
         vrkvar* r = run(b, nullptr, 0, kSelfUnchanged);
         benchmark::DoNotOptimize(r);
     }
-    if (to_int((*b->vars)[counter]) != kIterations)
+    if (to_int(b->vars[counter]) != kIterations)
         state.SkipWithError("the loop did not count to its limit");
     const auto instructions = static_cast<double>(state.iterations() * kIterations * kPerPass);
     state.counters["instructions"] = benchmark::Counter(instructions, benchmark::Counter::kIsRate);

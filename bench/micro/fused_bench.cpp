@@ -24,15 +24,15 @@ uint32_t add_int(vrkblock* b, int64_t value, bool constant) {
     vrkvar* cell = cell_new(Tag::INT);
     set_int(cell, value);
     cell->constant = constant ? 1 : 0;
-    b->vars->push_back(cell);
-    return static_cast<uint32_t>(b->vars->size() - 1);
+    b->vars.push_back(cell);
+    return static_cast<uint32_t>(b->vars.size() - 1);
 }
 
 uint32_t add_float(vrkblock* b, double value) {
     vrkvar* cell = cell_new(Tag::FLOAT);
     set_float(cell, value);
-    b->vars->push_back(cell);
-    return static_cast<uint32_t>(b->vars->size() - 1);
+    b->vars.push_back(cell);
+    return static_cast<uint32_t>(b->vars.size() - 1);
 }
 
 void put(vrkblock* b, Op op, int64_t arg, uint64_t ref) {
@@ -81,11 +81,11 @@ void run_shape(benchmark::State& state, Shape shape) {
     int64_t per_pass = 0;
     vrkblock* b = build(shape, counter, total, per_pass);
     for (auto _ : state) {
-        set_int((*b->vars)[counter], 0);
+        set_int(b->vars[counter], 0);
         vrkvar* r = run(b, nullptr, 0, kSelfUnchanged);
         benchmark::DoNotOptimize(r);
     }
-    if (to_int((*b->vars)[counter]) != kIterations)
+    if (to_int(b->vars[counter]) != kIterations)
         state.SkipWithError("the loop did not count to its limit");
     const auto instructions = static_cast<double>(state.iterations() * kIterations * per_pass);
     state.counters["time_per_instruction"] = benchmark::Counter(

@@ -83,11 +83,11 @@ std::vector<vrkvar>& registered_cells() {
 }
 
 void remember_registered_cells(vrkscript& engine) {
-    for (const vrkvar* cell : *engine.firstBlock->vars) registered_cells().push_back(*cell);
+    for (const vrkvar* cell : engine.firstBlock->vars) registered_cells().push_back(*cell);
 }
 
 void restore_registered_cells(vrkscript& engine) {
-    auto& vars = *engine.firstBlock->vars;
+    auto& vars = engine.firstBlock->vars;
     const auto& saved = registered_cells();
     for (std::size_t i = 0; i < vars.size() && i < saved.size(); ++i) {
         vrkvar* cell = vars[i];

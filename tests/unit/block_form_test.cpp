@@ -78,8 +78,8 @@ TEST_F(BlockFormTest, GoldenBytesOfASmallBlock) {
     vrkblock* back = load(expected, nullptr);
     ASSERT_EQ(back->code.size(), 1u);
     EXPECT_EQ(back->code[0].ref_block(), back);
-    EXPECT_EQ(to_int((*back->vars)[0]), 7);
-    EXPECT_EQ((*back->vars)[0]->constant, 1);
+    EXPECT_EQ(to_int(back->vars[0]), 7);
+    EXPECT_EQ(back->vars[0]->constant, 1);
     EXPECT_EQ(back->compiled, 1);
     block_delete(back);
 }
@@ -101,8 +101,8 @@ TEST_F(BlockFormTest, AClassValueHoldsOnlyAClass) {
     LogRecorder log;
     vrkblock* back = load(bytes, nullptr);
     EXPECT_TRUE(log.saw("error constructing program..."));
-    EXPECT_EQ((*back->vars)[0]->type, Tag::CLASS);
-    EXPECT_EQ((*back->vars)[0]->block, nullptr);
+    EXPECT_EQ(back->vars[0]->type, Tag::CLASS);
+    EXPECT_EQ(back->vars[0]->block, nullptr);
     block_delete(back);
 
     // A class blueprint among the children is linked.
@@ -110,7 +110,7 @@ TEST_F(BlockFormTest, AClassValueHoldsOnlyAClass) {
     blueprint.block()->kind = kind::CLASS;
     cls->block = blueprint.block();
     vrkblock* linked = load(image(g.block()), nullptr);
-    EXPECT_EQ((*linked->vars)[0]->block, child(linked, 0));
+    EXPECT_EQ(linked->vars[0]->block, child(linked, 0));
     block_delete(linked);
     cls->block = nullptr;
 }
@@ -183,7 +183,7 @@ protected:
         C->kind = kind::CLASS;
         C->declare_var("m");
         C->make_class_slots();
-        vrkvar* ctor = (*C->vars)[0];
+        vrkvar* ctor = C->vars[0];
         reset(ctor, Tag::FUNCTION);
         ctor->block = K;
         ctor->constant = 1;
@@ -245,7 +245,7 @@ TEST_F(TreeTest, ACopyComesBackWithItsOwnBlocksAndSharedParents) {
     EXPECT_EQ(k->code.at(0).arg, 9);
 
     // Variables.
-    const auto& v = *copy->vars;
+    const auto& v = copy->vars;
     ASSERT_EQ(v.size(), 10u);
     EXPECT_EQ(v[0]->type, Tag::INT);
     EXPECT_EQ(v[0]->value.i, 0) << "a plain variable keeps its flags, not its value";
@@ -275,10 +275,10 @@ TEST_F(TreeTest, ACopyComesBackWithItsOwnBlocksAndSharedParents) {
     EXPECT_EQ(copy->captures->front(), (std::pair<uint32_t, int32_t>{5, 5}));
 
     // The class: slots, constructor, name table; the struct's name table.
-    ASSERT_EQ(c->vars->size(), 10u);
-    EXPECT_EQ((*c->vars)[0]->type, Tag::FUNCTION);
-    EXPECT_EQ((*c->vars)[0]->block, k);
-    EXPECT_EQ((*c->vars)[1]->type, Tag::VOID);
+    ASSERT_EQ(c->vars.size(), 10u);
+    EXPECT_EQ(c->vars[0]->type, Tag::FUNCTION);
+    EXPECT_EQ(c->vars[0]->block, k);
+    EXPECT_EQ(c->vars[1]->type, Tag::VOID);
     EXPECT_EQ(c->find_var_index("m"), 9);
     EXPECT_EQ(s->find_var_index("b"), 1);
 
@@ -308,10 +308,10 @@ TEST_F(TreeTest, WithoutCodeOnlyTheDataGoes) {
     vrkblock* copy = load(bytes, p);
     EXPECT_TRUE(!copy->children || copy->children->empty());
     EXPECT_TRUE(copy->code.empty());
-    ASSERT_EQ(copy->vars->size(), 10u);
-    EXPECT_EQ((*copy->vars)[3]->type, Tag::FUNCTION);
-    EXPECT_EQ((*copy->vars)[3]->block, nullptr) << "a function constant's block stays behind";
-    EXPECT_EQ(to_int((*copy->vars)[1]), 42);
+    ASSERT_EQ(copy->vars.size(), 10u);
+    EXPECT_EQ(copy->vars[3]->type, Tag::FUNCTION);
+    EXPECT_EQ(copy->vars[3]->block, nullptr) << "a function constant's block stays behind";
+    EXPECT_EQ(to_int(copy->vars[1]), 42);
     ASSERT_TRUE(copy->die_blocks);
     EXPECT_EQ(copy->die_blocks->size(), 1u);
     block_delete(copy);
@@ -467,7 +467,7 @@ TEST_F(BlockFormTest, ProgramConstruction) {
     vrkparser* parser = load_program(&engine, path);
     ASSERT_NE(parser, nullptr);
     ASSERT_NE(parser->root_block, nullptr);
-    EXPECT_EQ(to_int((*parser->root_block->vars)[x]), 9) << "the singleton body ran at load";
+    EXPECT_EQ(to_int(parser->root_block->vars[x]), 9) << "the singleton body ran at load";
     EXPECT_EQ(parser->root_block->parent, nullptr);
 
     // `save` writes the image of the root block.
@@ -506,11 +506,11 @@ TEST_F(BlockFormTest, ALoadedProgramGetsBackWhatTheCompilerSetUp) {
     ASSERT_NE(root, nullptr);
     const int32_t later = root->find_var_index("later");
     ASSERT_GE(later, 0);
-    const vrkvar* fn = (*root->vars)[static_cast<std::size_t>(later)];
+    const vrkvar* fn = root->vars[static_cast<std::size_t>(later)];
     EXPECT_EQ(fn->type, Tag::FUNCTION);
     ASSERT_NE(fn->block, nullptr) << "a call above the declaration finds the function";
     EXPECT_EQ(fn->aux, 1);
-    EXPECT_TRUE(std::any_of(root->vars->begin(), root->vars->end(), [](const vrkvar* v) {
+    EXPECT_TRUE(std::any_of(root->vars.begin(), root->vars.end(), [](const vrkvar* v) {
         return v && v->type == Tag::JSON;
     })) << "the list literal's cell is a list again";
     ASSERT_EQ(engine.frame_blocks.size(), frames + 1);

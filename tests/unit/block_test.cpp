@@ -40,8 +40,8 @@ TEST_F(BlockTest, ClassSlotsShiftEveryIndex) {
     vrkvar* a = b->declare_var("a");
     b->declare_var("this");
     b->make_class_slots();
-    ASSERT_EQ(b->vars->size(), 11u);
-    for (uint32_t i = 0; i < kClassSlotCount; ++i) EXPECT_EQ((*b->vars)[i]->type, Tag::VOID);
+    ASSERT_EQ(b->vars.size(), 11u);
+    for (uint32_t i = 0; i < kClassSlotCount; ++i) EXPECT_EQ(b->vars[i]->type, Tag::VOID);
     EXPECT_EQ(b->find_var_index("a"), 9);
     EXPECT_EQ(b->find_var("a"), a);
     EXPECT_EQ(b->this_index, 10);

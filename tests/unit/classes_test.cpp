@@ -56,7 +56,7 @@ TEST_F(ClassesTest, ClassDeclarationMakesAConstantClassCellAndRunsTheBody) {
         "class A = {\n    x = 5;\n    y = x + 1;\n};\nclass A = {\n    x = 2;\n};\n"
         "class B {\n    q = 1;\n};\n");
     vrkvar* a = nullptr;
-    for (vrkvar* v : *root->vars)
+    for (vrkvar* v : root->vars)
         if (v->type == Tag::CLASS && !a) a = v;
     ASSERT_NE(a, nullptr);
     EXPECT_TRUE(a->constant);
@@ -71,7 +71,7 @@ TEST_F(ClassesTest, ClassDeclarationMakesAConstantClassCellAndRunsTheBody) {
         << "the declaring cell is listed once, or its release would leave a dangling entry";
 
     // Nine reserved VOID slots in front of the members, and the body has run.
-    for (uint32_t i = 0; i < kClassSlotCount; ++i) EXPECT_EQ((*cls->vars)[i]->type, Tag::VOID) << i;
+    for (uint32_t i = 0; i < kClassSlotCount; ++i) EXPECT_EQ(cls->vars[i]->type, Tag::VOID) << i;
     EXPECT_GE(cls->find_var_index("x"), 9);
     EXPECT_EQ(to_int(cls->find_var("y")), 6) << "static initialisers run at compile time";
     EXPECT_EQ(listing(root).find("SET " + index_text(root, "A")), std::string::npos)
@@ -180,7 +180,7 @@ TEST_F(ClassesTest, ListLiteralCode) {
     EXPECT_TRUE(listing(root).starts_with(
         "LOAD 0 B; LOAD 6; LOAD 0 B; LOAD 8; SET 1 B; LOAD 2 B; LOAD 6; "))
         << listing(root);
-    EXPECT_EQ((*root->vars)[0]->type, Tag::JSON);
+    EXPECT_EQ(root->vars[0]->type, Tag::JSON);
     EXPECT_EQ(root->find_var_index("LAMBDADATALIST0_I"), 2)
         << "the newest literal holds the shared name";
 

@@ -223,7 +223,7 @@ TEST_F(CompileTest, LoopWithoutChildBodyIsRejected) {
     vrkblock* b = compiled("x=1;while (x) x = 0;");
     EXPECT_TRUE(logged("internal error"));
     EXPECT_TRUE(b->code.empty()) << "the block's code is discarded";
-    EXPECT_TRUE(b->vars->empty());
+    EXPECT_TRUE(b->vars.empty());
     EXPECT_EQ(b->find_var("x"), nullptr);
 
     messages.clear();
@@ -244,7 +244,7 @@ TEST_F(CompileTest, CallsBindArgumentsLastFirst) {
     vrkblock* f = compiled("f(1, 2);");
     // f is not known: a FUNCTION cell is made for it (index 0), to be filled
     // by a later declaration.
-    EXPECT_EQ((*f->vars)[0]->type, Tag::FUNCTION);
+    EXPECT_EQ(f->vars[0]->type, Tag::FUNCTION);
     EXPECT_EQ(listing(f),
               "LOAD 0 B; LOAD 4; CALL_PREP 2; LOAD 1 B; ARG 1 1; LOAD 2 B; ARG 2; CALL_PREP 0 -1; "
               "POP 1 3; SET 1 -1; POP 1 1; SET 0 -1; RESET 1; CALL 0 B");
@@ -268,7 +268,7 @@ TEST_F(CompileTest, ReturnEmitsTheValueAndTheReturnLoad) {
     EXPECT_EQ(listing(b), "LOAD 0 B; SET 1 B; LOAD 1 B; LOAD -1");
     vrkblock* c = compiled("return;");
     EXPECT_EQ(listing(c), "LOAD 0 B; LOAD -1");
-    EXPECT_EQ(to_int((*c->vars)[0]), 0);
+    EXPECT_EQ(to_int(c->vars[0]), 0);
     vrkblock* d = compiled("break;continue;");
     EXPECT_EQ(listing(d), "BREAK 0 B; BREAK 1 B");
 }
@@ -349,8 +349,8 @@ TEST_F(CompileTest, SubscriptsAndMemberPaths) {
     EXPECT_NE(code.find("LOAD 1 B; PUSH 1; LOAD 3 B; INDEX 0; RESET 0; SET"), std::string::npos)
         << code;
     // a.k is a["k"]: a constant "k" as the key.
-    const uint32_t k = static_cast<uint32_t>(b->vars->size() - 2);
-    EXPECT_EQ(to_string((*b->vars)[k]), "k");
+    const uint32_t k = static_cast<uint32_t>(b->vars.size() - 2);
+    EXPECT_EQ(to_string(b->vars[k]), "k");
 }
 
 TEST_F(CompileTest, DeclarationsAndStores) {
@@ -376,7 +376,7 @@ TEST_F(CompileTest, DeclarationsAndStores) {
     vrkblock* t = compiled("x = 1;int x = 2.5;");
     EXPECT_TRUE(logged(
         "warning: new variable (x) declared but this name already exists. creating new var..."));
-    EXPECT_EQ(t->vars->size(), 4u) << "the old cell stays";
+    EXPECT_EQ(t->vars.size(), 4u) << "the old cell stays";
     EXPECT_TRUE(var(t, "x")->flags & flag::FIXED_TYPE);
     run(t, nullptr, 0, nullptr);
     EXPECT_EQ(var(t, "x")->type, Tag::INT);

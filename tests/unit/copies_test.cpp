@@ -74,10 +74,10 @@ TEST_F(CopiesTest, CopyOwnsItsBlocksAndSharesTheEnclosingOnes) {
     EXPECT_EQ(inner->code[0].ref_block(), copy);
     EXPECT_EQ(inner->code[1].ref_block(), P.block());
 
-    EXPECT_EQ(to_int((*copy->vars)[constant]), 42) << "constants come along";
-    EXPECT_TRUE((*copy->vars)[constant]->constant);
-    EXPECT_EQ(to_int((*copy->vars)[own]), 0) << "plain variables start afresh";
-    vrkvar* param = (*copy->vars)[0];
+    EXPECT_EQ(to_int(copy->vars[constant]), 42) << "constants come along";
+    EXPECT_TRUE(copy->vars[constant]->constant);
+    EXPECT_EQ(to_int(copy->vars[own]), 0) << "plain variables start afresh";
+    vrkvar* param = copy->vars[0];
     EXPECT_EQ(param->type, Tag::VOID);
     EXPECT_TRUE(param->attrs & attr::BY_REF_PARAM) << "a parameter keeps its declaration";
     EXPECT_TRUE(param->flags & kParameterFlag);
@@ -87,14 +87,14 @@ TEST_F(CopiesTest, CopyOwnsItsBlocksAndSharesTheEnclosingOnes) {
     vrkblock* caller = w.block().block();
     vrkvar* argument = cell_new(Tag::INT);
     vrkvar* declared = F.var(0);
-    (*F.block()->vars)[0] = argument;
+    F.block()->vars[0] = argument;
     caller->params = {declared};
     caller->params_bound = 1;
     caller->callee = F.block();
     F.block()->caller = caller;
     vrkblock* second = clone_block(F.block(), nullptr, true);
-    EXPECT_TRUE((*second->vars)[0]->attrs & attr::BY_REF_PARAM);
-    (*F.block()->vars)[0] = declared;
+    EXPECT_TRUE(second->vars[0]->attrs & attr::BY_REF_PARAM);
+    F.block()->vars[0] = declared;
     caller->params.clear();
     caller->params_bound = 0;
     F.block()->caller = nullptr;
@@ -213,8 +213,8 @@ TEST_F(CopiesTest, ClosureIsLoadedIntoTheChosenBlock) {
     F.block()->running = 1;
     vrkblock* copy = get_instance(F.block(), value, false);
     ASSERT_NE(copy, F.block());
-    EXPECT_EQ(to_int((*copy->vars)[target]), 11) << "the value at the time the closure was taken";
-    EXPECT_TRUE((*copy->vars)[target]->flags & flag::CAPTURED);
+    EXPECT_EQ(to_int(copy->vars[target]), 11) << "the value at the time the closure was taken";
+    EXPECT_TRUE(copy->vars[target]->flags & flag::CAPTURED);
     F.block()->running = 0;
 
     load_closure(value, F.block());
@@ -246,9 +246,9 @@ TEST_F(CopiesTest, InstanceOfAClassSharesFunctionsAndOwnsData) {
     reset(a, Tag::VOID);
     a->flags |= kParameterFlag;
     ctor.block()->declare_var("this");
-    reset((*bp->vars)[0], Tag::FUNCTION);
-    (*bp->vars)[0]->block = ctor.block();
-    (*bp->vars)[0]->flags |= flag::DECLARED_FUNCTION;
+    reset(bp->vars[0], Tag::FUNCTION);
+    bp->vars[0]->block = ctor.block();
+    bp->vars[0]->flags |= flag::DECLARED_FUNCTION;
     set_int(a, 8);  // what `K(8)` stores before the instance is made
 
     vrkvar* dest = cell_new(Tag::INT);
@@ -266,19 +266,19 @@ TEST_F(CopiesTest, InstanceOfAClassSharesFunctionsAndOwnsData) {
     EXPECT_EQ(*inst->class_data->name, "K");
     EXPECT_TRUE(dest->attrs & attr::INSTANCE_CELL);
 
-    EXPECT_EQ(to_int((*inst->vars)[x]), 5) << "fields start with the blueprint's values";
-    set_int((*inst->vars)[x], 6);
+    EXPECT_EQ(to_int(inst->vars[x]), 5) << "fields start with the blueprint's values";
+    set_int(inst->vars[x], 6);
     EXPECT_EQ(to_int(cls.var(x)), 5) << "and are the instance's own";
-    EXPECT_EQ((*inst->vars)[m]->type, Tag::REF) << "methods are the blueprint's";
-    EXPECT_EQ(deref((*inst->vars)[m]), cls.var(m));
+    EXPECT_EQ(inst->vars[m]->type, Tag::REF) << "methods are the blueprint's";
+    EXPECT_EQ(deref(inst->vars[m]), cls.var(m));
 
     // The constructor ran in a copy, with the argument handed over and `this`
     // the new instance.
     ASSERT_TRUE(ctor.block()->copies);
     vrkblock* ran = ctor.block()->copies->front();
     EXPECT_EQ(a->type, Tag::VOID) << "the argument left the constructor's own cell";
-    EXPECT_EQ(to_int((*ran->vars)[0]), 8);
-    EXPECT_FALSE((*ran->vars)[0]->flags & kParameterFlag) << "a passed argument is no default's";
+    EXPECT_EQ(to_int(ran->vars[0]), 8);
+    EXPECT_FALSE(ran->vars[0]->flags & kParameterFlag) << "a passed argument is no default's";
     ASSERT_NE(ran->this_var(), nullptr);
     EXPECT_EQ(deref(ran->this_var())->block, inst);
 

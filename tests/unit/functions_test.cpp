@@ -79,7 +79,7 @@ TEST_F(FunctionsTest, DeclarationStoresTheBodyAndDeclaresItsParameters) {
     EXPECT_EQ(index_of(body, "b"), 1);
     EXPECT_EQ(index_of(body, "c"), 2);
     for (int i = 0; i < 3; ++i) {
-        vrkvar* p = (*body->vars)[static_cast<std::size_t>(i)];
+        vrkvar* p = body->vars[static_cast<std::size_t>(i)];
         EXPECT_EQ(p->type, Tag::VOID) << i;
         EXPECT_TRUE(p->flags & kParameterFlag) << i;
         EXPECT_EQ((p->attrs & attr::BY_REF_PARAM) != 0, i == 1) << i;
@@ -103,7 +103,7 @@ TEST_F(FunctionsTest, TypeWordsOfParametersCarryOverToTheFollowingOnes) {
     vrkblock* h = make_block("", b);
     compile_block(b);
 
-    const auto param = [](vrkblock* fn, std::size_t i) { return (*fn->vars)[i]; };
+    const auto param = [](vrkblock* fn, std::size_t i) { return fn->vars[i]; };
     EXPECT_EQ(param(f, 0)->type, Tag::INT);
     EXPECT_TRUE(param(f, 0)->flags & flag::FIXED_TYPE);
     EXPECT_EQ(param(f, 1)->type, Tag::INT) << "an untyped parameter keeps the type before it";
@@ -169,8 +169,8 @@ TEST_F(FunctionsTest, LambdaCopiesItsCapturesIntoStoreVariables) {
     ASSERT_GE(this_store, 0);
     EXPECT_GE(lambda->this_index, 0);
     EXPECT_GE(b->this_index, 0) << "`this` is made known in the enclosing block as well";
-    EXPECT_TRUE((*lambda->vars)[static_cast<std::size_t>(k)]->flags & flag::CAPTURED);
-    EXPECT_TRUE((*lambda->vars)[static_cast<std::size_t>(this_store)]->flags & flag::NO_COUNT);
+    EXPECT_TRUE(lambda->vars[static_cast<std::size_t>(k)]->flags & flag::CAPTURED);
+    EXPECT_TRUE(lambda->vars[static_cast<std::size_t>(this_store)]->flags & flag::NO_COUNT);
     ASSERT_TRUE(lambda->captures);
     ASSERT_EQ(lambda->captures->size(), 2u);
     EXPECT_EQ(
@@ -208,7 +208,7 @@ TEST_F(FunctionsTest, ReservedFunctionsOfAClassTakeTheirSlots) {
     cls->get_class_data().name = std::make_unique<std::string>("P");
     compile_block(cls);
 
-    const auto slot = [cls](ClassSlot s) { return (*cls->vars)[static_cast<std::size_t>(s)]; };
+    const auto slot = [cls](ClassSlot s) { return cls->vars[static_cast<std::size_t>(s)]; };
     EXPECT_EQ(slot(ClassSlot::constructor)->type, Tag::FUNCTION);
     EXPECT_EQ(slot(ClassSlot::constructor)->block, (*cls->children)[0])
         << "the class's own name is the constructor";
@@ -272,7 +272,7 @@ TEST_F(FunctionsTest, MembersOfACallResultAreLookedUpInIt) {
         "PUSH 1; LOAD 1 B; INDEX 0; LOAD 4; CALL_PREP 1; LOAD 2 B; ARG 1; CALL_PREP 0 -1; POP 1 3; "
         "SET 0 -1; RESET 1; CALL -1")
         << code;
-    EXPECT_EQ(to_string((*b->vars)[1]), "g");
+    EXPECT_EQ(to_string(b->vars[1]), "g");
 
     EXPECT_EQ(
         run_script(

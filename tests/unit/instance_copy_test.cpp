@@ -90,9 +90,9 @@ protected:
         }
         ASSERT_EQ(a->line_table == nullptr, b->line_table == nullptr) << name;
         ASSERT_EQ(a->file_table == nullptr, b->file_table == nullptr) << name;
-        ASSERT_EQ(a->vars->size(), b->vars->size()) << name;
-        for (std::size_t i = 0; i < a->vars->size(); ++i)
-            expect_same_cell((*a->vars)[i], (*b->vars)[i],
+        ASSERT_EQ(a->vars.size(), b->vars.size()) << name;
+        for (std::size_t i = 0; i < a->vars.size(); ++i)
+            expect_same_cell(a->vars[i], b->vars[i],
                              name + " variable " + std::to_string(i) + " '" +
                                  a->var_name_at(static_cast<uint32_t>(i)) + "'");
     }

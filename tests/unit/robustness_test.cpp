@@ -223,12 +223,12 @@ TEST_F(RobustnessTest, StoppingAChainPutsParametersBackInnermostFirst) {
     ASSERT_NE(root, nullptr);
     ASSERT_TRUE(root->children && !root->children->empty());
     vrkblock* body = root->children->front();
-    const std::vector<vrkvar*> before = *body->vars;
+    const std::vector<vrkvar*> before = body->vars;
 
     run(root, nullptr, 0, kSelfUnchanged);
     EXPECT_NE(root->resume_at, 0u) << "the chain waits";
     stop_run(root, true);
-    EXPECT_EQ(*body->vars, before);
+    EXPECT_EQ(body->vars, before);
     EXPECT_EQ(root->resume_at, 0u);
     parsers.clear();
 }

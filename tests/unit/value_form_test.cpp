@@ -448,7 +448,7 @@ TEST_F(FunctionInListTest, WholeFunctionsStandAlone) {
     EXPECT_EQ(copy->param_count, 2);
     ASSERT_EQ(copy->code.size(), fn.block()->code.size());
     EXPECT_EQ(copy->code[0].ref_block(), copy) << "its own variables are its own";
-    EXPECT_EQ(to_int((*copy->vars)[k]), 41);
+    EXPECT_EQ(to_int(copy->vars[k]), 41);
     EXPECT_EQ(back->value.json->elements[0]->aux, 2);
     EXPECT_TRUE(block_alive(copy));
     // The block belongs to the reading block (deleted with it by the workshop).

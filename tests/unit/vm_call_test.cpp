@@ -23,7 +23,7 @@ vrkbuiltin_fn napping(int& calls) {
 TEST_F(VmCallTest, ParametersAreSwappedInAndRestored) {
     program f = w.function(2);
     f.binary(Op::SUB_TMP, Op::SUB, 0, 1).ret();  // return p0 - p1
-    const std::vector<vrkvar*> own = *f.block()->vars;
+    const std::vector<vrkvar*> own = f.block()->vars;
 
     program p = w.block();
     const uint32_t fn = p.function_var("f", f.block());
@@ -31,7 +31,7 @@ TEST_F(VmCallTest, ParametersAreSwappedInAndRestored) {
     vrkvar* r = p.run();
     EXPECT_EQ(r, &f.block()->result);
     EXPECT_EQ(to_int(r), 7) << "arguments arrive in declared order";
-    EXPECT_EQ(*f.block()->vars, own) << "the callee's own cells are back in place";
+    EXPECT_EQ(f.block()->vars, own) << "the callee's own cells are back in place";
     EXPECT_EQ(own[0]->type, Tag::VOID) << "the argument was never copied into them";
     EXPECT_TRUE(p.block()->params.empty());
     EXPECT_FALSE(p.block()->params_bound);
@@ -48,7 +48,7 @@ TEST_F(VmCallTest, NativeFunctionsReceiveTheirArgumentsInOrder) {
     };
     program plain = w.native("plain", record, 2);
     program derefs = w.native("derefs", record, 2, true);
-    const std::vector<vrkvar*> own = *plain.block()->vars;
+    const std::vector<vrkvar*> own = plain.block()->vars;
 
     program p = w.block();
     const uint32_t one = p.constant(1);
@@ -60,7 +60,7 @@ TEST_F(VmCallTest, NativeFunctionsReceiveTheirArgumentsInOrder) {
     EXPECT_EQ(answer, &p.block()->native_result);
     EXPECT_EQ(to_int(answer), 99);
     EXPECT_EQ(seen, (std::vector<std::string>{"INT:1", "REF:REF", "INT:1", "INT:5"}));
-    EXPECT_EQ(*plain.block()->vars, own) << "a native block's variables are never touched";
+    EXPECT_EQ(plain.block()->vars, own) << "a native block's variables are never touched";
     EXPECT_TRUE(p.block()->params.empty());
     EXPECT_EQ(p.temps_in_use(), 0);
 }

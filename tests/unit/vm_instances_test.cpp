@@ -174,7 +174,7 @@ TEST_F(VmInstancesTest, ReusedBlockIsNewToEveryTest) {
     EXPECT_EQ(vrkblock_handle::of(reused).get(), reused);
     // Field by field as a block made new for the same class.
     EXPECT_EQ(reused->kind, fresh->kind);
-    EXPECT_EQ(reused->vars->size(), fresh->vars->size());
+    EXPECT_EQ(reused->vars.size(), fresh->vars.size());
     EXPECT_EQ(reused->names, fresh->names);
     EXPECT_EQ(reused->code_text, fresh->code_text);
     EXPECT_EQ(reused->parent, fresh->parent);
@@ -190,9 +190,9 @@ TEST_F(VmInstancesTest, ReusedBlockIsNewToEveryTest) {
     EXPECT_EQ(reused->class_data->cells.size(), fresh->class_data->cells.size());
     EXPECT_EQ(reused->class_data->blueprint, fresh->class_data->blueprint);
     EXPECT_EQ(reused->class_data->destructing, 0);
-    for (std::size_t i = 0; i < reused->vars->size(); ++i) {
-        const vrkvar* r = (*reused->vars)[i];
-        const vrkvar* f = (*fresh->vars)[i];
+    for (std::size_t i = 0; i < reused->vars.size(); ++i) {
+        const vrkvar* r = reused->vars[i];
+        const vrkvar* f = fresh->vars[i];
         EXPECT_EQ(r->type, f->type) << i;
         EXPECT_EQ(r->constant, f->constant) << i;
         EXPECT_EQ(r->flags, f->flags) << i;

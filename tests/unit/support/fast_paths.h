@@ -59,7 +59,7 @@ protected:
 
     static void dump(const vrkblock* b, std::vector<std::string>& out) {
         if (!b) return;
-        for (const vrkvar* v : *b->vars) {
+        for (const vrkvar* v : b->vars) {
             if (!v) continue;
             std::string line = std::to_string(static_cast<int>(v->type)) + ":" + to_string(v) +
                                ":" + std::to_string(v->attrs) + ":" + std::to_string(v->flags);

@@ -67,7 +67,7 @@ public:
         }
         return static_cast<uint32_t>(b_->find_var_index(name));
     }
-    vrkvar* var(uint32_t i) const { return (*b_->vars)[i]; }
+    vrkvar* var(uint32_t i) const { return b_->vars[i]; }
 
     // ---- code -------------------------------------------------------------------------
     program& emit(Op op, int64_t arg = 0, uint64_t ref = 0) {
@@ -118,8 +118,8 @@ private:
         return c;
     }
     uint32_t add(vrkvar* cell) {
-        b_->vars->push_back(cell);
-        return static_cast<uint32_t>(b_->vars->size() - 1);
+        b_->vars.push_back(cell);
+        return static_cast<uint32_t>(b_->vars.size() - 1);
     }
 
     vrkblock* b_;
@@ -164,7 +164,7 @@ public:
             vrkinstr{static_cast<uint8_t>(Op::EXTERNAL), reinterpret_cast<uint64_t>(record), -1});
         b->param_count = static_cast<int16_t>(params);
         b->native = 1;
-        for (int i = 0; i < params; ++i) b->vars->push_back(cell_new(Tag::VOID));
+        for (int i = 0; i < params; ++i) b->vars.push_back(cell_new(Tag::VOID));
         return program(b);
     }
     // A nested body owned by `parent` (RUN_CHILD index = order of creation).
