@@ -50,8 +50,8 @@ vrkvar* through_one_ref(vrkvar* cell) {
 // True when `cell` is one of the calling block's temporaries (an argument
 // passed by value).
 bool is_caller_temp(vrkblock* block, const vrkvar* cell) {
-    if (!block || !block->temp_pool) return false;
-    const auto& all = block->temp_pool->all;
+    if (!block) return false;
+    const auto& all = block->temp_pool.all;
     return std::find(all.begin(), all.end(), cell) != all.end();
 }
 

@@ -193,11 +193,6 @@ vrkclass_data& vrkblock::get_class_data() {
     return *class_data;
 }
 
-vrktemp_pool& vrkblock::get_temp_pool() {
-    if (!temp_pool) temp_pool = std::make_unique<vrktemp_pool>();
-    return *temp_pool;
-}
-
 int64_t vrkblock::find_var_index(const std::string& name) {
     if (!names) return -1;
     auto it = names->find(name);
@@ -524,12 +519,12 @@ vrklive_node tear_down(vrkblock* b, bool keep) {
     }
 
     // Temporaries are owned by the pool of this block.
-    if (b->temp_pool) {
-        for (vrkvar* t : b->temp_pool->all) {
-            if (t) cell_free(t);
-        }
-        b->temp_pool.reset();
+    for (vrkvar* t : b->temp_pool.all) {
+        if (t) cell_free(t);
     }
+    b->temp_pool.all.clear();
+    b->temp_pool.free.clear();
+    b->temp_pool.in_use = 0;
     b->callblocks.clear();
     b->stack.clear();
     b->names.reset();

@@ -177,7 +177,7 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     std::unique_ptr<vrkcompletion> completion;  // scheduler callbacks (lazy)
     std::unique_ptr<vrkclass_data> class_data;  // instance data (lazy)
     vrkvar* self_cell = nullptr;  // `this` value of the current run, kept across suspensions
-    std::unique_ptr<vrktemp_pool> temp_pool;  // temporaries (lazy)
+    vrktemp_pool temp_pool;       // temporaries of the instructions
     union {
         int64_t pending_index = -1;  // integer index awaiting a store; -1 when none
         vrkvar* pending_key;         // key cell awaiting a store into a JSON
@@ -210,7 +210,7 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     std::vector<std::pair<uint32_t, int32_t>>& get_captures();
     vrkcompletion& get_completion();
     vrkclass_data& get_class_data();
-    vrktemp_pool& get_temp_pool();
+    vrktemp_pool& get_temp_pool() { return temp_pool; }
 
     // ---- variables --------------------------------------------------------------------
     // The variable of that name, or null.

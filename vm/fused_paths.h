@@ -219,7 +219,7 @@ inline bool completes(Op step, Op op) {
     vrkvar* kept = top_slot(b);
     const vrkvar* piece = piece_appended_in_place(code, count, at, kept);
     if (!piece) return false;
-    vrktemp_pool* pool = b->temp_pool.get();
+    vrktemp_pool* pool = &b->temp_pool;
     vrkvar* temp = take_blank_temp(pool);
     if (!temp) return false;
     --pool->in_use;
@@ -443,7 +443,7 @@ template <bool kRetag = false>
         }
     }
     // A typed temp converts what it is given (assign): the general wrapping.
-    vrktemp_pool* pool = b->temp_pool.get();
+    vrktemp_pool* pool = &b->temp_pool;
     if (!pool || pool->free.empty() || !pool->free.back() ||
         (pool->free.back()->flags & flag::FIXED_TYPE))
         return false;

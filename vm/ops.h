@@ -159,7 +159,7 @@ inline constexpr uintptr_t kMarkerLimit = 11;
 // return_temp (vm/temps.h) in line: the pool counts one temp less in use and
 // has `cell` on its free list.
 [[gnu::always_inline]] inline void return_temp_fast(vrkblock* b, vrkvar* cell) {
-    vrktemp_pool& pool = b->temp_pool ? *b->temp_pool : b->get_temp_pool();
+    vrktemp_pool& pool = b->temp_pool;
     --pool.in_use;
     pool.free.push_back(cell);
 }
@@ -177,7 +177,7 @@ inline constexpr uintptr_t kMarkerLimit = 11;
 // temps of the call paths; any temp that needs the general reset, a constant,
 // or an empty pool takes take_temp.
 [[gnu::always_inline]] inline vrkvar* take_temp_fast(vrkblock* b) {
-    if (vrkvar* cell = take_blank_temp(b->temp_pool.get())) return cell;
+    if (vrkvar* cell = take_blank_temp(&b->temp_pool)) return cell;
     return take_temp(b);
 }
 

@@ -38,7 +38,7 @@ void run_cleanup_work(vrkblock* block);
 inline void run_cleanup(vrkblock* block) {
     if (block->self_index >= 0 || (block->scratch.attrs & attr::RESULT_BITS) ||
         (block->params_bound && !block->params.empty() && block->callee) ||
-        (block->temp_pool && block->temp_pool->in_use != 0) || block->scoped)
+        block->temp_pool.in_use != 0 || block->scoped)
         run_cleanup_work(block);
 }
 

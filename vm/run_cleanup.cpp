@@ -66,8 +66,8 @@ void run_cleanup_work(vrkblock* b) {
     if (b->scratch.attrs & attr::RESULT_BITS) release_object(&b->scratch);
     if (b->params_bound && !b->params.empty() && b->callee) restore_params(b);
 
-    if (b->temp_pool && b->temp_pool->in_use != 0) {
-        vrktemp_pool& pool = *b->temp_pool;
+    if (b->temp_pool.in_use != 0) {
+        vrktemp_pool& pool = b->temp_pool;
         log().error("did not free temp vars! memory leak!!! %i", static_cast<int>(pool.in_use));
         for (vrkvar* t : pool.all)
             if (t) log().log("var type: %i", static_cast<int>(t->type));
@@ -77,14 +77,12 @@ void run_cleanup_work(vrkblock* b) {
 }
 
 void release_temps(vrkblock* b) {
-    if (b->temp_pool) {
-        vrktemp_pool& pool = *b->temp_pool;
-        for (vrkvar* t : pool.all)
-            if (t) cell_free(t);
-        pool.all.clear();
-        pool.free.clear();
-        pool.in_use = 0;
-    }
+    vrktemp_pool& pool = b->temp_pool;
+    for (vrkvar* t : pool.all)
+        if (t) cell_free(t);
+    pool.all.clear();
+    pool.free.clear();
+    pool.in_use = 0;
     // Slots and call records may still point at the freed temps.
     b->callblocks.clear();
     b->stack.clear();

@@ -54,7 +54,7 @@ vrkvar* take_string_temp(vrkblock* b, const vrkvar* v) {
     if (v->type != Tag::STRING || !v->value.str || (v->flags & flag::MOVABLE) ||
         (v->attrs & attr::FRESH_RESULT))
         return nullptr;
-    vrktemp_pool* pool = b->temp_pool.get();
+    vrktemp_pool* pool = &b->temp_pool;
     if (!pool || pool->free.empty()) return nullptr;
     vrkvar* t = pool->free.back();
     if (!t || t == v || t->type != Tag::STRING || !t->value.str || t->constant ||

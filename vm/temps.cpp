@@ -46,13 +46,13 @@ namespace {
 
 vrkvar* take_temp(vrkblock* block) {
     if (value_context().data_paths) {
-        if (vrkvar* cell = take_blank_temp(block->temp_pool.get())) return cell;
+        if (vrkvar* cell = take_blank_temp(&block->temp_pool)) return cell;
     }
     return take_temp_general(block);
 }
 
 void return_temp(vrkblock* block, vrkvar* cell) {
-    vrktemp_pool* temps = block->temp_pool.get();
+    vrktemp_pool* temps = &block->temp_pool;
     // The free list has room almost always: it only grows to the most temps
     // in use at once. Growing it is left to the general path.
     if (temps && temps->free.size() < temps->free.capacity()) {

@@ -1,10 +1,9 @@
 // Temporary cells of a block.
 //
 // The run loop needs short-lived cells for intermediate results on almost every
-// instruction, so each block keeps its own pool of them (`vrkblock::temp_pool`,
-// made on first use): a temp is taken from the pool's free list and returned
-// there, and the cells go back to the cell pools (values/pools.h) only when the
-// block is destroyed.
+// instruction, so each block keeps its own pool of them (`vrkblock::temp_pool`):
+// a temp is taken from the pool's free list and returned there, and the cells
+// go back to the cell pools (values/pools.h) only when the block is destroyed.
 #pragma once
 
 #include <cstdint>

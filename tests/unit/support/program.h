@@ -107,7 +107,7 @@ public:
     }
     vrkvar* resume() { return vrk::resume(b_, nullptr, nullptr); }
     vrkvar* top() const { return b_->stack.empty() ? nullptr : b_->stack.back(); }
-    int16_t temps_in_use() const { return b_->temp_pool ? b_->temp_pool->in_use : 0; }
+    int16_t temps_in_use() const { return b_->temp_pool.in_use; }
 
 private:
     template <class Fill>
