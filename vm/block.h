@@ -171,9 +171,11 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
     std::vector<vrkvar*> vars;    // owned variables and hidden temporaries
     vrkptr_stack<vrkvar> params;  // displaced pointers, or a native callee's arguments
     uint64_t bind_order = 0;      // when the binding held in `params` began (bindings_started)
-    vrkvar result;                // return value of a run (MOVABLE, NO_REF_WRAP)
-    vrkvar native_result;         // receives native functions' results (MOVABLE, NO_REF_WRAP)
-    vrkvar scratch;               // scratch result slot (MOVABLE)
+    // The three embedded cells stay together, in this order: is_embedded
+    // tells them from every other cell by one range test.
+    vrkvar result;         // return value of a run (MOVABLE, NO_REF_WRAP)
+    vrkvar native_result;  // receives native functions' results (MOVABLE, NO_REF_WRAP)
+    vrkvar scratch;        // scratch result slot (MOVABLE)
     std::unique_ptr<vrkcompletion> completion;  // scheduler callbacks (lazy)
     std::unique_ptr<vrkclass_data> class_data;  // instance data (lazy)
     vrkvar* self_cell = nullptr;  // `this` value of the current run, kept across suspensions
@@ -240,6 +242,12 @@ struct vrkblock : public vrkptr_register<vrkblock, vrkptr_base> {
         return (running && !native) || resume_at != 0 || wait_mode != 0 || sleeping || hold;
     }
     bool is_class_or_instance() const { return (kind & kind::CLASS_OR_INSTANCE) != 0; }
+    // True for one of the embedded cells (result, native_result, scratch).
+    // They lie next to each other, so the distance from the first tells.
+    [[gnu::always_inline]] bool is_embedded(const vrkvar* cell) const {
+        const auto first = reinterpret_cast<uintptr_t>(&result);
+        return reinterpret_cast<uintptr_t>(cell) - first < 3 * sizeof(vrkvar);
+    }
 
     // ---- tree ---------------------------------------------------------------------------
     // Replaces the source text and splits it into child blocks (front end).

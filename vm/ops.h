@@ -122,7 +122,7 @@ inline constexpr uintptr_t kMarkerLimit = 11;
 // in place of a copy) and the embedded cells are not temporaries and stay out.
 [[gnu::always_inline]] inline bool is_pooled_temp(const vrkblock* b, const vrkvar* cell) {
     if (is_marker(cell, kMarkerLimit) || cell->constant) return false;
-    return cell != &b->scratch && cell != &b->result && cell != &b->native_result;
+    return !b->is_embedded(cell);
 }
 
 // ---- transient values ---------------------------------------------------------------

@@ -18,9 +18,7 @@ namespace {
 bool keeps_erase(vrkvar* v) { return v == erase_value(); }
 
 // One of the block's embedded cells (scratch, result, native_result).
-bool is_embedded(const vrkblock* b, const vrkvar* cell) {
-    return cell == &b->scratch || cell == &b->result || cell == &b->native_result;
-}
+bool is_embedded(const vrkblock* b, const vrkvar* cell) { return b->is_embedded(cell); }
 
 // A list literal's variable marked to hand its list over (load_code::HAND_OVER).
 bool hands_over(const vrkblock* b, const vrkvar* cell) {

@@ -1,5 +1,5 @@
-// Block record: variables, reserved class slots, the busy test, tear-down,
-// instance counting and retired globals.
+// Block record: variables, embedded cells, reserved class slots, the busy
+// test, tear-down, instance counting and retired globals.
 #include <gtest/gtest.h>
 
 #include "base/context.h"
@@ -32,6 +32,22 @@ TEST_F(BlockTest, DeclareFindAndNameVariables) {
     EXPECT_EQ(b->this_var(), self);
     EXPECT_TRUE(self->flags & flag::NO_COUNT);
     EXPECT_EQ(b->self_var(), nullptr);
+    block_delete(b);
+}
+
+TEST_F(BlockTest, EmbeddedCellsAreToldFromEveryOtherCell) {
+    vrkblock* b = block_new(nullptr);
+    vrkvar* x = b->declare_var("x");
+    EXPECT_TRUE(b->is_embedded(&b->result));
+    EXPECT_TRUE(b->is_embedded(&b->native_result));
+    EXPECT_TRUE(b->is_embedded(&b->scratch));
+    EXPECT_FALSE(b->is_embedded(x)) << "a variable";
+    vrkblock* other = block_new(nullptr);
+    EXPECT_FALSE(b->is_embedded(&other->scratch)) << "another block's cell";
+    EXPECT_FALSE(b->is_embedded(&b->scratch + 1)) << "just past the three";
+    const auto before = reinterpret_cast<uintptr_t>(&b->result) - sizeof(vrkvar);
+    EXPECT_FALSE(b->is_embedded(reinterpret_cast<const vrkvar*>(before))) << "just before them";
+    block_delete(other);
     block_delete(b);
 }
 
