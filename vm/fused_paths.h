@@ -51,6 +51,13 @@ namespace fused {
     return owner->vars[static_cast<std::size_t>(ins.arg)];
 }
 
+// loaded_var of a LOAD whose shape (below) says that its `ref` names a block.
+[[gnu::always_inline]] inline vrkvar* named_var(const vrkinstr& ins) {
+    const vrkblock* owner = ins.ref_block();
+    if (static_cast<uint64_t>(ins.arg) >= owner->vars.size()) return nullptr;
+    return owner->vars[static_cast<std::size_t>(ins.arg)];
+}
+
 // The answer of CMP `code` for two numbers, right operand first, as the
 // comparison routines give it.
 [[gnu::always_inline]] inline bool number_test(int64_t code, const vrkvar* rhs, const vrkvar* lhs,
@@ -89,19 +96,16 @@ namespace fused {
     }
 }
 
-// `LOAD a; ARG 0 m; LOAD b; CMP code` at rs.ip, `lhs` the variable of the
-// first LOAD, both variables numbers. Answers true when it ran the four
-// instructions.
+// `LOAD a; ARG 0 m; LOAD b; CMP code` at rs.ip (its shape says so), `lhs`
+// the variable of the first LOAD, both variables numbers. Answers true when it
+// ran the four instructions.
 [[gnu::always_inline]] inline bool compare_step(run_state& rs, vrkvar* lhs, const vrkinstr* code,
-                                                std::size_t count, uint64_t& steps) {
+                                                uint64_t& steps) {
     constexpr uint32_t kLength = 4;
-    if (rs.ip + std::size_t{kLength} > count || steps < kLength) return false;
-    const vrkinstr& arg = code[rs.ip + 1];
+    if (steps < kLength) return false;
     const vrkinstr& cmp = code[rs.ip + 3];
-    if (arg.opcode() != Op::ARG || arg.arg != 0 || arg.ref == 0 || cmp.opcode() != Op::CMP)
-        return false;
     if (!is_number(lhs) || (lhs->attrs & attr::FRESH_RESULT)) return false;
-    vrkvar* rhs = loaded_var(code[rs.ip + 2]);
+    vrkvar* rhs = named_var(code[rs.ip + 2]);
     if (!rhs || !is_number(rhs)) return false;
     bool known = false;
     const bool answer = number_test(cmp.arg, rhs, lhs, known);
@@ -179,19 +183,26 @@ inline bool completes(Op step, Op op) {
 // `X_TMP 0; LOAD y; X` at index `at`, the top cell and y numbers: the top cell
 // receives top op y, as the operator writes its result into the slot under the
 // operand pair. `before`: instructions of this step already run in front of
-// it (the LOAD of the top cell). Answers true when it ran the three.
+// it (the LOAD of the top cell). With `kShaped` the shape of that LOAD has
+// vouched for the three instructions. Answers true when it ran the three.
+template <bool kShaped>
 [[gnu::always_inline]] inline bool arithmetic_at(run_state& rs, uint32_t at, uint32_t before,
                                                  const vrkinstr* code, std::size_t count,
                                                  uint64_t& steps) {
     constexpr uint32_t kLength = 3;
-    if (at + std::size_t{kLength} > count || steps < before + kLength) return false;
+    if constexpr (kShaped) {
+        if (steps < before + kLength) return false;
+    } else {
+        if (at + std::size_t{kLength} > count || steps < before + kLength) return false;
+    }
     const vrkinstr& step = code[at];
     const Op op = code[at + 2].opcode();
-    if (step.ref != 0 || step.arg == -2 || !completes(step.opcode(), op)) return false;
+    if (!kShaped && (step.ref != 0 || step.arg == -2 || !completes(step.opcode(), op)))
+        return false;
     vrkblock* b = rs.b;
     vrkvar* res = top_slot(b);
     if (!is_number(res) || res->constant || (res->attrs & attr::FRESH_RESULT)) return false;
-    vrkvar* rhs = loaded_var(code[at + 1]);
+    vrkvar* rhs = kShaped ? named_var(code[at + 1]) : loaded_var(code[at + 1]);
     if (!rhs || !is_number(rhs)) return false;
     apply_numbers(res, res, rhs, op);
     // The `+` forgets a string kept in place by an earlier operand step.
@@ -284,7 +295,7 @@ inline bool completes(Op step, Op op) {
 
 [[gnu::always_inline]] inline bool arithmetic_step(run_state& rs, const vrkinstr* code,
                                                    std::size_t count, uint64_t& steps) {
-    return arithmetic_at(rs, rs.ip, 0, code, count, steps);
+    return arithmetic_at<false>(rs, rs.ip, 0, code, count, steps);
 }
 
 // True when a store of `src` into a cell `dst` (no marker) comes down to
@@ -366,6 +377,98 @@ template <bool kRetag = false>
     return true;
 }
 
+// ---- shapes ----------------------------------------------------------------------
+// Whether a fused sequence starts at an instruction, and which, depends on the
+// instructions alone (opcodes, modes and sub-codes), never on the values they
+// meet. The run loop works it out the first time it takes the instruction and
+// notes it in the record (`vrkinstr::shape`), so that later passes test only
+// the values. Once a block has run, its code only grows at its end (the prompt
+// appends each line it compiles), and a shape is noted only for a sequence
+// whose instructions are all there: a noted shape stays true. A sequence cut
+// off by the end of the code is noted as none, which leaves it to the single
+// instructions.
+namespace shape {
+inline constexpr uint8_t unknown = 0;     // not worked out yet
+inline constexpr uint8_t none = 1;        // nothing is fused from here
+inline constexpr uint8_t not_named = 2;   // a LOAD whose `ref` names no block
+inline constexpr uint8_t compare = 3;     // LOAD a; ARG 0 m; LOAD b; CMP code
+inline constexpr uint8_t step = 4;        // LOAD v; INC or DEC
+inline constexpr uint8_t store = 5;       // LOAD v; SET
+inline constexpr uint8_t arithmetic = 6;  // LOAD v; X_TMP 0; LOAD y; X
+inline constexpr uint8_t add_other = 7;   // LOAD v; ADD_TMP of another form (an append may be)
+inline constexpr uint8_t member = 8;      // LOAD obj; CLASS_ACCESS k
+// CALL_PREP -1 binding n arguments: bind_base + n, n from 1 to bind_most.
+inline constexpr uint8_t bind_base = 2;
+inline constexpr std::size_t bind_most = 253;
+}  // namespace shape
+
+// A LOAD whose `ref` names a block (operand_block is not null).
+inline bool is_named_load(const vrkinstr& ins) {
+    return ins.opcode() == Op::LOAD && ins.ref >= kFirstBlockRef && ins.ref != kRefMinusOne;
+}
+
+// The shape of the LOAD at `at`, worked out and noted (load_step).
+[[gnu::noinline]] inline uint8_t note_load_shape(const vrkinstr* code, std::size_t count,
+                                                 std::size_t at) {
+    const vrkinstr& ins = code[at];
+    uint8_t s = shape::none;
+    if (!is_named_load(ins)) {
+        s = shape::not_named;
+    } else if (at + 1 < count) {
+        const vrkinstr& next = code[at + 1];
+        const bool four = at + 4 <= count && is_named_load(code[at + 2]);
+        switch (next.opcode()) {
+            case Op::ARG:
+                if (four && next.arg == 0 && next.ref != 0 && code[at + 3].opcode() == Op::CMP)
+                    s = shape::compare;
+                break;
+            case Op::INC:
+            case Op::DEC: s = shape::step; break;
+            case Op::SET: s = shape::store; break;
+            case Op::ADD_TMP:
+            case Op::SUB_TMP:
+            case Op::MULT_TMP:
+            case Op::DIV_TMP:
+                if (four && next.ref == 0 && next.arg != -2 &&
+                    completes(next.opcode(), code[at + 3].opcode()))
+                    s = shape::arithmetic;
+                else if (next.opcode() == Op::ADD_TMP)
+                    s = shape::add_other;
+                break;
+            case Op::CLASS_ACCESS: s = shape::member; break;
+            default: break;
+        }
+    }
+    ins.shape = s;
+    return s;
+}
+
+// The shape of the CALL_PREP -1 at `at` (binding_step), worked out and noted:
+// the argument count when the binding sequence follows it whole.
+[[gnu::noinline]] inline uint8_t note_binding_shape(const vrkinstr* code, std::size_t count,
+                                                    std::size_t at) {
+    std::size_t pos = at + 1;
+    std::size_t args = 0;
+    bool whole = true;
+    while (pos + 1 < count) {
+        const vrkinstr& pop = code[pos];
+        if (pop.opcode() != Op::POP || pop.arg != 1 || pop.ref != (args == 0 ? 3U : 1U)) break;
+        const vrkinstr& set = code[pos + 1];
+        if (set.opcode() != Op::SET || set.ref != kRefMinusOne) {
+            whole = false;
+            break;
+        }
+        pos += 2;
+        ++args;
+    }
+    if (!whole || args == 0 || args > shape::bind_most || pos >= count ||
+        code[pos].opcode() != Op::RESET || code[pos].arg != 1)
+        code[at].shape = shape::none;
+    else
+        code[at].shape = static_cast<uint8_t>(shape::bind_base + args);
+    return code[at].shape;
+}
+
 // The binding of a call's arguments as the compiler lays it out:
 //
 //   CALL_PREP 0 -1; POP 1 3; SET k -1; (POP 1 1; SET k -1)...; RESET 1
@@ -374,7 +477,8 @@ template <bool kRetag = false>
 // the wrapped argument given back to the pool, last one without a pop, and
 // the argument swapped into the callee's variable k), run in one step when
 // the call's function is a plain function cell and every index is one of its
-// variables. It writes what the single instructions write, in their order:
+// variables (the CALL_PREP's shape holds the number of arguments once the
+// sequence has been checked). It writes what the single instructions write, in their order:
 // `params` and `params_bound`, the temps given back, the owner of a member
 // call forgotten, the variables swapped, the object stack's top dropped. None
 // of them can suspend or report an error then. It counts every instruction
@@ -382,24 +486,19 @@ template <bool kRetag = false>
 // inside it. Answers false, having done nothing, for anything else.
 [[gnu::always_inline]] inline bool binding_step(run_state& rs, const vrkinstr* code,
                                                 std::size_t count, uint64_t& steps) {
+    uint8_t s = code[rs.ip].shape;
+    if (s == shape::unknown) [[unlikely]]
+        s = note_binding_shape(code, count, rs.ip);
+    if (s <= shape::bind_base) return false;
+    const std::size_t args = s - shape::bind_base;
     vrkblock* b = rs.b;
     if (b->callblocks.empty()) return false;
     vrkvar* fn = b->callblocks.back();
     if (is_marker(fn, kMarkerLimit) || fn->type != Tag::FUNCTION || !fn->block) return false;
     vrkblock* callee = fn->block;
-    std::size_t at = std::size_t{rs.ip} + 1;
-    std::size_t args = 0;
-    while (at + 1 < count) {
-        const vrkinstr& pop = code[at];
-        if (pop.opcode() != Op::POP || pop.arg != 1 || pop.ref != (args == 0 ? 3U : 1U)) break;
-        const vrkinstr& set = code[at + 1];
-        if (set.opcode() != Op::SET || set.ref != kRefMinusOne || !has_var(callee, set.arg))
-            return false;
-        at += 2;
-        ++args;
-    }
-    if (args == 0 || at >= count || code[at].opcode() != Op::RESET || code[at].arg != 1)
-        return false;
+    for (std::size_t i = 0, pos = std::size_t{rs.ip} + 2; i < args; ++i, pos += 2)
+        if (!has_var(callee, code[pos].arg)) return false;
+    const std::size_t at = std::size_t{rs.ip} + 1 + 2 * args;
     const std::size_t length = at + 1 - rs.ip;
     // Each POP after the first takes a slot and may not take the last one.
     if (steps < length || b->stack.size() < args) return false;
@@ -536,27 +635,27 @@ template <bool kRetag = false>
 // LOAD of a named variable at rs.ip, together with what follows it where that
 // can be fused: the comparison sequence, an operand step with its operator
 // (or the append of a piece to a string), INC / DEC, a SET of a number into
-// a variable, or the read of a member. The instruction behind the LOAD
-// decides which one is tried (each sequence starts with its own), so a LOAD
-// that starts none is not checked against the others. Answers false, having
-// done nothing, when the LOAD names no variable; otherwise the LOAD has run,
-// and what followed it if rs.next says so.
+// a variable, or the read of a member. The LOAD's shape decides which one is
+// tried, so a LOAD that starts none is not checked against the others, and the
+// sequence it starts is not checked again. Answers false, having done
+// nothing, when the LOAD names no variable; otherwise the LOAD has run, and
+// what followed it if rs.next says so.
 [[gnu::always_inline]] inline bool load_step(run_state& rs, const vrkinstr* code, std::size_t count,
                                              uint64_t& steps) {
-    vrkvar* v = loaded_var(code[rs.ip]);
+    const vrkinstr& ins = code[rs.ip];
+    uint8_t s = ins.shape;
+    if (s == shape::unknown) [[unlikely]]
+        s = note_load_shape(code, count, rs.ip);
+    if (s == shape::not_named) return false;
+    vrkvar* v = named_var(ins);
     if (!v) return false;
     const uint32_t at = rs.ip + 1;
-    if (at >= count) {
-        top_slot(rs.b) = v;
-        return true;
-    }
-    switch (code[at].opcode()) {
-        case Op::ARG:
-            if (compare_step(rs, v, code, count, steps)) return true;
+    switch (s) {
+        case shape::compare:
+            if (compare_step(rs, v, code, steps)) return true;
             top_slot(rs.b) = v;
             return true;
-        case Op::INC:
-        case Op::DEC:
+        case shape::step:
             top_slot(rs.b) = v;
             if (steps >= 2 && is_number(v)) {
                 step_number(v, code[at].opcode() == Op::INC);
@@ -564,25 +663,23 @@ template <bool kRetag = false>
                 rs.next = at + 1;
             }
             return true;
-        case Op::SET:
+        case shape::store:
             top_slot(rs.b) = v;
             if (steps >= 2 && store_number(rs.b, code[at])) {
                 steps -= 1;
                 rs.next = at + 1;
             }
             return true;
-        case Op::ADD_TMP:
+        case shape::arithmetic:
             top_slot(rs.b) = v;
-            if (!arithmetic_at(rs, at, 1, code, count, steps) && v->type == Tag::STRING)
+            if (!arithmetic_at<true>(rs, at, 1, code, count, steps) && v->type == Tag::STRING)
                 append_at(rs, at, 1, code, count, steps);
             return true;
-        case Op::SUB_TMP:
-        case Op::MULT_TMP:
-        case Op::DIV_TMP:
+        case shape::add_other:
             top_slot(rs.b) = v;
-            arithmetic_at(rs, at, 1, code, count, steps);
+            if (v->type == Tag::STRING) append_at(rs, at, 1, code, count, steps);
             return true;
-        case Op::CLASS_ACCESS:
+        case shape::member:
             top_slot(rs.b) = v;
             member_step(rs, at, code, count, steps);
             return true;

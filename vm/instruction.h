@@ -127,16 +127,23 @@ const vrkop_info& op_info(uint8_t op);
 const char* load_code_name(int64_t code);
 const char* cmp_code_name(int64_t code);
 
-// One instruction; the field order is that of the saved form.
+// One instruction: `op`, `ref` and `arg` are what the saved form holds (made
+// in that order); `shape` is the run loop's own note, kept in the record's
+// padding and never saved.
 struct vrkinstr {
-    uint8_t op = 0;    // opcode (Op)
+    uint8_t op = 0;             // opcode (Op)
+    mutable uint8_t shape = 0;  // fused sequence starting here, 0 until the run loop looks
     uint64_t ref = 0;  // a vrkblock*, a small mode number, all ones (-1), or an owned operand
     int64_t arg = 0;   // variable index, count, relative distance or sub-code
+
+    vrkinstr() = default;
+    constexpr vrkinstr(uint8_t o, uint64_t r, int64_t a) : op(o), ref(r), arg(a) {}
 
     Op opcode() const { return static_cast<Op>(op); }
     vrkblock* ref_block() const { return reinterpret_cast<vrkblock*>(ref); }
     int64_t ref_signed() const { return static_cast<int64_t>(ref); }
 };
+static_assert(sizeof(vrkinstr) == 24, "the shape note lives in the padding after the opcode");
 
 // `ref` value meaning -1.
 inline constexpr uint64_t kRefMinusOne = ~uint64_t{0};

@@ -99,6 +99,21 @@ TEST_F(VmFusedTest, OperandsOutsideTheFusedPathsTakeTheSingleInstructions) {
         "arr = [1, 2]; print(arr[0] < arr[1]);");
 }
 
+// A sequence is recognised once per instruction; the values it meets are
+// tested on every pass. The same code meets integers, floats, texts and
+// functions here, in every order.
+TEST_F(VmFusedTest, OneCodeMeetsEveryKindOfOperand) {
+    const std::string text =
+        "f(a, b) { if (a < b) { return a + b; } t = a; t -= b; return t; }"
+        "print(f(1, 2)); print(f(2.5, 1)); print(f(\"x\", \"y\")); print(f(3, 1));"
+        "print(f(1, 2.5));"
+        "for (i = 0; i < 4; i++) { v = i; if (i == 2) { v = \"t\"; } w = f(v, 1.5); print(w); }";
+    expect_same(text);
+    EXPECT_EQ(run_script(text, true).printed,
+              (Strings{"3", "1.500000", "xy", "2", "3.500000", "1.500000", "2.500000", "t1.500000",
+                       "1.500000"}));
+}
+
 TEST_F(VmFusedTest, AppendsToATextGiveWhatTheSingleInstructionsGive) {
     // Texts, integers, floats and an empty text appended in place; a text
     // appended to itself, a number on the left, a text made by `+` and a fresh

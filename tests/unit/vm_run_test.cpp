@@ -1,5 +1,5 @@
 // Entry into a run, the binding of `this`, the normal end, the opcodes that
-// act as loads, and the traces of runtime errors.
+// act as loads, code appended after a run, and the traces of runtime errors.
 #include <map>
 #include <memory>
 #include <string>
@@ -68,6 +68,24 @@ TEST_F(VmRunTest, UnknownOpcodesLoadAndTheEndReportsALeftoverStack) {
     program q = w.block();
     q.emit(Op::PUSH, 2, 0);
     EXPECT_NE(output_of([&] { q.run(); }).find("\nstack size: 3\n"), std::string::npos);
+}
+
+// The run loop notes on an instruction which fused sequence starts there the
+// first time it takes it. Code a block gets after it has run (the prompt
+// appends each line) must not find a note that is no longer true.
+TEST_F(VmRunTest, CodeAppendedAfterARunRunsAsItReads) {
+    program p = w.block();
+    const uint32_t a = p.variable("a", 1);
+    const uint32_t b = p.variable("b", 2);
+    p.load(a);
+    EXPECT_EQ(p.run(), p.var(a)) << "the load alone, at the end of the code";
+    p.emit(Op::ARG, 0, 1).load(b).emit(Op::CMP, cmp_code::LESS);
+    EXPECT_EQ(p.run(), true_value()) << "a < b once the comparison follows";
+    set_int(p.var(a), 3);
+    EXPECT_EQ(p.run(), false_value());
+    set_string(p.var(a), "x");
+    set_string(p.var(b), "y");
+    EXPECT_EQ(p.run(), true_value()) << "texts take the comparison routine";
 }
 
 // Counts no compiler writes, as a damaged program file may hold them: a PUSH
