@@ -299,6 +299,44 @@ namespace element_paths {
     return pushed == 0 ? second == Op::PUSH : pushed == 1 && second == Op::INDEX;
 }
 
+// The shape of the PUSH at `ip` (fused::shape): the start of an element step,
+// of a member store, or of neither, worked out the first time and noted.
+[[gnu::noinline]] inline uint8_t note_push_shape(const vrkinstr* code, std::size_t count,
+                                                 uint32_t ip) {
+    uint8_t s = fused::shape::none;
+    if (may_start(code, count, ip, false))
+        s = fused::shape::element;
+    else if (fused::is_member_store(code, count, ip))
+        s = fused::shape::member_store;
+    code[ip].shape = s;
+    return s;
+}
+
+// The shape of the operand step at `ip`: its arithmetic, the start of an
+// element step, or neither, worked out the first time and noted.
+[[gnu::noinline]] inline uint8_t note_operand_shape(const vrkinstr* code, std::size_t count,
+                                                    uint32_t ip) {
+    uint8_t s = fused::shape::none;
+    if (fused::is_arithmetic(code, count, ip))
+        s = fused::shape::arithmetic;
+    else if (may_start(code, count, ip, true))
+        s = fused::shape::element;
+    code[ip].shape = s;
+    return s;
+}
+
+[[gnu::always_inline]] inline uint8_t operand_shape(const vrkinstr* code, std::size_t count,
+                                                    uint32_t ip) {
+    const uint8_t s = code[ip].shape;
+    return s != fused::shape::unknown ? s : note_operand_shape(code, count, ip);
+}
+
+[[gnu::always_inline]] inline uint8_t push_shape(const vrkinstr* code, std::size_t count,
+                                                 uint32_t ip) {
+    const uint8_t s = code[ip].shape;
+    return s != fused::shape::unknown ? s : note_push_shape(code, count, ip);
+}
+
 }  // namespace element_paths
 
 }  // namespace vrk

@@ -183,26 +183,18 @@ inline bool completes(Op step, Op op) {
 // `X_TMP 0; LOAD y; X` at index `at`, the top cell and y numbers: the top cell
 // receives top op y, as the operator writes its result into the slot under the
 // operand pair. `before`: instructions of this step already run in front of
-// it (the LOAD of the top cell). With `kShaped` the shape of that LOAD has
-// vouched for the three instructions. Answers true when it ran the three.
-template <bool kShaped>
+// it (the LOAD of the top cell). The shape of the LOAD or of the operand step
+// has found the three instructions there (is_arithmetic). Answers true when it
+// ran the three.
 [[gnu::always_inline]] inline bool arithmetic_at(run_state& rs, uint32_t at, uint32_t before,
-                                                 const vrkinstr* code, std::size_t count,
-                                                 uint64_t& steps) {
+                                                 const vrkinstr* code, uint64_t& steps) {
     constexpr uint32_t kLength = 3;
-    if constexpr (kShaped) {
-        if (steps < before + kLength) return false;
-    } else {
-        if (at + std::size_t{kLength} > count || steps < before + kLength) return false;
-    }
-    const vrkinstr& step = code[at];
+    if (steps < before + kLength) return false;
     const Op op = code[at + 2].opcode();
-    if (!kShaped && (step.ref != 0 || step.arg == -2 || !completes(step.opcode(), op)))
-        return false;
     vrkblock* b = rs.b;
     vrkvar* res = top_slot(b);
     if (!is_number(res) || res->constant || (res->attrs & attr::FRESH_RESULT)) return false;
-    vrkvar* rhs = kShaped ? named_var(code[at + 1]) : loaded_var(code[at + 1]);
+    vrkvar* rhs = named_var(code[at + 1]);
     if (!rhs || !is_number(rhs)) return false;
     apply_numbers(res, res, rhs, op);
     // The `+` forgets a string kept in place by an earlier operand step.
@@ -293,9 +285,11 @@ template <bool kShaped>
     slot_load(b, ins);
 }
 
+// The operand step at rs.ip with its arithmetic (the operand step's shape is
+// arithmetic).
 [[gnu::always_inline]] inline bool arithmetic_step(run_state& rs, const vrkinstr* code,
-                                                   std::size_t count, uint64_t& steps) {
-    return arithmetic_at<false>(rs, rs.ip, 0, code, count, steps);
+                                                   uint64_t& steps) {
+    return arithmetic_at(rs, rs.ip, 0, code, steps);
 }
 
 // True when a store of `src` into a cell `dst` (no marker) comes down to
@@ -382,11 +376,11 @@ template <bool kRetag = false>
 // instructions alone (opcodes, modes and sub-codes), never on the values they
 // meet. The run loop works it out the first time it takes the instruction and
 // notes it in the record (`vrkinstr::shape`), so that later passes test only
-// the values. Once a block has run, its code only grows at its end (the prompt
-// appends each line it compiles), and a shape is noted only for a sequence
-// whose instructions are all there: a noted shape stays true. A sequence cut
-// off by the end of the code is noted as none, which leaves it to the single
-// instructions.
+// the values. Once a block has run, its code changes only past the end it had
+// then (the prompt appends each line it compiles; a recompiled block gets new
+// records), and a shape is noted only for a sequence whose instructions are
+// all there: a noted shape stays true. A sequence cut off by the end of the
+// code is noted as none, which leaves it to the single instructions.
 namespace shape {
 inline constexpr uint8_t unknown = 0;     // not worked out yet
 inline constexpr uint8_t none = 1;        // nothing is fused from here
@@ -397,6 +391,8 @@ inline constexpr uint8_t store = 5;       // LOAD v; SET
 inline constexpr uint8_t arithmetic = 6;  // LOAD v; X_TMP 0; LOAD y; X
 inline constexpr uint8_t add_other = 7;   // LOAD v; ADD_TMP of another form (an append may be)
 inline constexpr uint8_t member = 8;      // LOAD obj; CLASS_ACCESS k
+inline constexpr uint8_t element = 9;  // a PUSH that may start an element step (vm/element_paths.h)
+inline constexpr uint8_t member_store = 10;  // PUSH 0; LOAD obj; CLASS_ACCESS k; SET -2; RESET 0
 // CALL_PREP -1 binding n arguments: bind_base + n, n from 1 to bind_most.
 inline constexpr uint8_t bind_base = 2;
 inline constexpr std::size_t bind_most = 253;
@@ -405,6 +401,15 @@ inline constexpr std::size_t bind_most = 253;
 // A LOAD whose `ref` names a block (operand_block is not null).
 inline bool is_named_load(const vrkinstr& ins) {
     return ins.opcode() == Op::LOAD && ins.ref >= kFirstBlockRef && ins.ref != kRefMinusOne;
+}
+
+// True when `X_TMP 0; LOAD y; X` starts at `at`: an operand step of the four
+// arithmetic operators, its LOAD naming a variable, its operator matching.
+inline bool is_arithmetic(const vrkinstr* code, std::size_t count, std::size_t at) {
+    if (at + 3 > count) return false;
+    const vrkinstr& step = code[at];
+    return step.ref == 0 && step.arg != -2 && is_named_load(code[at + 1]) &&
+           completes(step.opcode(), code[at + 2].opcode());
 }
 
 // The shape of the LOAD at `at`, worked out and noted (load_step).
@@ -429,8 +434,7 @@ inline bool is_named_load(const vrkinstr& ins) {
             case Op::SUB_TMP:
             case Op::MULT_TMP:
             case Op::DIV_TMP:
-                if (four && next.ref == 0 && next.arg != -2 &&
-                    completes(next.opcode(), code[at + 3].opcode()))
+                if (is_arithmetic(code, count, at + 1))
                     s = shape::arithmetic;
                 else if (next.opcode() == Op::ADD_TMP)
                     s = shape::add_other;
@@ -595,24 +599,30 @@ inline bool is_named_load(const vrkinstr& ins) {
 // instruction not run is left in rs.next for the dispatch (an instance without
 // that member for CLASS_ACCESS, which reports it; a member of another type, a
 // constant or a typed member for SET). None of them can end or suspend the
-// run. False, having done nothing, when the sequence is not there or the PUSH
-// takes its single path. (The step starts at the PUSH only: joined to the LOAD
-// in front of it, it made every load of the run loop slower than it made the
-// stores faster.)
-[[gnu::always_inline]] inline bool member_store_step(run_state& rs, const vrkinstr* code,
-                                                     std::size_t count, uint64_t& steps) {
-    constexpr uint32_t kLength = 5;
-    const uint32_t at = rs.ip;
-    if (at + std::size_t{kLength} > count) return false;
+// run. The PUSH's shape has found the sequence there (is_member_store); false,
+// having done nothing, when the PUSH takes its single path. (The step starts
+// at the PUSH only: joined to the LOAD in front of it, it made every load of
+// the run loop slower than it made the stores faster.)
+
+// True when the member store sequence starts at `at` (the shape member_store).
+inline bool is_member_store(const vrkinstr* code, std::size_t count, std::size_t at) {
+    if (at + std::size_t{5} > count) return false;
     const vrkinstr& push = code[at];
-    const vrkinstr& access = code[at + 2];
     const vrkinstr& set = code[at + 3];
     const vrkinstr& reset = code[at + 4];
-    if (push.arg != 0 || push.ref != 0 || access.opcode() != Op::CLASS_ACCESS ||
-        set.opcode() != Op::SET || set.ref == kRefMinusOne || set.arg != -2 ||
-        reset.opcode() != Op::RESET || reset.arg != 0)
-        return false;
-    vrkvar* obj = loaded_var(code[at + 1]);
+    return push.opcode() == Op::PUSH && push.arg == 0 && push.ref == 0 &&
+           is_named_load(code[at + 1]) && code[at + 2].opcode() == Op::CLASS_ACCESS &&
+           set.opcode() == Op::SET && set.ref != kRefMinusOne && set.arg == -2 &&
+           reset.opcode() == Op::RESET && reset.arg == 0;
+}
+
+[[gnu::always_inline]] inline bool member_store_step(run_state& rs, const vrkinstr* code,
+                                                     uint64_t& steps) {
+    constexpr uint32_t kLength = 5;
+    const uint32_t at = rs.ip;
+    const vrkinstr& push = code[at];
+    const vrkinstr& access = code[at + 2];
+    vrkvar* obj = named_var(code[at + 1]);
     vrkblock* b = rs.b;
     if (!obj || !push_number(b, push)) return false;
     if (steps < 2) return true;
@@ -672,7 +682,7 @@ inline bool is_named_load(const vrkinstr& ins) {
             return true;
         case shape::arithmetic:
             top_slot(rs.b) = v;
-            if (!arithmetic_at<true>(rs, at, 1, code, count, steps) && v->type == Tag::STRING)
+            if (!arithmetic_at(rs, at, 1, code, steps) && v->type == Tag::STRING)
                 append_at(rs, at, 1, code, count, steps);
             return true;
         case shape::add_other:

@@ -452,11 +452,13 @@ template <Entry kEntry>
     op_TMP:
         if (!fused) {
             operand_step(rs, VRK_INS);
-        } else if (fused::arithmetic_step(rs, code, count, steps)) {
-            VRK_NEXT_INLINE();
-        } else if (!(element_paths::may_start(code, count, rs.ip, true) &&
-                     element_paths::arithmetic_step(rs, code, count, steps))) {
-            fused::number_operand_step(rs, VRK_INS);
+        } else {
+            const uint8_t shape = element_paths::operand_shape(code, count, rs.ip);
+            if (shape == fused::shape::arithmetic && fused::arithmetic_step(rs, code, steps))
+                VRK_NEXT_INLINE();
+            if (!(shape == fused::shape::element &&
+                  element_paths::arithmetic_step(rs, code, count, steps)))
+                fused::number_operand_step(rs, VRK_INS);
         }
         VRK_NEXT(Flow::next);
     op_ADD:
@@ -503,10 +505,13 @@ template <Entry kEntry>
     op_EXTERNAL:
         VRK_NEXT(external(rs, VRK_INS));
     op_PUSH:
-        if (fused && element_paths::may_start(code, count, rs.ip, false) &&
-            element_paths::push_step(rs, code, count, steps))
-            VRK_NEXT(Flow::next);
-        if (fused && fused::member_store_step(rs, code, count, steps)) VRK_NEXT_INLINE();
+        if (fused) {
+            const uint8_t shape = element_paths::push_shape(code, count, rs.ip);
+            if (shape == fused::shape::element && element_paths::push_step(rs, code, count, steps))
+                VRK_NEXT(Flow::next);
+            if (shape == fused::shape::member_store && fused::member_store_step(rs, code, steps))
+                VRK_NEXT_INLINE();
+        }
         if (!(fused && VRK_INS.arg == 0 && fused::push_number(b, VRK_INS))) push_slots(b, VRK_INS);
         VRK_NEXT(Flow::next);
     op_ARG:
