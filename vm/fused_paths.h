@@ -393,6 +393,7 @@ inline constexpr uint8_t add_other = 7;   // LOAD v; ADD_TMP of another form (an
 inline constexpr uint8_t member = 8;      // LOAD obj; CLASS_ACCESS k
 inline constexpr uint8_t element = 9;  // a PUSH that may start an element step (vm/element_paths.h)
 inline constexpr uint8_t member_store = 10;  // PUSH 0; LOAD obj; CLASS_ACCESS k; SET -2; RESET 0
+inline constexpr uint8_t compare_jump = 11;  // compare, then JMP_FALSE or JMP_FALSE_LOOP
 // CALL_PREP -1 binding n arguments: bind_base + n, n from 1 to bind_most.
 inline constexpr uint8_t bind_base = 2;
 inline constexpr std::size_t bind_most = 253;
@@ -424,8 +425,11 @@ inline bool is_arithmetic(const vrkinstr* code, std::size_t count, std::size_t a
         const bool four = at + 4 <= count && is_named_load(code[at + 2]);
         switch (next.opcode()) {
             case Op::ARG:
-                if (four && next.arg == 0 && next.ref != 0 && code[at + 3].opcode() == Op::CMP)
-                    s = shape::compare;
+                if (four && next.arg == 0 && next.ref != 0 && code[at + 3].opcode() == Op::CMP) {
+                    const Op jump = at + 5 <= count ? code[at + 4].opcode() : Op::NOP;
+                    s = jump == Op::JMP_FALSE || jump == Op::JMP_FALSE_LOOP ? shape::compare_jump
+                                                                            : shape::compare;
+                }
                 break;
             case Op::INC:
             case Op::DEC: s = shape::step; break;
@@ -642,6 +646,25 @@ inline bool is_member_store(const vrkinstr* code, std::size_t count, std::size_t
     return true;
 }
 
+// JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT, decided in line: the
+// loop's exit test obeys and clears a pending loop signal, and a taken jump
+// forwards inside the code goes to index + arg + 2. Answers false, having done
+// nothing, for everything else (other values, a distance the jump routine must
+// check or report), which the jump routine decides.
+[[gnu::always_inline]] inline bool jump_on_int(run_state& rs, const vrkinstr& ins,
+                                               std::size_t count, bool loop) {
+    vrkblock* b = rs.b;
+    if (b->stack.empty()) return false;
+    const vrkvar* v = b->stack.back();
+    if (is_marker(v, kMarkerLimit) || v->type != Tag::INT) return false;
+    // Not taken, with no loop signal pending (which the exit test would clear).
+    if (v->value.i != 0 && (!loop || b->loop_signal == 0)) return true;
+    if (ins.arg < 0 || static_cast<uint64_t>(ins.arg) + rs.ip > count) return false;
+    if (loop) b->loop_signal = 0;
+    if (ins.arg != 0) rs.next = rs.ip + static_cast<uint32_t>(ins.arg) + 2;
+    return true;
+}
+
 // LOAD of a named variable at rs.ip, together with what follows it where that
 // can be fused: the comparison sequence, an operand step with its operator
 // (or the append of a piece to a string), INC / DEC, a SET of a number into
@@ -663,6 +686,27 @@ inline bool is_member_store(const vrkinstr* code, std::size_t count, std::size_t
     switch (s) {
         case shape::compare:
             if (compare_step(rs, v, code, steps)) return true;
+            top_slot(rs.b) = v;
+            return true;
+        case shape::compare_jump:
+            if (compare_step(rs, v, code, steps)) {
+                // The jump on the answer, as its own step would decide it in
+                // line, when the budget has a step for it.
+                const uint32_t jump = rs.ip + 4;
+                if (steps >= 2) {
+                    const uint32_t from = rs.ip;
+                    rs.ip = jump;
+                    rs.next = jump + 1;
+                    if (jump_on_int(rs, code[jump], count,
+                                    code[jump].opcode() == Op::JMP_FALSE_LOOP)) {
+                        steps -= 1;
+                    } else {
+                        rs.ip = from;
+                        rs.next = jump;
+                    }
+                }
+                return true;
+            }
             top_slot(rs.b) = v;
             return true;
         case shape::step:
@@ -698,25 +742,6 @@ inline bool is_member_store(const vrkinstr* code, std::size_t count, std::size_t
             top_slot(rs.b) = v;
             return true;
     }
-}
-
-// JMP_FALSE (or with `loop` JMP_FALSE_LOOP) on an INT, decided in line: the
-// loop's exit test obeys and clears a pending loop signal, and a taken jump
-// forwards inside the code goes to index + arg + 2. Answers false, having done
-// nothing, for everything else (other values, a distance the jump routine must
-// check or report), which the jump routine decides.
-[[gnu::always_inline]] inline bool jump_on_int(run_state& rs, const vrkinstr& ins,
-                                               std::size_t count, bool loop) {
-    vrkblock* b = rs.b;
-    if (b->stack.empty()) return false;
-    const vrkvar* v = b->stack.back();
-    if (is_marker(v, kMarkerLimit) || v->type != Tag::INT) return false;
-    // Not taken, with no loop signal pending (which the exit test would clear).
-    if (v->value.i != 0 && (!loop || b->loop_signal == 0)) return true;
-    if (ins.arg < 0 || static_cast<uint64_t>(ins.arg) + rs.ip > count) return false;
-    if (loop) b->loop_signal = 0;
-    if (ins.arg != 0) rs.next = rs.ip + static_cast<uint32_t>(ins.arg) + 2;
-    return true;
 }
 
 }  // namespace fused
