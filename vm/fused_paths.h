@@ -394,6 +394,8 @@ inline constexpr uint8_t member = 8;      // LOAD obj; CLASS_ACCESS k
 inline constexpr uint8_t element = 9;  // a PUSH that may start an element step (vm/element_paths.h)
 inline constexpr uint8_t member_store = 10;  // PUSH 0; LOAD obj; CLASS_ACCESS k; SET -2; RESET 0
 inline constexpr uint8_t compare_jump = 11;  // compare, then JMP_FALSE or JMP_FALSE_LOOP
+inline constexpr uint8_t step_jump =
+    12;  // LOAD v; INC or DEC; JMP (a loop's step and its way back)
 // CALL_PREP -1 binding n arguments: bind_base + n, n from 1 to bind_most.
 inline constexpr uint8_t bind_base = 2;
 inline constexpr std::size_t bind_most = 253;
@@ -432,7 +434,10 @@ inline bool is_arithmetic(const vrkinstr* code, std::size_t count, std::size_t a
                 }
                 break;
             case Op::INC:
-            case Op::DEC: s = shape::step; break;
+            case Op::DEC:
+                s = at + 2 < count && code[at + 2].opcode() == Op::JMP ? shape::step_jump
+                                                                       : shape::step;
+                break;
             case Op::SET: s = shape::store; break;
             case Op::ADD_TMP:
             case Op::SUB_TMP:
@@ -710,11 +715,23 @@ inline bool is_member_store(const vrkinstr* code, std::size_t count, std::size_t
             top_slot(rs.b) = v;
             return true;
         case shape::step:
+        case shape::step_jump:
             top_slot(rs.b) = v;
             if (steps >= 2 && is_number(v)) {
                 step_number(v, code[at].opcode() == Op::INC);
                 steps -= 1;
                 rs.next = at + 1;
+                // The jump behind it, as its own step makes a jump inside
+                // the code, when the budget has a step for it.
+                if (s == shape::step_jump && steps >= 2) {
+                    const uint32_t jump = at + 1;
+                    const int64_t distance = code[jump].arg;
+                    if (distance >= -static_cast<int64_t>(jump) - 1 &&
+                        distance < static_cast<int64_t>(count - jump)) {
+                        steps -= 1;
+                        rs.next = static_cast<uint32_t>(static_cast<int64_t>(jump) + 1 + distance);
+                    }
+                }
             }
             return true;
         case shape::store:
