@@ -382,20 +382,19 @@ template <bool kRetag = false>
 // all there: a noted shape stays true. A sequence cut off by the end of the
 // code is noted as none, which leaves it to the single instructions.
 namespace shape {
-inline constexpr uint8_t unknown = 0;     // not worked out yet
-inline constexpr uint8_t none = 1;        // nothing is fused from here
-inline constexpr uint8_t not_named = 2;   // a LOAD whose `ref` names no block
-inline constexpr uint8_t compare = 3;     // LOAD a; ARG 0 m; LOAD b; CMP code
-inline constexpr uint8_t step = 4;        // LOAD v; INC or DEC
-inline constexpr uint8_t store = 5;       // LOAD v; SET
-inline constexpr uint8_t arithmetic = 6;  // LOAD v; X_TMP 0; LOAD y; X
-inline constexpr uint8_t add_other = 7;   // LOAD v; ADD_TMP of another form (an append may be)
-inline constexpr uint8_t member = 8;      // LOAD obj; CLASS_ACCESS k
-inline constexpr uint8_t element = 9;  // a PUSH that may start an element step (vm/element_paths.h)
+inline constexpr uint8_t unknown = 0;        // not worked out yet
+inline constexpr uint8_t none = 1;           // nothing is fused from here
+inline constexpr uint8_t not_named = 2;      // a LOAD whose `ref` names no block
+inline constexpr uint8_t compare = 3;        // LOAD a; ARG 0 m; LOAD b; CMP code
+inline constexpr uint8_t step = 4;           // LOAD v; INC or DEC
+inline constexpr uint8_t store = 5;          // LOAD v; SET
+inline constexpr uint8_t arithmetic = 6;     // LOAD v; X_TMP 0; LOAD y; X
+inline constexpr uint8_t add_other = 7;      // LOAD v; ADD_TMP of another form (an append may be)
+inline constexpr uint8_t member = 8;         // LOAD obj; CLASS_ACCESS k
+inline constexpr uint8_t element = 9;        // a PUSH that may start an element step
 inline constexpr uint8_t member_store = 10;  // PUSH 0; LOAD obj; CLASS_ACCESS k; SET -2; RESET 0
 inline constexpr uint8_t compare_jump = 11;  // compare, then JMP_FALSE or JMP_FALSE_LOOP
-inline constexpr uint8_t step_jump =
-    12;  // LOAD v; INC or DEC; JMP (a loop's step and its way back)
+inline constexpr uint8_t step_jump = 12;     // LOAD v; INC or DEC; JMP back
 // CALL_PREP -1 binding n arguments: bind_base + n, n from 1 to bind_most.
 inline constexpr uint8_t bind_base = 2;
 inline constexpr std::size_t bind_most = 253;
